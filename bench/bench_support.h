@@ -1,0 +1,58 @@
+// Benchmarks compare the library with a baseline measured in the same
+// process and print the ratio next to its target.
+#pragma once
+
+#include <benchmark/benchmark.h>
+
+#include <cstdio>
+#include <map>
+#include <string>
+#include <vector>
+
+namespace ksdb_bench {
+
+struct Ratio {
+    std::string subject;
+    std::string baseline;
+    double target;
+};
+
+// Collects the time per iteration of every run while printing as usual.
+class RatioReporter : public benchmark::ConsoleReporter {
+  public:
+    void ReportRuns(const std::vector<Run> &runs) override {
+        for (const auto &run : runs)
+            if (run.run_type == Run::RT_Iteration && run.iterations > 0)
+                ns_[run.benchmark_name()] = run.GetAdjustedRealTime();
+        ConsoleReporter::ReportRuns(runs);
+    }
+    // Prints each ratio; returns the number of targets missed.
+    int print(const std::vector<Ratio> &ratios) const {
+        int missed = 0;
+        std::printf("\n%-48s %-32s %8s %8s\n", "subject", "baseline", "ratio", "target");
+        for (const auto &r : ratios) {
+            auto s = ns_.find(r.subject), b = ns_.find(r.baseline);
+            if (s == ns_.end() || b == ns_.end() || b->second <= 0) continue;
+            double ratio = s->second / b->second;
+            bool ok = ratio <= r.target;
+            if (!ok) ++missed;
+            std::printf("%-48s %-32s %8.3f %8.2f %s\n", r.subject.c_str(), r.baseline.c_str(),
+                        ratio, r.target, ok ? "ok" : "MISSED");
+        }
+        return missed;
+    }
+
+  private:
+    std::map<std::string, double> ns_;
+};
+
+inline int run_with_ratios(int argc, char **argv, const std::vector<Ratio> &ratios) {
+    benchmark::Initialize(&argc, argv);
+    RatioReporter reporter;
+    benchmark::RunSpecifiedBenchmarks(&reporter);
+    reporter.print(ratios);
+    benchmark::Shutdown();
+    return 0;
+}
+
+}  // namespace ksdb_bench

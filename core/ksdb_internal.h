@@ -1,0 +1,183 @@
+// Shared mechanisms of the library: logging shorthands, the exit log, RAII
+// over SQLite results and strings, assertions that survive NDEBUG, and the
+// debug-root path rule.  Every module includes this header.
+//
+// A module names itself before including it:
+//     #define KSDB_MODULE "ksdb_cifs"
+//     #include "core/ksdb_internal.h"
+// KSDB_TAG then expands to the module name and the current line, the
+// call-site tag that every SQL call and log line carries.
+#pragma once
+
+#define KSDB_NO_SHORT_CATEGORY_NAMES 1
+#include "ksdb.h"
+
+#include <sys/time.h>
+
+#include <cstdarg>
+#include <cstdint>
+#include <cstring>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <utility>
+
+#ifndef KSDB_MODULE
+#error "define KSDB_MODULE (the module's call-site tag) before including ksdb_internal.h"
+#endif
+
+#define KSDB_TAG KSDB_MODULE, __LINE__
+
+// Log a line when the handle's level lets it through; the arguments are not
+// evaluated otherwise.
+#define KSDB_LOG(h, level, ...)                                                   \
+    do {                                                                          \
+        const ksdb_handle *ksdb_log_h_ = (h);                                     \
+        if (ksdb_log_h_ && ksdb_log_h_->log_level >= (uint32_t)(level))           \
+            ksdb_log(ksdb_log_h_, KSDB_MODULE, __LINE__, (level), 0, __VA_ARGS__); \
+    } while (0)
+#define KSDB_ERR(h, ...) KSDB_LOG(h, KSDB_LOG_ERROR, __VA_ARGS__)
+#define KSDB_WARN(h, ...) KSDB_LOG(h, KSDB_LOG_WARN, __VA_ARGS__)
+#define KSDB_INFO(h, ...) KSDB_LOG(h, KSDB_LOG_INFO, __VA_ARGS__)
+#define KSDB_DEBUG(h, ...) KSDB_LOG(h, KSDB_LOG_DEBUG, __VA_ARGS__)
+
+// Programming errors stop the process even in release builds, with the
+// C library's usual assertion message naming the expression.
+#define KSDB_ASSERT(expr) \
+    ((expr) ? (void)0 : ::ksdb::assert_fail(#expr, __FILE__, __LINE__, __func__))
+
+namespace ksdb {
+
+[[noreturn]] void assert_fail(const char *expr, const char *file, int line, const char *func);
+
+inline apr_pool_t *result_pool(const ksdb_handle *h) {
+    return h->call_pool ? h->call_pool : h->pool;
+}
+
+inline bool debug_root_set(const ksdb_handle *h) { return ksdb_is_debug_root(h) != 0; }
+
+// The effective path of a live-system path: debug root + path, or the path
+// itself on the live system.
+std::string effective_path(const ksdb_handle *h, std::string_view path);
+
+// ads_log() below the handle's debug root, so that a test run never writes
+// the live domain-account log.
+void ads_log_for(const ksdb_handle *h, const char *file, int line, uint32_t level,
+                 const char *format, ...) KSDB_PRINTF(5, 6);
+
+// Where journal records go when a handle has no stream.  The default sends
+// them with sd_journal_send; tests install a recorder.
+using JournalSink = void (*)(const char *message, int priority, const char *code_file,
+                             int code_line, const char *category);
+JournalSink set_journal_sink(JournalSink sink);  // returns the previous sink
+
+// Where ads_log writes (normally /var/log/kestravad/ads.log).
+extern const char *const kAdsLogPath;
+
+// ---- time ----------------------------------------------------------------
+
+class Stopwatch {
+  public:
+    Stopwatch() { gettimeofday(&start_, nullptr); }
+    long long elapsed_ms() const {
+        struct timeval now;
+        gettimeofday(&now, nullptr);
+        return static_cast<long long>(ksdb_elapsed_us(&now, &start_) / 1000);
+    }
+
+  private:
+    struct timeval start_;
+};
+
+// ---- exit log --------------------------------------------------------------
+
+// Writes the exit log of a public operation: "name() ==> rc (Nms)" at debug
+// level on success; at error level, and to the domain-account log, on
+// failure.
+void exit_log(const ksdb_handle *h, const char *module, int line, const char *func, int rc,
+              long long elapsed_ms);
+
+// Runs body() and ends with the exit log under `func`.  Every public area
+// operation is framed this way:
+//     return ksdb::logged(h, KSDB_TAG, "ksdb_cifs_share_export", [&] { ... });
+template <class Body>
+int logged(const ksdb_handle *h, const char *module, int line, const char *func, Body &&body) {
+    Stopwatch sw;
+    int rc = body();
+    exit_log(h, module, line, func, rc, sw.elapsed_ms());
+    return rc;
+}
+
+// ---- SQLite RAII -----------------------------------------------------------
+
+struct SqliteFree {
+    void operator()(void *p) const { sqlite3_free(p); }
+};
+
+// A string made by sqlite3_mprintf/vmprintf that frees itself.
+class SqlStr {
+  public:
+    SqlStr() = default;
+    explicit SqlStr(char *s) : s_(s) {}
+    const char *get() const { return s_.get(); }
+    char *release() { return s_.release(); }
+    explicit operator bool() const { return s_ != nullptr; }
+
+  private:
+    std::unique_ptr<char, SqliteFree> s_;
+};
+
+SqlStr sql_printf(const char *format, ...);
+SqlStr sql_vprintf(const char *format, va_list ap);
+
+// A result table of sqlite3_get_table that frees itself.  Row 0 of the raw
+// table holds the column names; at(r, c) addresses data rows from 0.
+class SqlTable {
+  public:
+    SqlTable() = default;
+    SqlTable(const SqlTable &) = delete;
+    SqlTable &operator=(const SqlTable &) = delete;
+    ~SqlTable() { reset(); }
+
+    void reset() {
+        if (table_) sqlite3_free_table(table_);
+        table_ = nullptr;
+        nrow_ = ncol_ = 0;
+    }
+    // Out-parameters for ksdb_sql_get_table*; any previous result is freed.
+    char ***table_out() {
+        reset();
+        return &table_;
+    }
+    int *nrow_out() { return &nrow_; }
+    int *ncol_out() { return &ncol_; }
+
+    int rows() const { return nrow_; }
+    int cols() const { return ncol_; }
+    const char *at(int row, int col) const { return table_[(row + 1) * ncol_ + col]; }
+    // NULL values read as "".
+    const char *str(int row, int col) const {
+        const char *v = at(row, col);
+        return v ? v : "";
+    }
+
+    // Runs a formatted query (sqlite3 printf rules) into this table.
+    int query(ksdb_handle *h, sqlite3 *db, const char *module, int line, const char *format, ...);
+
+  private:
+    char **table_ = nullptr;
+    int nrow_ = 0;
+    int ncol_ = 0;
+};
+
+// ---- pool helpers ----------------------------------------------------------
+
+// printf into the handle's result pool.
+char *pool_printf(const ksdb_handle *h, const char *format, ...) KSDB_PRINTF(2, 3);
+char *pool_strdup(const ksdb_handle *h, const char *s);
+
+// std::string printf, for scratch text that must not grow the caller's pool.
+std::string strprintf(const char *format, ...) KSDB_PRINTF(1, 2);
+std::string vstrprintf(const char *format, va_list ap) KSDB_PRINTF(1, 0);
+
+}  // namespace ksdb

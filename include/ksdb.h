@@ -1,0 +1,316 @@
+/*
+ * libksdb - the configuration database of the appliance.
+ *
+ * Plain C99 interface.  Every call that touches the database takes the
+ * handle, the caller's SQLite connection, an optional error-message
+ * out-parameter, the caller's call-site tag (module name and line, used in
+ * logs only) and then its own arguments.  Calls return int status codes
+ * (KSDB_OK on success); strings handed back come from the handle's result
+ * pool (see ksdb_result_pool) and are never freed by the caller.
+ */
+#ifndef KSDB_H
+#define KSDB_H
+
+#include <pthread.h>
+#include <stdarg.h>
+#include <stddef.h>
+#include <stdint.h>
+#include <stdio.h>
+#include <sys/stat.h>
+#include <sys/time.h>
+
+#include <apr_pools.h>
+#include <sqlite3.h>
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+#if defined(__GNUC__)
+#define KSDB_API __attribute__((visibility("default")))
+#define KSDB_PRINTF(fmt, args) __attribute__((format(printf, fmt, args)))
+#define KSDB_SCANF(fmt, args) __attribute__((format(scanf, fmt, args)))
+#else
+#define KSDB_API
+#define KSDB_PRINTF(fmt, args)
+#define KSDB_SCANF(fmt, args)
+#endif
+
+#define KSDB_VERSION_MAJOR 0
+#define KSDB_VERSION_MINOR 1
+#define KSDB_VERSION_PATCH 0
+
+/* The schema version that ksdb_create() brings every database to. */
+#define KSDB_SCHEMA_VERSION 23
+
+/* ------------------------------------------------------------------------
+ * Status codes.  SQLite's own result codes (SQLITE_BUSY, SQLITE_CONSTRAINT,
+ * ...) pass through the SQL layer unchanged; these are the library's own.
+ * ------------------------------------------------------------------------ */
+enum {
+    KSDB_OK = 0,
+    KSDB_E_VECTOR = -1,  /* a single-value query gave several rows or columns */
+    KSDB_E_STEP = 1,     /* a table helper or a chain step failed */
+    KSDB_E_FORMAT = 2,   /* an imported file breaks a rule of its format */
+    KSDB_E_DB = 3,       /* a query failed or a transaction could not begin/commit */
+    KSDB_E_INVAL = 4,    /* invalid argument or unhandled category */
+    KSDB_E_FILE = 5,     /* file, buffer or parse failure */
+    KSDB_E_SPAWN = 8,    /* a helper command could not be started */
+    KSDB_E_COMMAND = 9   /* an external command or directory search failed */
+};
+
+/* Exit status of a process whose installed fault reporter caught a fault. */
+#define KSDB_FAULT_EXIT_STATUS 14
+
+/* Log levels. */
+enum {
+    KSDB_LOG_NONE = 0,
+    KSDB_LOG_FATAL = 1,
+    KSDB_LOG_ERROR = 2,
+    KSDB_LOG_WARN = 3,
+    KSDB_LOG_INFO = 4,
+    KSDB_LOG_DEBUG = 5
+};
+
+/* ------------------------------------------------------------------------
+ * Import/export categories.  The short names (NONE, ALL, CIFS_SHARE, ...)
+ * are the ones callers have always used; a program whose own names clash
+ * defines KSDB_NO_SHORT_CATEGORY_NAMES and uses the KSDB_CAT_ forms.
+ * ------------------------------------------------------------------------ */
+typedef enum ksdb_category {
+    KSDB_CAT_NONE = 0,
+    KSDB_CAT_ALL = 1,
+    KSDB_CAT_VPD = 2,
+    KSDB_CAT_ALL_SERVICE = 3,
+    KSDB_CAT_DEFAULT_SERVICE = 4,
+    KSDB_CAT_CIFS_SERVICE = 5,
+    KSDB_CAT_AFP_SERVICE = 6,
+    KSDB_CAT_NFS_SERVICE = 7,
+    KSDB_CAT_FTP_SERVICE = 8,
+    KSDB_CAT_HTTP_SERVICE = 9,
+    KSDB_CAT_SNMP_SERVICE = 10,
+    KSDB_CAT_SSH_SERVICE = 11,
+    KSDB_CAT_REPLICATE_SERVICE = 12,
+    KSDB_CAT_VOLUME = 13,
+    KSDB_CAT_DISK = 14,
+    KSDB_CAT_ACCOUNT = 15,
+    KSDB_CAT_ADS_ACCOUNT = 16,
+    KSDB_CAT_USB = 17,
+    KSDB_CAT_SHARE_STATS = 18,
+    KSDB_CAT_ALL_SHARE = 19,
+    KSDB_CAT_ZVOL_SHARE = 20,
+    KSDB_CAT_CIFS_SHARE = 21,
+    KSDB_CAT_AFP_SHARE = 22,
+    KSDB_CAT_NFS_SHARE = 23,
+    KSDB_CAT_FTP_SHARE = 24,
+    KSDB_CAT_HTTP_SHARE = 25,
+    KSDB_CAT_DLNA = 26,
+    KSDB_CAT_RSYNC = 27,
+    KSDB_CAT_SNAPSHOT = 28,
+    KSDB_CAT_BACKUP = 29,
+    KSDB_CAT_REPLISYNC = 30,
+    KSDB_CAT_NETWORK = 31,
+    KSDB_CAT_SERVICE = 32,
+    KSDB_CAT_AVAHI_SERVICE = 33,
+    KSDB_CAT_VAULT_SETTINGS = 34,
+    KSDB_CAT_TIVO_SETTINGS = 35,
+    KSDB_CAT_UPS_SERVICE = 36,
+    KSDB_CAT_ANTIVIRUS_SERVICE = 37,
+    KSDB_CAT_DICTIONARY = 38,
+    KSDB_CAT_UPS = 39,
+    KSDB_CAT_LOCAL_UPS = 40,
+    KSDB_CAT_HOTPLUG_USB = 41,
+    KSDB_CAT_VOLUME_SCHEDULE = 42,
+    KSDB_CAT_HF_STATS = 43,
+    KSDB_CAT_AUTHORIZED_SSH_PUBLIC_KEY = 44,
+    KSDB_CAT_SHARE_FS_ATTRIBUTE = 45,
+    KSDB_CAT_REPLISYNC_KEY = 46
+#ifndef KSDB_NO_SHORT_CATEGORY_NAMES
+    ,
+    NONE = KSDB_CAT_NONE,
+    ALL = KSDB_CAT_ALL,
+    VPD = KSDB_CAT_VPD,
+    ALL_SERVICE = KSDB_CAT_ALL_SERVICE,
+    DEFAULT_SERVICE = KSDB_CAT_DEFAULT_SERVICE,
+    CIFS_SERVICE = KSDB_CAT_CIFS_SERVICE,
+    AFP_SERVICE = KSDB_CAT_AFP_SERVICE,
+    NFS_SERVICE = KSDB_CAT_NFS_SERVICE,
+    FTP_SERVICE = KSDB_CAT_FTP_SERVICE,
+    HTTP_SERVICE = KSDB_CAT_HTTP_SERVICE,
+    SNMP_SERVICE = KSDB_CAT_SNMP_SERVICE,
+    SSH_SERVICE = KSDB_CAT_SSH_SERVICE,
+    REPLICATE_SERVICE = KSDB_CAT_REPLICATE_SERVICE,
+    VOLUME = KSDB_CAT_VOLUME,
+    DISK = KSDB_CAT_DISK,
+    ACCOUNT = KSDB_CAT_ACCOUNT,
+    ADS_ACCOUNT = KSDB_CAT_ADS_ACCOUNT,
+    USB = KSDB_CAT_USB,
+    SHARE_STATS = KSDB_CAT_SHARE_STATS,
+    ALL_SHARE = KSDB_CAT_ALL_SHARE,
+    ZVOL_SHARE = KSDB_CAT_ZVOL_SHARE,
+    CIFS_SHARE = KSDB_CAT_CIFS_SHARE,
+    AFP_SHARE = KSDB_CAT_AFP_SHARE,
+    NFS_SHARE = KSDB_CAT_NFS_SHARE,
+    FTP_SHARE = KSDB_CAT_FTP_SHARE,
+    HTTP_SHARE = KSDB_CAT_HTTP_SHARE,
+    DLNA = KSDB_CAT_DLNA,
+    RSYNC = KSDB_CAT_RSYNC,
+    SNAPSHOT = KSDB_CAT_SNAPSHOT,
+    BACKUP = KSDB_CAT_BACKUP,
+    REPLISYNC = KSDB_CAT_REPLISYNC,
+    NETWORK = KSDB_CAT_NETWORK,
+    SERVICE = KSDB_CAT_SERVICE,
+    AVAHI_SERVICE = KSDB_CAT_AVAHI_SERVICE,
+    VAULT_SETTINGS = KSDB_CAT_VAULT_SETTINGS,
+    TIVO_SETTINGS = KSDB_CAT_TIVO_SETTINGS,
+    UPS_SERVICE = KSDB_CAT_UPS_SERVICE,
+    ANTIVIRUS_SERVICE = KSDB_CAT_ANTIVIRUS_SERVICE,
+    DICTIONARY = KSDB_CAT_DICTIONARY,
+    UPS = KSDB_CAT_UPS,
+    LOCAL_UPS = KSDB_CAT_LOCAL_UPS,
+    HOTPLUG_USB = KSDB_CAT_HOTPLUG_USB,
+    VOLUME_SCHEDULE = KSDB_CAT_VOLUME_SCHEDULE,
+    HF_STATS = KSDB_CAT_HF_STATS,
+    AUTHORIZED_SSH_PUBLIC_KEY = KSDB_CAT_AUTHORIZED_SSH_PUBLIC_KEY,
+    SHARE_FS_ATTRIBUTE = KSDB_CAT_SHARE_FS_ATTRIBUTE,
+    REPLISYNC_KEY = KSDB_CAT_REPLISYNC_KEY
+#endif
+} ksdb_category;
+
+/* Number of categories; a category value at or above it is invalid. */
+#define KSDB_CATEGORY_COUNT 47
+
+/* ------------------------------------------------------------------------
+ * The system-information record (244 bytes), filled by the platform's
+ * get_sys_info().  The hardware-type number comes first.
+ * ------------------------------------------------------------------------ */
+#define KSDB_SYS_INFO_SIZE 244
+typedef struct ksdb_sys_info {
+    uint32_t hw_type;     /* hardware-type number; 0 when unknown */
+    char vendor[64];      /* NUL-terminated, empty when unknown */
+    char model[64];
+    char serial[64];
+    char reserved[48];
+} ksdb_sys_info;
+
+/* ------------------------------------------------------------------------
+ * The handle.  The field order and types are part of the interface.
+ * ------------------------------------------------------------------------ */
+typedef struct ksdb_handle {
+    pthread_mutex_t *db_mutex;    /* recursive; serialises transactions */
+    FILE *log_stream;             /* NULL: log lines go to the journal */
+    pthread_mutex_t *log_mutex;   /* held while one log line is written */
+    uint32_t log_level;           /* 0 nothing, 1 fatal .. 5 debug */
+    FILE *trace_stream;           /* NULL: SQL trace goes to the journal */
+    pthread_mutex_t *trace_mutex; /* held while one trace record is written */
+    apr_pool_t *pool;             /* results are allocated here ... */
+    apr_pool_t *call_pool;        /* ... or here, when the caller sets it */
+    char *debug_root;             /* NULL: the live system */
+    ksdb_sys_info *sys_info;      /* 244-byte system-information record */
+    uint32_t flags;               /* stored, never read by the library */
+} ksdb_handle;
+
+/* Call-site tag helper for callers: ksdb_sql_exec(h, db, NULL, KSDB_SITE("mydaemon"), sql). */
+#define KSDB_SITE(module) (module), __LINE__
+
+/* ---- handle and logging ------------------------------------------------ */
+
+KSDB_API ksdb_handle *ksdb_initialize(apr_pool_t *pool, FILE *log_stream, uint32_t log_level,
+                                      FILE *trace_stream, pthread_mutex_t *db_mutex,
+                                      pthread_mutex_t *log_mutex, pthread_mutex_t *trace_mutex,
+                                      const char *debug_root, ksdb_sys_info *sys_info,
+                                      uint32_t flags);
+KSDB_API ksdb_handle *ksdb_initialize_old(FILE *log_stream, uint32_t log_level, FILE *trace_stream,
+                                          const char *debug_root);
+KSDB_API void ksdb_pool_destroy_old(ksdb_handle *handle);
+
+/* The pool results and messages are allocated from: call_pool when set, else pool. */
+KSDB_API apr_pool_t *ksdb_result_pool(const ksdb_handle *handle);
+/* True when the handle has a debug root other than "/". */
+KSDB_API int ksdb_is_debug_root(const ksdb_handle *handle);
+
+KSDB_API void ksdb_log(const ksdb_handle *handle, const char *file, int line, uint32_t level,
+                       int append_newline, const char *format, ...) KSDB_PRINTF(6, 7);
+KSDB_API void ksdb_vlog(const ksdb_handle *handle, const char *file, int line, uint32_t level,
+                        int append_newline, const char *format, va_list ap) KSDB_PRINTF(6, 0);
+KSDB_API void ads_log(const char *file, int line, uint32_t level, const char *format, ...)
+    KSDB_PRINTF(4, 5);
+KSDB_API void ksdb_trace(const ksdb_handle *handle, const char *file, int line, const char *format,
+                         ...) KSDB_PRINTF(4, 5);
+
+KSDB_API long ksdb_rand(void);
+KSDB_API int64_t ksdb_elapsed_us(const struct timeval *end, const struct timeval *start);
+KSDB_API int64_t ksdb_now_ms(void);
+KSDB_API int64_t ksdb_now_us(void);
+
+/* A short English description of a status code, for messages. */
+KSDB_API const char *ksdb_strstatus(int status);
+
+/* ---- SQL access layer -------------------------------------------------- */
+
+KSDB_API int ksdb_sql_exec(ksdb_handle *handle, sqlite3 *db, char **errmsg, const char *file,
+                           int line, const char *sql);
+KSDB_API int ksdb_sql_exec_mutex(ksdb_handle *handle, sqlite3 *db, char **errmsg,
+                                 const char *file, int line, const char *sql);
+KSDB_API int ksdb_sql_exec_mprintf(ksdb_handle *handle, sqlite3 *db, char **errmsg,
+                                   const char *file, int line, const char *format, ...);
+KSDB_API int ksdb_sql_begin(ksdb_handle *handle, sqlite3 *db, char **errmsg, const char *file,
+                            int line);
+KSDB_API int ksdb_sql_commit(ksdb_handle *handle, sqlite3 *db, char **errmsg, const char *file,
+                             int line);
+KSDB_API int ksdb_sql_rollback(ksdb_handle *handle, sqlite3 *db, char **errmsg,
+                               const char *file, int line);
+KSDB_API int ksdb_sql_get_table(ksdb_handle *handle, sqlite3 *db, char **errmsg, const char *file,
+                                int line, char ***result, int *nrow, int *ncol, const char *sql);
+KSDB_API int ksdb_sql_get_table_mutex(ksdb_handle *handle, sqlite3 *db, char **errmsg,
+                                      const char *file, int line, char ***result, int *nrow,
+                                      int *ncol, const char *sql);
+KSDB_API int ksdb_sql_get_table_mprintf(ksdb_handle *handle, sqlite3 *db, char **errmsg,
+                                        const char *file, int line, char ***result, int *nrow,
+                                        int *ncol, const char *format, ...);
+KSDB_API int ksdb_sql_get_scaler_mprintf(ksdb_handle *handle, sqlite3 *db, char **errmsg,
+                                         const char *file, int line, char **result,
+                                         const char *format, ...);
+KSDB_API int ksdb_sql_get_int32_mprintf(ksdb_handle *handle, sqlite3 *db, char **errmsg,
+                                        const char *file, int line, int32_t *result,
+                                        int *is_null, const char *format, ...);
+KSDB_API int ksdb_sql_get_int64_mprintf(ksdb_handle *handle, sqlite3 *db, char **errmsg,
+                                        const char *file, int line, int64_t *result,
+                                        int *is_null, const char *format, ...);
+KSDB_API int ksdb_sql_get_uint32_mprintf(ksdb_handle *handle, sqlite3 *db, char **errmsg,
+                                         const char *file, int line, uint32_t *result,
+                                         int *is_null, const char *format, ...);
+KSDB_API int ksdb_sql_get_uint64_mprintf(ksdb_handle *handle, sqlite3 *db, char **errmsg,
+                                         const char *file, int line, uint64_t *result,
+                                         int *is_null, const char *format, ...);
+
+/* Whole-table helpers.  Table lists end with a NULL entry; the prefix is
+ * glued in front of each name ("_" + "share" = "_share"). */
+KSDB_API int ksdb_sql_delete_tables(ksdb_handle *handle, sqlite3 *db, char **errmsg,
+                                    const char *prefix, const char *const *tables);
+KSDB_API int ksdb_sql_drop_tables(ksdb_handle *handle, sqlite3 *db, char **errmsg,
+                                  const char *prefix, const char *const *tables);
+KSDB_API int ksdb_sql_duplicate_table(ksdb_handle *handle, sqlite3 *db, char **errmsg,
+                                      const char *source, const char *destination);
+KSDB_API int ksdb_sql_duplicate_table_mutex(ksdb_handle *handle, sqlite3 *db, char **errmsg,
+                                            const char *source, const char *destination);
+KSDB_API int ksdb_sql_duplicate_tables(ksdb_handle *handle, sqlite3 *db, char **errmsg,
+                                       const char *prefix, const char *const *tables);
+KSDB_API int ksdb_sql_rename_table(ksdb_handle *handle, sqlite3 *db, char **errmsg,
+                                   const char *old_name, const char *new_name);
+KSDB_API int ksdb_sql_compare_tables(ksdb_handle *handle, sqlite3 *db, char **errmsg,
+                                     const char *prefix, const char *const *tables,
+                                     const char **changed);
+KSDB_API int ksdb_sql_compare_tables2(ksdb_handle *handle, sqlite3 *db, char **errmsg,
+                                      const char *prefix, const char *const *tables, int *count);
+KSDB_API int ksdb_sql_compare_table(ksdb_handle *handle, sqlite3 *db, char **errmsg,
+                                    const char *first, const char *second, int *count);
+KSDB_API int ksdb_sql_compare_table_row(ksdb_handle *handle, sqlite3 *db, char **errmsg,
+                                        const char *first, const char *second,
+                                        const char *condition, int *count);
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif /* KSDB_H */

@@ -1,0 +1,17 @@
+#!/bin/sh
+# The shared library exports the C interface and nothing else.
+set -eu
+lib=$1
+allowed='^(ksdb_[A-Za-z0-9_]+|ads_log|TABLE_SMB_USERNAME_MAP|TABLE_SMB_USERNAME_MAP_TYPE_HASH|TABLE_SMB_USERNAME_MAP_TYPE_UNAME|skip_space|skip_to_chars|split|splitchr|splitstr|split_to_array|escape_for_shell|unescape_for_shell|ini_parse_file|KSDB_0)$'
+symbols=$(nm -D --defined-only "$lib" | awk '{print $3}' | sed 's/@.*//' | sort -u)
+unexpected=$(printf '%s\n' "$symbols" | grep -Ev "$allowed" || true)
+if [ -n "$unexpected" ]; then
+    echo "unexpected exported symbols:" >&2
+    printf '%s\n' "$unexpected" >&2
+    exit 1
+fi
+for required in ksdb_initialize ksdb_initialize_old ksdb_log ads_log ksdb_sql_exec \
+        ksdb_sql_get_int64_mprintf ksdb_sql_compare_table; do
+    printf '%s\n' "$symbols" | grep -qx "$required" || { echo "missing export $required" >&2; exit 1; }
+done
+echo "exports ok ($(printf '%s\n' "$symbols" | wc -l) symbols)"

@@ -1,0 +1,183 @@
+#include "tests/support/test_support.h"
+
+#include <gtest/gtest.h>
+
+#include <apr_general.h>
+#include <dirent.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <cstring>
+#include <fstream>
+#include <sstream>
+
+namespace ksdb_test {
+
+namespace {
+
+void remove_tree(const std::string &path) {
+    struct stat st;
+    if (lstat(path.c_str(), &st) != 0) return;
+    if (S_ISDIR(st.st_mode)) {
+        if (DIR *d = opendir(path.c_str())) {
+            while (struct dirent *e = readdir(d)) {
+                if (!std::strcmp(e->d_name, ".") || !std::strcmp(e->d_name, "..")) continue;
+                remove_tree(path + "/" + e->d_name);
+            }
+            closedir(d);
+        }
+        rmdir(path.c_str());
+    } else {
+        unlink(path.c_str());
+    }
+}
+
+struct AprInit {
+    AprInit() { apr_initialize(); }
+};
+
+}  // namespace
+
+TempDir::TempDir() {
+    const char *base = std::getenv("TMPDIR");
+    std::string tmpl = std::string(base && *base ? base : "/tmp") + "/ksdb-test-XXXXXX";
+    char *made = mkdtemp(tmpl.data());
+    if (!made) std::abort();
+    path_ = made;
+}
+
+TempDir::~TempDir() { remove_tree(path_); }
+
+Handle::Handle(const Options &opts) {
+    static AprInit init;
+    apr_pool_create(&pool_, nullptr);
+    pthread_mutexattr_t attr;
+    pthread_mutexattr_init(&attr);
+    pthread_mutexattr_settype(&attr, PTHREAD_MUTEX_RECURSIVE);
+    for (auto &m : mutexes_) pthread_mutex_init(&m, &attr);
+    pthread_mutexattr_destroy(&attr);
+    h_ = ksdb_initialize(pool_, opts.log, opts.level, opts.trace, &mutexes_[0], &mutexes_[1],
+                         &mutexes_[2], opts.root, &info_, 0);
+}
+
+Handle::~Handle() {
+    std::free(h_);
+    for (auto &m : mutexes_) pthread_mutex_destroy(&m);
+    apr_pool_destroy(pool_);
+}
+
+Db::Db(const std::string &path) {
+    if (sqlite3_open(path.c_str(), &db_) != SQLITE_OK) ADD_FAILURE() << "cannot open " << path;
+}
+
+Db::~Db() { sqlite3_close(db_); }
+
+void Db::exec(const std::string &sql) {
+    char *err = nullptr;
+    int rc = sqlite3_exec(db_, sql.c_str(), nullptr, nullptr, &err);
+    EXPECT_EQ(rc, SQLITE_OK) << sql << ": " << (err ? err : "");
+    sqlite3_free(err);
+}
+
+std::vector<std::string> Db::rows(const std::string &sql) {
+    std::vector<std::string> out;
+    sqlite3_stmt *st = nullptr;
+    if (sqlite3_prepare_v2(db_, sql.c_str(), -1, &st, nullptr) != SQLITE_OK) {
+        ADD_FAILURE() << sql << ": " << sqlite3_errmsg(db_);
+        return out;
+    }
+    while (sqlite3_step(st) == SQLITE_ROW) {
+        std::string row;
+        for (int c = 0; c < sqlite3_column_count(st); ++c) {
+            if (c) row += "|";
+            const unsigned char *v = sqlite3_column_text(st, c);
+            row += v ? reinterpret_cast<const char *>(v) : "<NULL>";
+        }
+        out.push_back(row);
+    }
+    sqlite3_finalize(st);
+    return out;
+}
+
+std::vector<std::string> Db::column(const std::string &sql) {
+    std::vector<std::string> out;
+    sqlite3_stmt *st = nullptr;
+    if (sqlite3_prepare_v2(db_, sql.c_str(), -1, &st, nullptr) != SQLITE_OK) {
+        ADD_FAILURE() << sql << ": " << sqlite3_errmsg(db_);
+        return out;
+    }
+    while (sqlite3_step(st) == SQLITE_ROW) {
+        const unsigned char *v = sqlite3_column_text(st, 0);
+        out.push_back(v ? reinterpret_cast<const char *>(v) : "<NULL>");
+    }
+    sqlite3_finalize(st);
+    return out;
+}
+
+std::string Db::scalar(const std::string &sql) {
+    auto col = column(sql);
+    return col.empty() ? std::string("<none>") : col[0];
+}
+
+std::string read_file(const std::string &path) {
+    std::ifstream in(path, std::ios::binary);
+    std::ostringstream ss;
+    ss << in.rdbuf();
+    return ss.str();
+}
+
+void write_file(const std::string &path, const std::string &content) {
+    auto slash = path.rfind('/');
+    if (slash != std::string::npos && slash > 0) mkdirs(path.substr(0, slash));
+    std::ofstream out(path, std::ios::binary | std::ios::trunc);
+    out << content;
+}
+
+bool exists(const std::string &path) {
+    struct stat st;
+    return lstat(path.c_str(), &st) == 0;
+}
+
+void mkdirs(const std::string &path) {
+    std::string cur;
+    std::stringstream ss(path);
+    std::string part;
+    if (!path.empty() && path[0] == '/') cur = "";
+    while (std::getline(ss, part, '/')) {
+        if (part.empty()) continue;
+        cur += "/" + part;
+        mkdir(cur.c_str(), 0755);
+    }
+}
+
+CaptureFile::CaptureFile() {
+    char tmpl[] = "/tmp/ksdb-capture-XXXXXX";
+    int fd = mkstemp(tmpl);
+    path_ = tmpl;
+    f_ = fdopen(fd, "w+");
+    // Fully buffered, so a test can tell a flushed line from a buffered one.
+    setvbuf(f_, nullptr, _IOFBF, 1 << 16);
+}
+
+CaptureFile::~CaptureFile() {
+    std::fclose(f_);
+    unlink(path_.c_str());
+}
+
+std::string CaptureFile::text() {
+    std::fflush(f_);
+    return read_file(path_);
+}
+
+std::string CaptureFile::unflushed_on_disk() { return read_file(path_); }
+
+std::vector<std::string> lines(const std::string &text) {
+    std::vector<std::string> out;
+    std::stringstream ss(text);
+    std::string line;
+    while (std::getline(ss, line)) out.push_back(line);
+    return out;
+}
+
+}  // namespace ksdb_test
