@@ -25,6 +25,11 @@ void init_apr_once() {
 
 }  // namespace
 
+// ---- schema ----------------------------------------------------------------
+// ksdb_create and ksdb_delete.
+
+// ---- end of schema ---------------------------------------------------------
+
 extern "C" {
 
 ksdb_handle *ksdb_initialize(apr_pool_t *pool, FILE *log_stream, uint32_t log_level,
@@ -156,3 +161,6 @@ const char *ksdb_strstatus(int status) {
 }
 
 }  // extern "C"
+
+// ---- driver ----------------------------------------------------------------
+// ksdb_import, ksdb_export, their _nolock forms and ksdb_export_per_share.

@@ -309,6 +309,170 @@ KSDB_API int ksdb_sql_compare_table_row(ksdb_handle *handle, sqlite3 *db, char *
                                         const char *first, const char *second,
                                         const char *condition, int *count);
 
+/* ---- schema (creation and upgrades) ------------------------------------- */
+
+/* Creates or upgrades the schema to KSDB_SCHEMA_VERSION: 0 or 3. */
+KSDB_API int ksdb_create(ksdb_handle *handle, sqlite3 *db);
+/* Empties every stored and mirror table: 0 or 3. */
+KSDB_API int ksdb_delete(ksdb_handle *handle, sqlite3 *db);
+
+/* ---- import and export -------------------------------------------------- */
+
+/* Run the importers or exporters of one category inside one transaction. */
+KSDB_API int ksdb_import(ksdb_handle *handle, sqlite3 *db, int category);
+KSDB_API int ksdb_export(ksdb_handle *handle, sqlite3 *db, int category);
+/* The same inside a transaction the caller already holds. */
+KSDB_API int ksdb_import_nolock(ksdb_handle *handle, sqlite3 *db, int category);
+KSDB_API int ksdb_export_nolock(ksdb_handle *handle, sqlite3 *db, int category);
+/* Export of one share's data; only SHARE_FS_ATTRIBUTE is handled. */
+KSDB_API int ksdb_export_per_share(ksdb_handle *handle, sqlite3 *db, int category,
+                                   const char *share);
+
+/* Progress of the driver and of the managed-file layer, reported on the
+ * calling thread to an observer the caller installs (for progress displays
+ * and reports of replaced files).  Any member may be NULL. */
+typedef struct ksdb_observer {
+    /* A step of an import or export begins (phase 0) or ends (phase 1, with
+     * its status). */
+    void (*step)(void *arg, const char *name, int phase, int status);
+    /* A managed file is about to be put in place (phase 0: `tmp_path` holds
+     * the new content) or has been (phase 1, with the status of the update). */
+    void (*file)(void *arg, const char *target, const char *tmp_path, int phase, int status);
+    void *arg;
+} ksdb_observer;
+/* Installs `observer` (copied) for the calling thread; NULL removes it. */
+KSDB_API void ksdb_set_observer(const ksdb_observer *observer);
+
+/* Installs, for the whole process, the fault reporter: a segmentation
+ * fault is logged through `handle` (program counter, fault address, a short
+ * backtrace) and ends the process with KSDB_FAULT_EXIT_STATUS.  The library
+ * never installs it itself.  0 on success, -1 when the signal handler could
+ * not be set. */
+KSDB_API int ksdb_install_fault_reporter(const ksdb_handle *handle);
+
+/* ---- persistent queue ----------------------------------------------------- */
+
+KSDB_API int ksdb_queue_create(ksdb_handle *handle, sqlite3 *db, int maxlen);
+KSDB_API int ksdb_queue_push(ksdb_handle *handle, sqlite3 *db, const char *src, const char *dst,
+                             const char *val, int pri, int ts);
+KSDB_API int ksdb_queue_pop(ksdb_handle *handle, sqlite3 *db, const char *src, const char *dst,
+                            char **val, int *ts, char **src_out, char **dst_out);
+KSDB_API int ksdb_queue_read(ksdb_handle *handle, sqlite3 *db, const char *src, const char *dst,
+                             char **val, int *ts, char **src_out, char **dst_out, int *id);
+KSDB_API int ksdb_queue_remove(ksdb_handle *handle, sqlite3 *db, int id);
+KSDB_API int ksdb_queue_remove_clean(ksdb_handle *handle, sqlite3 *db, int id, int seconds);
+KSDB_API int ksdb_queue_remove_all(ksdb_handle *handle, sqlite3 *db);
+KSDB_API int ksdb_queue_stat(ksdb_handle *handle, sqlite3 *db, const char *src, const char *dst,
+                             int *len);
+
+/* ---- managed configuration files ----------------------------------------- */
+
+/* A managed file: its live path and the owner and mode it must have. */
+typedef struct ksdb_file_spec {
+    const char *path;
+    int32_t uid;
+    int32_t gid;
+    int32_t mode;
+} ksdb_file_spec;
+
+/* The entry of the managed file table for a live path; files the table does
+ * not list get a built-in default entry.  Never NULL for a non-NULL path. */
+KSDB_API const ksdb_file_spec *ksdb_file_spec_lookup(const char *path);
+/* The managed file table, in its fixed order; *count receives its length. */
+KSDB_API const ksdb_file_spec *ksdb_file_spec_table(size_t *count);
+
+KSDB_API char *ksdb_file_load(ksdb_handle *handle, const char *path, size_t max_len, size_t *len);
+KSDB_API FILE *ksdb_file_open(ksdb_handle *handle, const char *path, const char *mode);
+KSDB_API FILE *ksdb_file_open_tempfile(ksdb_handle *handle, const ksdb_file_spec *spec,
+                                       char **tmp_path);
+KSDB_API int ksdb_file_update(ksdb_handle *handle, const ksdb_file_spec *spec,
+                              const char *tmp_path);
+KSDB_API int ksdb_file_stat(ksdb_handle *handle, const char *path, struct stat *st);
+KSDB_API void ksdb_file_unlink(ksdb_handle *handle, const char *path);
+/* Single-line files; these take the path as it stands (no debug root). */
+KSDB_API int ksdb_file_get_one_line(const char *path, char *buf, size_t size);
+KSDB_API int ksdb_file_put_one_line(const char *path, const char *text);
+
+/* Makes the share's configuration folder below "/<volume>/._share" and
+ * fills `spec` for "<folder>/<name>.conf"; 0 or -1. */
+KSDB_API int ksdb_share_conf_spec(ksdb_handle *handle, const char *volume, const char *share,
+                                  const char *name, ksdb_file_spec *spec);
+typedef int (*ksdb_share_subvolume_fn)(ksdb_handle *handle, sqlite3 *db, const char *volume,
+                                       const char *subvolume, void *arg);
+/* Calls `callback` for every share subvolume of every volume: 0, the
+ * callback's non-zero result (with stop_on_error), or 8. */
+KSDB_API int ksdb_foreach_share_subvolume(ksdb_handle *handle, sqlite3 *db,
+                                          ksdb_share_subvolume_fn callback, void *arg,
+                                          int stop_on_error);
+
+KSDB_API void ksdb_fprintf2(FILE *stream1, FILE *stream2, const char *format, ...)
+    KSDB_PRINTF(3, 4);
+KSDB_API char *ksdb_conf_value(char *line);
+KSDB_API char *ksdb_conf_value_str(const char *line, char *buf, size_t size);
+KSDB_API int ksdb_conf_value_int(const char *line);
+KSDB_API unsigned long ksdb_conf_value_ulong(const char *line);
+KSDB_API int ksdb_is_valid_name(const char *name);
+KSDB_API int ksdb_is_dev_mounted(const char *dev);
+
+/* ---- SQL templates and commands ------------------------------------------- */
+
+/* Writes the NULL-terminated list of pieces, replacing every
+ * "{SQL{query}}" by the query's single value: 0, 3 or 5. */
+KSDB_API int ksdb_template_write(ksdb_handle *handle, sqlite3 *db, FILE *out,
+                                 const char *const *pieces);
+KSDB_API int ksdb_exec_scanf(const char *command, const char *format, ...) KSDB_SCANF(2, 3);
+KSDB_API int ksdb_exec_vscanf(const char *command, const char *format, va_list ap)
+    KSDB_SCANF(2, 0);
+KSDB_API int ksdb_safe_system(const char *command);
+/* `value` quoted as one shell word, in the result pool. */
+KSDB_API char *ksdb_shell_quote(ksdb_handle *handle, const char *value);
+KSDB_API const char *ksdb_cat2str(int category);
+KSDB_API int ksdb_is_admin_user(ksdb_handle *handle, const char *username);
+KSDB_API char *ksdb_admin_users(ksdb_handle *handle, sqlite3 *db);
+KSDB_API char *ksdb_get_hostname(ksdb_handle *handle);
+KSDB_API uint32_t ksdb_guest_uid(ksdb_handle *handle, sqlite3 *db);
+KSDB_API uint32_t ksdb_guest_gid(ksdb_handle *handle, sqlite3 *db);
+KSDB_API int ksdb_check_vfat(ksdb_handle *handle, const char *device);
+KSDB_API int ksdb_check_domain_name(const char *name);
+KSDB_API uint64_t ksdb_div_unit(uint64_t value, int si);
+KSDB_API uint64_t ksdb_mul_unit(uint64_t value, int si);
+
+/* ---- string utilities ------------------------------------------------------ */
+
+KSDB_API int skip_space(char **cursor);
+KSDB_API int ksdb_skip_to_char(char **cursor, int c);
+KSDB_API int skip_to_chars(char **cursor, const char *set);
+/* Destructive splitters: the outputs are char ** and the list ends with NULL. */
+KSDB_API int splitchr(char **cursor, const char *delimset, ...);
+KSDB_API int split(char **cursor, const char *delimiter, ...);
+KSDB_API int splitstr(char *str, const char *delimiter, ...);
+KSDB_API char **split_to_array(ksdb_handle *handle, char **cursor, const char *delimiter);
+KSDB_API int ksdb_csv_to_array(ksdb_handle *handle, const char *line, char ***array, int *count);
+KSDB_API char *ksdb_trim(char *str, const char *leading, const char *trailing, int all);
+KSDB_API char *ksdb_trim_blanks(char *str);
+KSDB_API char *ksdb_trim_line_end(char *str);
+/* Removes one pair of surrounding double quotes, in place. */
+KSDB_API char *ksdb_strip_quotes(char *str);
+KSDB_API char *escape_for_shell(ksdb_handle *handle, const char *str);
+KSDB_API char *unescape_for_shell(char *str);
+/* Removes shell quoting (matching single and double quotes, backslashes), in place. */
+KSDB_API char *ksdb_unquote_shell_word(char *str);
+KSDB_API int ksdb_hex_digit(int c);
+KSDB_API char *ksdb_unescape_url(apr_pool_t *pool, const char *path);
+KSDB_API char *ksdb_escape_url(apr_pool_t *pool, const char *path);
+KSDB_API char *ksdb_unescape_xml(apr_pool_t *pool, const char *str);
+KSDB_API char *ksdb_escape_xml(apr_pool_t *pool, const char *str);
+KSDB_API int ksdb_tail_match(const char *a, const char *b);
+/* "none" for a NULL or empty value, else the value itself ... */
+KSDB_API const char *ksdb_or_none(const char *value);
+/* ... or a pool copy of it. */
+KSDB_API char *ksdb_pstrdup_or_none(apr_pool_t *pool, const char *value);
+KSDB_API char *ksdb_normalize_smb_path(ksdb_handle *handle, const char *path);
+KSDB_API char *ksdb_i_to_dow(apr_pool_t *pool, int bits);
+KSDB_API int ksdb_dow_to_i(const char *text);
+typedef int (*ini_handler)(void *user, const char *section, const char *name, const char *value);
+KSDB_API int ini_parse_file(const char *path, ini_handler handler, void *user);
+
 #ifdef __cplusplus
 }
 #endif

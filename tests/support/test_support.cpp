@@ -180,4 +180,77 @@ std::vector<std::string> lines(const std::string &text) {
     return out;
 }
 
+ScopedEnv::ScopedEnv(const char *name, const std::string &value) : name_(name) {
+    const char *old = std::getenv(name);
+    had_ = old != nullptr;
+    if (old) old_ = old;
+    setenv(name, value.c_str(), 1);
+}
+
+ScopedEnv::~ScopedEnv() {
+    if (had_)
+        setenv(name_.c_str(), old_.c_str(), 1);
+    else
+        unsetenv(name_.c_str());
+}
+
+std::string fakes_dir() { return KSDB_TEST_FAKES_DIR; }
+
+RootTest::RootTest() {
+    root_ = tmp_ / "root";
+    mkdirs(root_);
+    mkdirs(root_ + "/tmp");
+    fake_log_ = tmp_ / "fake-calls";
+    const char *path = std::getenv("PATH");
+    path_env_ = std::make_unique<ScopedEnv>("PATH", fakes_dir() + ":" + (path ? path : "/usr/bin:/bin"));
+    log_env_ = std::make_unique<ScopedEnv>("KSDB_FAKE_LOG", fake_log_);
+    root_env_ = std::make_unique<ScopedEnv>("KSDB_FAKE_ROOT", root_);
+    Handle::Options opts;
+    opts.log = log_.get();
+    opts.level = 5;
+    opts.root = root_.c_str();
+    handle_ = std::make_unique<Handle>(opts);
+    db_ = std::make_unique<Db>(tmp_ / "test.db");
+}
+
+RootTest::~RootTest() {
+    db_.reset();
+    handle_.reset();
+    for (const FakeCall &call : fake_calls())
+        if (!call.empty() && call[0] == "VIOLATION")
+            ADD_FAILURE() << "a command was given a path outside the debug root: "
+                          << (call.size() > 2 ? call[1] + " " + call[2] : "");
+}
+
+std::vector<FakeCall> RootTest::fake_calls() const {
+    std::vector<FakeCall> calls;
+    std::string text = read_file(fake_log_);
+    size_t start = 0;
+    while (start < text.size()) {
+        size_t end = text.find('\036', start);
+        if (end == std::string::npos) end = text.size();
+        FakeCall call;
+        std::string record = text.substr(start, end - start);
+        size_t p = 0;
+        while (true) {
+            size_t q = record.find('\037', p);
+            call.push_back(record.substr(p, q == std::string::npos ? std::string::npos : q - p));
+            if (q == std::string::npos) break;
+            p = q + 1;
+        }
+        calls.push_back(call);
+        start = end + 1;
+    }
+    return calls;
+}
+
+void RootTest::clear_fake_calls() const { unlink(fake_log_.c_str()); }
+
+std::vector<FakeCall> RootTest::fake_calls(const std::string &program) const {
+    std::vector<FakeCall> out;
+    for (auto &c : fake_calls())
+        if (!c.empty() && c[0] == program) out.push_back(c);
+    return out;
+}
+
 }  // namespace ksdb_test

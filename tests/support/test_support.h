@@ -8,7 +8,10 @@
 #include <pthread.h>
 #include <sqlite3.h>
 
+#include <gtest/gtest.h>
+
 #include <cstdio>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -94,5 +97,58 @@ class CaptureFile {
 };
 
 std::vector<std::string> lines(const std::string &text);
+
+// Sets an environment variable for the scope of the object.
+class ScopedEnv {
+  public:
+    ScopedEnv(const char *name, const std::string &value);
+    ~ScopedEnv();
+    ScopedEnv(const ScopedEnv &) = delete;
+    ScopedEnv &operator=(const ScopedEnv &) = delete;
+
+  private:
+    std::string name_;
+    bool had_;
+    std::string old_;
+};
+
+// One recorded call of a fake program: its name, then its arguments.
+using FakeCall = std::vector<std::string>;
+
+// A test under a temporary debug root with a fresh database, logging at
+// debug level into a capture, and the recording fake programs first on PATH
+// (they refuse, and record, any absolute path outside the root).
+class RootTest : public ::testing::Test {
+  protected:
+    RootTest();
+    ~RootTest() override;
+
+    ksdb_handle *h() const { return handle_->get(); }
+    sqlite3 *db() const { return db_->get(); }
+    Db &sql() { return *db_; }
+    const std::string &root() const { return root_; }
+    // root + live path ("/etc/exports" -> "<root>/etc/exports").
+    std::string at(const std::string &live) const { return root_ + live; }
+    void put(const std::string &live, const std::string &content) { write_file(at(live), content); }
+    std::string get(const std::string &live) const { return read_file(at(live)); }
+    std::string log() { return log_.text(); }
+
+    // Every call the fakes recorded since the test began (or the last clear).
+    std::vector<FakeCall> fake_calls() const;
+    void clear_fake_calls() const;
+    // Calls whose program name is `program`.
+    std::vector<FakeCall> fake_calls(const std::string &program) const;
+
+    TempDir tmp_;
+    std::string root_;
+    CaptureFile log_;
+    std::unique_ptr<Handle> handle_;
+    std::unique_ptr<Db> db_;
+    std::string fake_log_;
+    std::unique_ptr<ScopedEnv> path_env_, log_env_, root_env_;
+};
+
+// The folder of the recording fake programs.
+std::string fakes_dir();
 
 }  // namespace ksdb_test

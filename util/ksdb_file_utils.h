@@ -1,0 +1,76 @@
+// Internal side of the managed-file layer: the file mover and the writer
+// every exporter uses to produce a managed file.
+#pragma once
+
+#include "core/ksdb_internal.h"
+
+#include <string>
+#include <string_view>
+
+namespace ksdb {
+
+// Moves a file, across file systems too: 0, or the negative codes of the
+// mover (-1 no source, -ENOENT, -11 .. -17, -ESRCH).
+int _copy_file(const char *source, const char *destination);
+
+// Writes one managed file.  The constructor opens the temporary file; the
+// new content replaces the target only through commit().  On every other
+// path (an early return, an abandoned export) the destructor closes and
+// removes the temporary file, so no exporter can leak or half-commit a file.
+//
+//     ksdb::ManagedFile out(h, "/etc/exports");
+//     if (!out.ok()) { ...log...; return KSDB_E_FILE; }
+//     out.printf("...");
+//     if (int rc = out.commit()) return rc;
+class ManagedFile {
+  public:
+    ManagedFile(ksdb_handle *h, const ksdb_file_spec &spec);
+    // The spec comes from the managed file table (ksdb_file_spec_lookup).
+    ManagedFile(ksdb_handle *h, const char *live_path);
+    ~ManagedFile();
+    ManagedFile(const ManagedFile &) = delete;
+    ManagedFile &operator=(const ManagedFile &) = delete;
+
+    bool ok() const { return fp_ != nullptr; }
+    FILE *fp() const { return fp_; }
+    const char *tmp_path() const { return tmp_path_.c_str(); }
+    const ksdb_file_spec &spec() const { return spec_; }
+
+    void printf(const char *format, ...) KSDB_PRINTF(2, 3);
+    void write(std::string_view text);
+
+    // Closes the temporary file and puts it in place with ksdb_file_update:
+    // that call's status, or KSDB_E_FILE when the temporary file could not
+    // be written completely (it is then removed and the target kept).
+    int commit();
+    // Closes and removes the temporary file; the target keeps its content.
+    void abandon();
+
+  private:
+    void open();
+
+    ksdb_handle *h_;
+    std::string path_;
+    ksdb_file_spec spec_;
+    FILE *fp_ = nullptr;
+    std::string tmp_path_;
+};
+
+// Walks a NUL-terminated text line by line, in place: every newline is
+// replaced by NUL and fn(line) is called with the line (without its
+// newline, leading blanks kept).  fn returns false to stop.
+template <class Fn>
+void for_each_line(char *text, Fn &&fn) {
+    char *p = text;
+    while (p && *p) {
+        char *nl = std::strchr(p, '\n');
+        if (nl) *nl = '\0';
+        if (!fn(p)) return;
+        p = nl ? nl + 1 : nullptr;
+    }
+}
+
+// "/<volume>/._share/<share>": a share's configuration folder (live path).
+std::string share_conf_dir(std::string_view volume, std::string_view share);
+
+}  // namespace ksdb
