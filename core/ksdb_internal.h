@@ -74,6 +74,9 @@ JournalSink set_journal_sink(JournalSink sink);  // returns the previous sink
 // Where ads_log writes (normally /var/log/kestravad/ads.log).
 extern const char *const kAdsLogPath;
 
+// The observer the calling thread installed with ksdb_set_observer, or NULL.
+const ksdb_observer *current_observer();
+
 // ---- time ----------------------------------------------------------------
 
 class Stopwatch {

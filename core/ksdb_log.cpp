@@ -90,6 +90,13 @@ void vads_log_to(const char *path, const char *file, int line, uint32_t level,
 
 }  // namespace
 
+namespace {
+thread_local ksdb_observer t_observer;
+thread_local bool t_observer_set = false;
+}  // namespace
+
+const ksdb_observer *current_observer() { return t_observer_set ? &t_observer : nullptr; }
+
 JournalSink set_journal_sink(JournalSink sink) {
     return g_journal_sink.exchange(sink ? sink : journal_send_default);
 }
@@ -198,6 +205,16 @@ void ksdb_log(const ksdb_handle *h, const char *file, int line, uint32_t level,
     va_start(ap, format);
     ksdb_vlog(h, file, line, level, append_newline, format, ap);
     va_end(ap);
+}
+
+void ksdb_set_observer(const ksdb_observer *observer) {
+    if (observer) {
+        ksdb::t_observer = *observer;
+        ksdb::t_observer_set = true;
+    } else {
+        ksdb::t_observer = ksdb_observer{};
+        ksdb::t_observer_set = false;
+    }
 }
 
 void ads_log(const char *file, int line, uint32_t level, const char *format, ...) {
