@@ -2,11 +2,17 @@
 // and the time helpers.
 #define KSDB_MODULE "ksdb_api"
 #include "core/ksdb_internal.h"
+
+#include "core/ksdb_areas.h"
+#include "core/ksdb_driver.h"
+#include "core/ksdb_signal.h"
 #include "platform/platform.h"
 
 #include <apr_general.h>
 #include <apr_strings.h>
 #include <sys/stat.h>
+
+#include <unistd.h>
 
 #include <cstdlib>
 #include <ctime>
@@ -164,3 +170,447 @@ const char *ksdb_strstatus(int status) {
 
 // ---- driver ----------------------------------------------------------------
 // ksdb_import, ksdb_export, their _nolock forms and ksdb_export_per_share.
+
+namespace ksdb::driver {
+
+namespace {
+
+thread_local bool t_in_transaction = false;
+
+// The service importers of AFP, NFS, HTTP, SNMP and SSH take their settings
+// from /etc/default/services alone, so their own steps do nothing.
+int nothing(ksdb_handle *, sqlite3 *) { return 0; }
+
+int ads_account_import(ksdb_handle *h, sqlite3 *db) {
+    return ksdb_ads_account_import(h, db, t_in_transaction ? 1 : 0);
+}
+
+struct StepTableInit {
+    static void set(Step s, const char *name, StepFn fn) { g_steps[s] = StepEntry{name, fn}; }
+    StepTableInit() {
+        set(kVpdImport, "ksdb_vpd_import", ksdb_vpd_import);
+        set(kVolumeImport, "ksdb_volume_import", ksdb_volume_import);
+        set(kDiskImport, "ksdb_disk_import", ksdb_disk_import);
+        set(kDefaultServiceImport, "ksdb_default_service_import", ksdb_default_service_import);
+        set(kServiceImport, "ksdb_service_import", ksdb_service_import);
+        set(kCifsServiceImport, "ksdb_cifs_service_import", ksdb_cifs_service_import);
+        set(kAfpServiceImport, "ksdb_afp_service_import", nothing);
+        set(kNfsServiceImport, "ksdb_nfs_service_import", nothing);
+        set(kFtpServiceImport, "ksdb_ftp_service_import", ksdb_ftp_service_import);
+        set(kHttpServiceImport, "ksdb_http_service_import", nothing);
+        set(kEmptyServiceImport, "ksdb_empty_service_import", nothing);
+        set(kDaapServiceImport, "ksdb_daap_service_import", ksdb_daap_service_import);
+        set(kSnmpServiceImport, "ksdb_snmp_service_import", nothing);
+        set(kSshServiceImport, "ksdb_ssh_service_import", nothing);
+        set(kReplicateServiceImport, "ksdb_replicate_service_import",
+            ksdb_replicate_service_import);
+        set(kAccountImport, "ksdb_account_import", ksdb_account_import);
+        set(kAdsAccountImport, "ksdb_ads_account_import", ads_account_import);
+        set(kUsbImport, "ksdb_usb_import", ksdb_usb_import);
+        set(kUsbHotplugImport, "ksdb_usb_hotplug_import", ksdb_usb_hotplug_import);
+        set(kShareStatsImport, "ksdb_share_stats_import", ksdb_share_stats_import);
+        set(kZvolShareImport, "ksdb_zvol_share_import", ksdb_zvol_share_import);
+        set(kCifsShareImport, "ksdb_cifs_share_import", ksdb_cifs_share_import);
+        set(kCifsUsbShareImport, "ksdb_cifs_usb_share_import", ksdb_cifs_usb_share_import);
+        set(kAfpShareImport, "ksdb_afp_share_import", ksdb_afp_share_import);
+        set(kAfpUsbShareImport, "ksdb_afp_usb_share_import", ksdb_afp_usb_share_import);
+        set(kNfsShareImport, "ksdb_nfs_share_import", ksdb_nfs_share_import);
+        set(kNfsUsbShareImport, "ksdb_nfs_usb_share_import", ksdb_nfs_usb_share_import);
+        set(kFtpShareImport, "ksdb_ftp_share_import", ksdb_ftp_share_import);
+        set(kFtpUsbShareImport, "ksdb_ftp_usb_share_import", ksdb_ftp_usb_share_import);
+        set(kHttpShareImport, "ksdb_http_share_import", ksdb_http_share_import);
+        set(kHttpUsbShareImport, "ksdb_http_usb_share_import", ksdb_http_usb_share_import);
+        set(kDaapShareImport, "ksdb_daap_share_import", ksdb_daap_share_import);
+        set(kDlnaImport, "ksdb_dlna_import", ksdb_dlna_import);
+        set(kRsyncImport, "ksdb_rsync_import", ksdb_rsync_import);
+        set(kRsyncUsbImport, "ksdb_rsync_usb_import", ksdb_rsync_usb_import);
+        set(kSnapshotImport, "ksdb_snapshot_import", ksdb_snapshot_import);
+        set(kBackupImport, "ksdb_backup_import", ksdb_backup_import);
+        set(kReplisyncImport, "ksdb_replisync_import", ksdb_replisync_import);
+        set(kNetworkImport, "ksdb_network_import", ksdb_network_import);
+        set(kVaultImport, "ksdb_vault_import", ksdb_vault_import);
+        set(kTivoImport, "ksdb_tivo_import", ksdb_tivo_import);
+        set(kDictionaryImport, "ksdb_dictionary_import", ksdb_dictionary_import);
+        set(kUpsImport, "ksdb_ups_import", ksdb_ups_import);
+        set(kLocalUpsImport, "ksdb_local_ups_import", ksdb_local_ups_import);
+        set(kVolumeScheduleImport, "ksdb_volume_schedule_import", ksdb_volume_schedule_import);
+        set(kHfStatsImport, "ksdb_hf_stats_import", ksdb_hf_stats_import);
+        set(kAuthorizedKeyImport, "ksdb_authorized_ssh_public_key_import",
+            ksdb_authorized_ssh_public_key_import);
+        set(kShareFsAttributeImport, "ksdb_share_fs_attribute_import",
+            ksdb_share_fs_attribute_import);
+        set(kReplisyncKeyImport, "ksdb_replisync_key_import", ksdb_replisync_key_import);
+
+        set(kVpdExport, "ksdb_vpd_export", ksdb_vpd_export);
+        set(kDefaultServiceExport, "ksdb_default_service_export", ksdb_default_service_export);
+        set(kCifsServiceExport, "ksdb_cifs_service_export", ksdb_cifs_service_export);
+        set(kAfpServiceExport, "ksdb_afp_service_export", ksdb_afp_service_export);
+        set(kNfsServiceExport, "ksdb_nfs_service_export", ksdb_nfs_service_export);
+        set(kFtpServiceExport, "ksdb_ftp_service_export", ksdb_ftp_service_export);
+        set(kHttpServiceExport, "ksdb_http_service_export", ksdb_http_service_export);
+        set(kMediaServerServiceExport, "ksdb_media_server_service_export",
+            ksdb_media_server_service_export);
+        set(kDaapServiceExport, "ksdb_daap_service_export", ksdb_daap_service_export);
+        set(kSnmpServiceExport, "ksdb_snmp_service_export", ksdb_snmp_service_export);
+        set(kSshServiceExport, "ksdb_ssh_service_export", ksdb_ssh_service_export);
+        set(kReplicateServiceExport, "ksdb_replicate_service_export",
+            ksdb_replicate_service_export);
+        set(kAntivirusServiceExport, "ksdb_antivirus_service_export",
+            ksdb_antivirus_service_export);
+        set(kVolumeExport, "ksdb_volume_export", ksdb_volume_export);
+        set(kDiskExport, "ksdb_disk_export", ksdb_disk_export);
+        set(kAccountLocalUserExport, "_ksdb_account_local_user_export",
+            _ksdb_account_local_user_export);
+        set(kUsbStorageExport, "_ksdb_usb_storage_export", _ksdb_usb_storage_export);
+        set(kZvolShareExport, "ksdb_zvol_share_export", ksdb_zvol_share_export);
+        set(kCifsShareExport, "ksdb_cifs_share_export", ksdb_cifs_share_export);
+        set(kAfpShareUsbShareExport, "_ksdb_afp_share_usb_share_export",
+            _ksdb_afp_share_usb_share_export);
+        set(kNfsShareExport, "ksdb_nfs_share_export", ksdb_nfs_share_export);
+        set(kFtpShareExport, "ksdb_ftp_share_export", ksdb_ftp_share_export);
+        set(kHttpShareExport, "ksdb_http_share_export", ksdb_http_share_export);
+        set(kDlnaExport, "ksdb_dlna_export", ksdb_dlna_export);
+        set(kDaapExport, "ksdb_daap_export", ksdb_daap_export);
+        set(kRsyncExport, "ksdb_rsync_export", ksdb_rsync_export);
+        set(kSnapshotExport, "ksdb_snapshot_export", ksdb_snapshot_export);
+        set(kBackupExport, "ksdb_backup_export", ksdb_backup_export);
+        set(kReplisyncExport, "ksdb_replisync_export", ksdb_replisync_export);
+        set(kNetworkExport, "ksdb_network_export", ksdb_network_export);
+        set(kServiceSwitchExport, "ksdb_service_switch_export", ksdb_service_switch_export);
+        set(kVaultExport, "ksdb_vault_export", ksdb_vault_export);
+        set(kTivoExport, "ksdb_tivo_export", ksdb_tivo_export);
+        set(kUpsServiceExport, "ksdb_ups_service_export", ksdb_ups_service_export);
+        set(kUpsExport, "ksdb_ups_export", ksdb_ups_export);
+        set(kVolumeScheduleExport, "ksdb_volume_schedule_export", ksdb_volume_schedule_export);
+        set(kAuthorizedKeyExport, "ksdb_authorized_ssh_public_key_export",
+            ksdb_authorized_ssh_public_key_export);
+        set(kShareFsAttributeExport, "ksdb_share_fs_attribute_export",
+            ksdb_share_fs_attribute_export);
+        set(kReplisyncKeyExport, "ksdb_replisync_key_export", ksdb_replisync_key_export);
+    }
+};
+
+// ---- chains ------------------------------------------------------------------
+
+constexpr Step kAllServiceImportChain[] = {
+    kDefaultServiceImport, kCifsServiceImport, kAfpServiceImport,  kNfsServiceImport,
+    kFtpServiceImport,     kHttpServiceImport, kEmptyServiceImport, kDaapServiceImport,
+    kSnmpServiceImport,    kSshServiceImport,  kReplicateServiceImport,
+};
+constexpr Step kAllShareImportChain[] = {
+    kZvolShareImport, kCifsShareImport, kAfpShareImport,  kNfsShareImport, kDaapShareImport,
+    kRsyncImport,     kFtpShareImport,  kHttpShareImport, kSnapshotImport,
+};
+constexpr Step kHotplugUsbImportChain[] = {
+    kUsbHotplugImport,  kUsbStorageExport,   kCifsUsbShareImport, kAfpUsbShareImport,
+    kNfsUsbShareImport, kFtpUsbShareImport,  kHttpUsbShareImport, kRsyncUsbImport,
+    kDaapShareImport,   kDlnaImport,
+};
+constexpr Step kVolumeImportChain[] = {kVolumeImport, kAccountImport};
+constexpr Step kAllServiceExportChain[] = {
+    kDefaultServiceExport,     kDlnaExport,         kCifsServiceExport, kAfpServiceExport,
+    kNfsServiceExport,         kFtpServiceExport,   kHttpServiceExport, kMediaServerServiceExport,
+    kDaapServiceExport,        kSnmpServiceExport,  kAntivirusServiceExport, kSshServiceExport,
+};
+constexpr Step kAllShareExportChain[] = {
+    kZvolShareExport, kCifsShareExport, kAfpShareUsbShareExport, kDlnaExport,
+    kNfsShareExport,  kDaapExport,      kRsyncExport,            kFtpShareExport,
+    kHttpShareExport, kSnapshotExport,
+};
+
+template <size_t N>
+constexpr Plan chain(const Step (&steps)[N], bool nested_sync = false) {
+    return Plan{PlanKind::kChain, kVpdImport, steps, static_cast<int>(N), nested_sync};
+}
+constexpr Plan step(Step s) { return Plan{PlanKind::kStep, s, nullptr, 0, false}; }
+constexpr Plan kNothing{PlanKind::kNothing, kVpdImport, nullptr, 0, false};
+constexpr Plan kNotExportable{PlanKind::kNotExportable, kVpdImport, nullptr, 0, false};
+constexpr Plan kAllRun{PlanKind::kAll, kVpdImport, nullptr, 0, false};
+
+}  // namespace
+
+StepEntry g_steps[kStepCount];
+namespace {
+StepTableInit g_step_table_init;
+}  // namespace
+
+bool in_driver_transaction() { return t_in_transaction; }
+
+// The plans of every category, indexed by category: import, then export.
+const CategoryPlan kCategoryPlans[KSDB_CATEGORY_COUNT] = {
+    /* 0 NONE */ {kNothing, kNothing},
+    /* 1 ALL */ {kAllRun, kAllRun},
+    /* 2 VPD */ {step(kVpdImport), step(kVpdExport)},
+    /* 3 ALL_SERVICE */ {chain(kAllServiceImportChain), chain(kAllServiceExportChain, true)},
+    /* 4 DEFAULT_SERVICE */ {step(kDefaultServiceImport), step(kDefaultServiceExport)},
+    /* 5 CIFS_SERVICE */ {step(kCifsServiceImport), step(kCifsServiceExport)},
+    /* 6 AFP_SERVICE */ {step(kAfpServiceImport), step(kAfpServiceExport)},
+    /* 7 NFS_SERVICE */ {step(kNfsServiceImport), step(kNfsServiceExport)},
+    /* 8 FTP_SERVICE */ {step(kFtpServiceImport), step(kFtpServiceExport)},
+    /* 9 HTTP_SERVICE */ {step(kHttpServiceImport), step(kHttpServiceExport)},
+    /* 10 SNMP_SERVICE */ {step(kSnmpServiceImport), step(kSnmpServiceExport)},
+    /* 11 SSH_SERVICE */ {step(kSshServiceImport), step(kSshServiceExport)},
+    /* 12 REPLICATE_SERVICE */ {step(kReplicateServiceImport), step(kReplicateServiceExport)},
+    /* 13 VOLUME */ {chain(kVolumeImportChain), step(kVolumeExport)},
+    /* 14 DISK */ {step(kDiskImport), step(kDiskExport)},
+    /* 15 ACCOUNT */ {step(kAccountImport), step(kAccountLocalUserExport)},
+    /* 16 ADS_ACCOUNT */ {step(kAdsAccountImport), kNotExportable},
+    /* 17 USB */ {step(kUsbImport), step(kUsbStorageExport)},
+    /* 18 SHARE_STATS */ {step(kShareStatsImport), kNothing},
+    /* 19 ALL_SHARE */ {chain(kAllShareImportChain), chain(kAllShareExportChain, true)},
+    /* 20 ZVOL_SHARE */ {step(kZvolShareImport), step(kZvolShareExport)},
+    /* 21 CIFS_SHARE */ {step(kCifsShareImport), step(kCifsShareExport)},
+    /* 22 AFP_SHARE */ {step(kAfpShareImport), step(kAfpShareUsbShareExport)},
+    /* 23 NFS_SHARE */ {step(kNfsShareImport), step(kNfsShareExport)},
+    /* 24 FTP_SHARE */ {step(kFtpShareImport), step(kFtpShareExport)},
+    /* 25 HTTP_SHARE */ {step(kHttpShareImport), step(kHttpShareExport)},
+    /* 26 DLNA */ {step(kDlnaImport), step(kDlnaExport)},
+    /* 27 RSYNC */ {step(kRsyncImport), step(kRsyncExport)},
+    /* 28 SNAPSHOT */ {step(kSnapshotImport), step(kSnapshotExport)},
+    /* 29 BACKUP */ {step(kBackupImport), step(kBackupExport)},
+    /* 30 REPLISYNC */ {step(kReplisyncImport), step(kReplisyncExport)},
+    /* 31 NETWORK */ {step(kNetworkImport), step(kNetworkExport)},
+    /* 32 SERVICE */ {step(kServiceImport), step(kServiceSwitchExport)},
+    /* 33 AVAHI_SERVICE */ {kNothing, kNothing},
+    /* 34 VAULT_SETTINGS */ {step(kVaultImport), step(kVaultExport)},
+    /* 35 TIVO_SETTINGS */ {step(kTivoImport), step(kTivoExport)},
+    /* 36 UPS_SERVICE */ {step(kDefaultServiceImport), step(kUpsServiceExport)},
+    /* 37 ANTIVIRUS_SERVICE */ {kNothing, step(kAntivirusServiceExport)},
+    /* 38 DICTIONARY */ {step(kDictionaryImport), kNotExportable},
+    /* 39 UPS */ {step(kUpsImport), step(kUpsExport)},
+    /* 40 LOCAL_UPS */ {step(kLocalUpsImport), kNotExportable},
+    /* 41 HOTPLUG_USB */ {chain(kHotplugUsbImportChain), kNotExportable},
+    /* 42 VOLUME_SCHEDULE */ {step(kVolumeScheduleImport), step(kVolumeScheduleExport)},
+    /* 43 HF_STATS */ {step(kHfStatsImport), kNothing},
+    /* 44 AUTHORIZED_SSH_PUBLIC_KEY */ {step(kAuthorizedKeyImport), step(kAuthorizedKeyExport)},
+    /* 45 SHARE_FS_ATTRIBUTE */ {step(kShareFsAttributeImport), step(kShareFsAttributeExport)},
+    /* 46 REPLISYNC_KEY */ {step(kReplisyncKeyImport), step(kReplisyncKeyExport)},
+};
+
+Chain import_chain(int category) {
+    if (category < 0 || category >= KSDB_CATEGORY_COUNT) return {nullptr, 0};
+    const Plan &p = kCategoryPlans[category].import_plan;
+    return p.kind == PlanKind::kChain ? Chain{p.chain, p.chain_len} : Chain{nullptr, 0};
+}
+
+Chain export_chain(int category) {
+    if (category < 0 || category >= KSDB_CATEGORY_COUNT) return {nullptr, 0};
+    const Plan &p = kCategoryPlans[category].export_plan;
+    return p.kind == PlanKind::kChain ? Chain{p.chain, p.chain_len} : Chain{nullptr, 0};
+}
+
+namespace {
+
+int run_step(ksdb_handle *h, sqlite3 *db, Step s) {
+    const StepEntry &e = g_steps[s];
+    const ksdb_observer *obs = current_observer();
+    if (obs && obs->step) obs->step(obs->arg, e.name, 0, 0);
+    int rc = e.fn(h, db);
+    obs = current_observer();
+    if (obs && obs->step) obs->step(obs->arg, e.name, 1, rc);
+    return rc;
+}
+
+// A chain: the first failure stops it and gives 1.
+int run_chain(ksdb_handle *h, sqlite3 *db, const Plan &p) {
+    for (int i = 0; i < p.chain_len; ++i)
+        if (run_step(h, db, p.chain[i]) != 0) return 1;
+    return 0;
+}
+
+int import_work(ksdb_handle *h, sqlite3 *db, int category);
+int export_work(ksdb_handle *h, sqlite3 *db, int category);
+
+// The ALL import.  The first failure stops the run and its own result is
+// kept; the last four steps name their failure in the log.
+int import_all(ksdb_handle *h, sqlite3 *db) {
+    struct Item {
+        int nested_category;  // -1: a step
+        Step step;
+        const char *failure;
+    };
+    static const Item kItems[] = {
+        {-1, kVpdImport, nullptr},
+        {-1, kVolumeImport, nullptr},
+        {-1, kDiskImport, nullptr},
+        {KSDB_CAT_ALL_SERVICE, kVpdImport, nullptr},
+        {-1, kAccountImport, nullptr},
+        {-1, kUsbImport, nullptr},
+        {KSDB_CAT_ALL_SHARE, kVpdImport, nullptr},
+        {-1, kBackupImport, nullptr},
+        {-1, kReplisyncImport, nullptr},
+        {-1, kNetworkImport, nullptr},
+        {-1, kVaultImport, nullptr},
+        {-1, kTivoImport, nullptr},
+        {-1, kDictionaryImport, nullptr},
+        {-1, kDlnaImport, nullptr},
+        {-1, kUpsImport, nullptr},
+        {-1, kVolumeScheduleImport, nullptr},
+        {-1, kAuthorizedKeyImport, "Failed to import authorized ssh public key!\n"},
+        {-1, kShareFsAttributeImport, "Failed to import share fs attribute!\n"},
+        {-1, kShareStatsImport, "Failed to import share stats!\n"},
+        {-1, kReplisyncKeyImport, "Failed to import authorized replisync key!\n"},
+    };
+    int rc = 0;
+    for (const Item &item : kItems) {
+        rc = item.nested_category >= 0 ? import_work(h, db, item.nested_category)
+                                       : run_step(h, db, item.step);
+        if (rc != 0) {
+            if (item.failure) KSDB_ERR(h, "%s", item.failure);
+            break;
+        }
+    }
+    sync();
+    return rc;
+}
+
+// The ALL export.  Its result is the SSH-key exporter's alone: an earlier
+// failure skips the steps after it and is reported by its own exit log, but
+// does not reach the caller.
+int export_all(ksdb_handle *h, sqlite3 *db) {
+    KSDB_INFO(h, "_ksdb_all_export\n");
+    struct Item {
+        int nested_category;
+        Step step;
+    };
+    static const Item kItems[] = {
+        {-1, kVpdExport},         {KSDB_CAT_ALL_SERVICE, kVpdExport},
+        {-1, kVolumeExport},      {-1, kAccountLocalUserExport},
+        {-1, kUsbStorageExport},  {KSDB_CAT_ALL_SHARE, kVpdExport},
+        {-1, kRsyncExport},       {-1, kBackupExport},
+        {-1, kNetworkExport},     {-1, kVaultExport},
+        {-1, kTivoExport},        {-1, kUpsExport},
+    };
+    bool failed = false;
+    for (const Item &item : kItems) {
+        int rc = item.nested_category >= 0 ? export_work(h, db, item.nested_category)
+                                           : run_step(h, db, item.step);
+        if (rc != 0) {
+            failed = true;
+            break;
+        }
+    }
+    if (!failed) run_step(h, db, kAntivirusServiceExport);  // its result is ignored
+    int rc = run_step(h, db, kAuthorizedKeyExport);
+    if (rc != 0) KSDB_ERR(h, "Failed to export authorized ssh public key!\n");
+    sync();
+    return rc;
+}
+
+int import_work(ksdb_handle *h, sqlite3 *db, int category) {
+    const Plan &p = kCategoryPlans[category].import_plan;
+    switch (p.kind) {
+    case PlanKind::kNothing: return 0;
+    case PlanKind::kStep: return run_step(h, db, p.step);
+    case PlanKind::kChain: return run_chain(h, db, p);
+    case PlanKind::kNotExportable: return KSDB_E_INVAL;
+    case PlanKind::kAll: return import_all(h, db);
+    }
+    return KSDB_E_INVAL;
+}
+
+int export_work(ksdb_handle *h, sqlite3 *db, int category) {
+    const Plan &p = kCategoryPlans[category].export_plan;
+    switch (p.kind) {
+    case PlanKind::kNothing: return 0;
+    case PlanKind::kStep: return run_step(h, db, p.step);
+    case PlanKind::kChain: {
+        int rc = run_chain(h, db, p);
+        if (p.nested_sync) sync();
+        return rc;
+    }
+    case PlanKind::kNotExportable: return KSDB_E_INVAL;
+    case PlanKind::kAll: return export_all(h, db);
+    }
+    return KSDB_E_INVAL;
+}
+
+bool valid_category(int category) { return category >= 0 && category < KSDB_CATEGORY_COUNT; }
+
+// Begins the driver's transaction.  When BEGIN fails the database lock taken
+// by ksdb_sql_begin is released again without a ROLLBACK, which could undo a
+// transaction of the caller's own.
+bool begin(ksdb_handle *h, sqlite3 *db) {
+    if (ksdb_sql_begin(h, db, nullptr, KSDB_TAG) == SQLITE_OK) return true;
+    if (h->db_mutex) pthread_mutex_unlock(h->db_mutex);
+    return false;
+}
+
+using Work = int (*)(ksdb_handle *, sqlite3 *, int);
+
+// The transaction frame shared by import and export.
+int in_transaction(ksdb_handle *h, sqlite3 *db, int category, Work work) {
+    if (!begin(h, db)) return KSDB_E_DB;
+    if (!valid_category(category)) {
+        ksdb_sql_rollback(h, db, nullptr, KSDB_TAG);
+        return KSDB_E_INVAL;
+    }
+    bool outer = t_in_transaction;
+    t_in_transaction = true;
+    int rc = work(h, db, category);
+    t_in_transaction = outer;
+    if (rc != 0) {
+        ksdb_sql_rollback(h, db, nullptr, KSDB_TAG);
+        return rc;
+    }
+    if (ksdb_sql_commit(h, db, nullptr, KSDB_TAG) != SQLITE_OK) {
+        ksdb_sql_rollback(h, db, nullptr, KSDB_TAG);
+        return KSDB_E_DB;
+    }
+    return 0;
+}
+
+int without_transaction(ksdb_handle *h, sqlite3 *db, int category, Work work) {
+    if (!valid_category(category)) return KSDB_E_INVAL;
+    return work(h, db, category);
+}
+
+}  // namespace
+}  // namespace ksdb::driver
+
+extern "C" {
+
+int ksdb_import(ksdb_handle *h, sqlite3 *db, int category) {
+    KSDB_FAULT_GUARD(h);
+    return ksdb::logged(h, KSDB_TAG, "ksdb_import", [&] {
+        return ksdb::driver::in_transaction(h, db, category, ksdb::driver::import_work);
+    });
+}
+
+int ksdb_export(ksdb_handle *h, sqlite3 *db, int category) {
+    KSDB_FAULT_GUARD(h);
+    return ksdb::logged(h, KSDB_TAG, "ksdb_export", [&] {
+        return ksdb::driver::in_transaction(h, db, category, ksdb::driver::export_work);
+    });
+}
+
+int ksdb_import_nolock(ksdb_handle *h, sqlite3 *db, int category) {
+    KSDB_FAULT_GUARD(h);
+    return ksdb::logged(h, KSDB_TAG, "ksdb_import_nolock", [&] {
+        return ksdb::driver::without_transaction(h, db, category, ksdb::driver::import_work);
+    });
+}
+
+int ksdb_export_nolock(ksdb_handle *h, sqlite3 *db, int category) {
+    KSDB_FAULT_GUARD(h);
+    return ksdb::logged(h, KSDB_TAG, "ksdb_export_nolock", [&] {
+        return ksdb::driver::without_transaction(h, db, category, ksdb::driver::export_work);
+    });
+}
+
+int ksdb_export_per_share(ksdb_handle *h, sqlite3 *db, int category, const char *share) {
+    if (!ksdb::driver::begin(h, db)) return KSDB_E_DB;
+    int rc = category == KSDB_CAT_SHARE_FS_ATTRIBUTE
+                 ? ksdb_share_fs_attribute_export_per_share(h, db, share)
+                 : KSDB_E_INVAL;
+    if (rc != 0) {
+        ksdb_sql_rollback(h, db, nullptr, KSDB_TAG);
+    } else if (ksdb_sql_commit(h, db, nullptr, KSDB_TAG) != SQLITE_OK) {
+        ksdb_sql_rollback(h, db, nullptr, KSDB_TAG);
+        rc = KSDB_E_DB;
+    }
+    sync();
+    return rc;
+}
+
+}  // extern "C"

@@ -1,0 +1,80 @@
+// Entry points of areas that are still being built.  Each returns 0 so that
+// the driver's chains run; every line here is work still to do, and each
+// area removes its lines when it lands.
+#define KSDB_MODULE "ksdb_placeholders"
+#include "core/ksdb_areas.h"
+#include "core/ksdb_internal.h"
+
+#define KSDB_PLACEHOLDER(name) \
+    int name(ksdb_handle *, sqlite3 *) { return 0; }
+
+// Volumes; shares over CIFS; service settings and the Samba, NFS and FTP
+// service files.
+KSDB_PLACEHOLDER(ksdb_volume_import)
+KSDB_PLACEHOLDER(ksdb_cifs_share_import)
+KSDB_PLACEHOLDER(ksdb_cifs_usb_share_import)
+KSDB_PLACEHOLDER(ksdb_cifs_share_export)
+KSDB_PLACEHOLDER(ksdb_default_service_import)
+KSDB_PLACEHOLDER(ksdb_service_import)
+KSDB_PLACEHOLDER(ksdb_cifs_service_import)
+KSDB_PLACEHOLDER(ksdb_ftp_service_import)
+KSDB_PLACEHOLDER(ksdb_daap_service_import)
+KSDB_PLACEHOLDER(ksdb_replicate_service_import)
+KSDB_PLACEHOLDER(ksdb_default_service_export)
+KSDB_PLACEHOLDER(ksdb_service_switch_export)
+KSDB_PLACEHOLDER(ksdb_replicate_service_export)
+KSDB_PLACEHOLDER(ksdb_cifs_service_export)
+KSDB_PLACEHOLDER(ksdb_nfs_service_export)
+KSDB_PLACEHOLDER(ksdb_ftp_service_export)
+
+// Product data and network interfaces.
+KSDB_PLACEHOLDER(ksdb_vpd_import)
+KSDB_PLACEHOLDER(ksdb_vpd_export)
+KSDB_PLACEHOLDER(ksdb_network_import)
+KSDB_PLACEHOLDER(ksdb_network_export)
+
+// Local users and groups; SSH keys.
+KSDB_PLACEHOLDER(ksdb_account_import)
+KSDB_PLACEHOLDER(_ksdb_account_local_user_export)
+KSDB_PLACEHOLDER(ksdb_authorized_ssh_public_key_import)
+KSDB_PLACEHOLDER(ksdb_authorized_ssh_public_key_export)
+KSDB_PLACEHOLDER(ksdb_replisync_key_import)
+KSDB_PLACEHOLDER(ksdb_replisync_key_export)
+
+// NFS, AFP and rsync shares; iSCSI LUN shares; share file-system attributes.
+KSDB_PLACEHOLDER(ksdb_nfs_share_import)
+KSDB_PLACEHOLDER(ksdb_nfs_usb_share_import)
+KSDB_PLACEHOLDER(ksdb_nfs_share_export)
+KSDB_PLACEHOLDER(ksdb_afp_share_import)
+KSDB_PLACEHOLDER(ksdb_afp_usb_share_import)
+KSDB_PLACEHOLDER(_ksdb_afp_share_usb_share_export)
+KSDB_PLACEHOLDER(ksdb_rsync_import)
+KSDB_PLACEHOLDER(ksdb_rsync_usb_import)
+KSDB_PLACEHOLDER(ksdb_rsync_export)
+KSDB_PLACEHOLDER(ksdb_zvol_share_import)
+KSDB_PLACEHOLDER(ksdb_zvol_share_export)
+KSDB_PLACEHOLDER(ksdb_share_fs_attribute_import)
+KSDB_PLACEHOLDER(ksdb_share_fs_attribute_export)
+KSDB_PLACEHOLDER(ksdb_share_stats_import)
+
+int ksdb_share_fs_attribute_export_per_share(ksdb_handle *, sqlite3 *, const char *) { return 0; }
+
+// Snapshots, backup jobs, replication jobs, volume schedules.
+KSDB_PLACEHOLDER(ksdb_snapshot_import)
+KSDB_PLACEHOLDER(ksdb_snapshot_export)
+KSDB_PLACEHOLDER(ksdb_backup_import)
+KSDB_PLACEHOLDER(ksdb_backup_export)
+KSDB_PLACEHOLDER(ksdb_replisync_import)
+KSDB_PLACEHOLDER(ksdb_replisync_export)
+KSDB_PLACEHOLDER(ksdb_volume_schedule_import)
+KSDB_PLACEHOLDER(ksdb_volume_schedule_export)
+
+// Cloud vault settings and the message dictionary.
+KSDB_PLACEHOLDER(ksdb_vault_import)
+KSDB_PLACEHOLDER(ksdb_vault_export)
+KSDB_PLACEHOLDER(ksdb_dictionary_import)
+
+// SSH, SNMP and anti-virus service files.
+KSDB_PLACEHOLDER(ksdb_ssh_service_export)
+KSDB_PLACEHOLDER(ksdb_snmp_service_export)
+KSDB_PLACEHOLDER(ksdb_antivirus_service_export)
