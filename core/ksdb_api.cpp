@@ -5,6 +5,7 @@
 
 #include "core/ksdb_areas.h"
 #include "core/ksdb_driver.h"
+#include "core/ksdb_schema.h"
 #include "core/ksdb_signal.h"
 #include "platform/platform.h"
 
@@ -16,7 +17,10 @@
 
 #include <cstdlib>
 #include <ctime>
+#include <map>
 #include <mutex>
+#include <string>
+#include <vector>
 
 namespace {
 
@@ -35,6 +39,20 @@ void init_apr_once() {
 // ksdb_create and ksdb_delete.
 
 // ---- end of schema ---------------------------------------------------------
+
+namespace ksdb::schema {
+
+bool is_scratch_statement(const char *sql) {
+    auto starts = [&](const char *prefix) { return std::strncmp(sql, prefix, std::strlen(prefix)) == 0; };
+    if (starts("CREATE TEMPORARY TABLE") || starts("DROP TABLE IF EXISTS `_")) return true;
+    if (starts("CREATE INDEX")) {
+        const char *on = std::strstr(sql, " ON `");
+        return on && on[5] == '_';
+    }
+    return false;
+}
+
+}  // namespace ksdb::schema
 
 extern "C" {
 
@@ -186,107 +204,197 @@ int ads_account_import(ksdb_handle *h, sqlite3 *db) {
 }
 
 struct StepTableInit {
-    static void set(Step s, const char *name, StepFn fn) { g_steps[s] = StepEntry{name, fn}; }
+    static void set(Step s, const char *name, StepFn fn, const char *what) {
+        g_steps[s] = StepEntry{name, fn, what};
+    }
     StepTableInit() {
-        set(kVpdImport, "ksdb_vpd_import", ksdb_vpd_import);
-        set(kVolumeImport, "ksdb_volume_import", ksdb_volume_import);
-        set(kDiskImport, "ksdb_disk_import", ksdb_disk_import);
-        set(kDefaultServiceImport, "ksdb_default_service_import", ksdb_default_service_import);
-        set(kServiceImport, "ksdb_service_import", ksdb_service_import);
-        set(kCifsServiceImport, "ksdb_cifs_service_import", ksdb_cifs_service_import);
-        set(kAfpServiceImport, "ksdb_afp_service_import", nothing);
-        set(kNfsServiceImport, "ksdb_nfs_service_import", nothing);
-        set(kFtpServiceImport, "ksdb_ftp_service_import", ksdb_ftp_service_import);
-        set(kHttpServiceImport, "ksdb_http_service_import", nothing);
-        set(kEmptyServiceImport, "ksdb_empty_service_import", nothing);
-        set(kDaapServiceImport, "ksdb_daap_service_import", ksdb_daap_service_import);
-        set(kSnmpServiceImport, "ksdb_snmp_service_import", nothing);
-        set(kSshServiceImport, "ksdb_ssh_service_import", nothing);
+        set(kVpdImport, "ksdb_vpd_import", ksdb_vpd_import,
+            "vendor, model and serial into the product data");
+        set(kVolumeImport, "ksdb_volume_import", ksdb_volume_import,
+            "the data volumes into the volume table");
+        set(kDiskImport, "ksdb_disk_import", ksdb_disk_import,
+            "disks and enclosures");
+        set(kDefaultServiceImport, "ksdb_default_service_import", ksdb_default_service_import,
+            "/etc/default/services into the service tables");
+        set(kServiceImport, "ksdb_service_import", ksdb_service_import,
+            "/etc/default/services into the service tables");
+        set(kCifsServiceImport, "ksdb_cifs_service_import", ksdb_cifs_service_import,
+            "smb.conf and usermap.conf into the Samba settings");
+        set(kAfpServiceImport, "ksdb_afp_service_import", nothing,
+            "nothing (AFP settings come from /etc/default/services)");
+        set(kNfsServiceImport, "ksdb_nfs_service_import", nothing,
+            "nothing (NFS settings come from /etc/default/services)");
+        set(kFtpServiceImport, "ksdb_ftp_service_import", ksdb_ftp_service_import,
+            "the host name, proftpd.conf and ftps.conf into the FTP settings");
+        set(kHttpServiceImport, "ksdb_http_service_import", nothing,
+            "nothing (HTTP settings come from /etc/default/services)");
+        set(kEmptyServiceImport, "ksdb_empty_service_import", nothing,
+            "nothing");
+        set(kDaapServiceImport, "ksdb_daap_service_import", ksdb_daap_service_import,
+            "the DAAP server's file into its settings");
+        set(kSnmpServiceImport, "ksdb_snmp_service_import", nothing,
+            "nothing (SNMP settings come from /etc/default/services)");
+        set(kSshServiceImport, "ksdb_ssh_service_import", nothing,
+            "nothing (SSH settings come from /etc/default/services)");
         set(kReplicateServiceImport, "ksdb_replicate_service_import",
-            ksdb_replicate_service_import);
-        set(kAccountImport, "ksdb_account_import", ksdb_account_import);
-        set(kAdsAccountImport, "ksdb_ads_account_import", ads_account_import);
-        set(kUsbImport, "ksdb_usb_import", ksdb_usb_import);
-        set(kUsbHotplugImport, "ksdb_usb_hotplug_import", ksdb_usb_hotplug_import);
-        set(kShareStatsImport, "ksdb_share_stats_import", ksdb_share_stats_import);
-        set(kZvolShareImport, "ksdb_zvol_share_import", ksdb_zvol_share_import);
-        set(kCifsShareImport, "ksdb_cifs_share_import", ksdb_cifs_share_import);
-        set(kCifsUsbShareImport, "ksdb_cifs_usb_share_import", ksdb_cifs_usb_share_import);
-        set(kAfpShareImport, "ksdb_afp_share_import", ksdb_afp_share_import);
-        set(kAfpUsbShareImport, "ksdb_afp_usb_share_import", ksdb_afp_usb_share_import);
-        set(kNfsShareImport, "ksdb_nfs_share_import", ksdb_nfs_share_import);
-        set(kNfsUsbShareImport, "ksdb_nfs_usb_share_import", ksdb_nfs_usb_share_import);
-        set(kFtpShareImport, "ksdb_ftp_share_import", ksdb_ftp_share_import);
-        set(kFtpUsbShareImport, "ksdb_ftp_usb_share_import", ksdb_ftp_usb_share_import);
-        set(kHttpShareImport, "ksdb_http_share_import", ksdb_http_share_import);
-        set(kHttpUsbShareImport, "ksdb_http_usb_share_import", ksdb_http_usb_share_import);
-        set(kDaapShareImport, "ksdb_daap_share_import", ksdb_daap_share_import);
-        set(kDlnaImport, "ksdb_dlna_import", ksdb_dlna_import);
-        set(kRsyncImport, "ksdb_rsync_import", ksdb_rsync_import);
-        set(kRsyncUsbImport, "ksdb_rsync_usb_import", ksdb_rsync_usb_import);
-        set(kSnapshotImport, "ksdb_snapshot_import", ksdb_snapshot_import);
-        set(kBackupImport, "ksdb_backup_import", ksdb_backup_import);
-        set(kReplisyncImport, "ksdb_replisync_import", ksdb_replisync_import);
-        set(kNetworkImport, "ksdb_network_import", ksdb_network_import);
-        set(kVaultImport, "ksdb_vault_import", ksdb_vault_import);
-        set(kTivoImport, "ksdb_tivo_import", ksdb_tivo_import);
-        set(kDictionaryImport, "ksdb_dictionary_import", ksdb_dictionary_import);
-        set(kUpsImport, "ksdb_ups_import", ksdb_ups_import);
-        set(kLocalUpsImport, "ksdb_local_ups_import", ksdb_local_ups_import);
-        set(kVolumeScheduleImport, "ksdb_volume_schedule_import", ksdb_volume_schedule_import);
-        set(kHfStatsImport, "ksdb_hf_stats_import", ksdb_hf_stats_import);
+            ksdb_replicate_service_import,
+            "the replication registration file into its owner");
+        set(kAccountImport, "ksdb_account_import", ksdb_account_import,
+            "passwd, shadow, group and the account settings files into the accounts");
+        set(kAdsAccountImport, "ksdb_ads_account_import", ads_account_import,
+            "domain accounts");
+        set(kUsbImport, "ksdb_usb_import", ksdb_usb_import,
+            "USB storage devices");
+        set(kUsbHotplugImport, "ksdb_usb_hotplug_import", ksdb_usb_hotplug_import,
+            "USB storage devices after a hot-plug");
+        set(kShareStatsImport, "ksdb_share_stats_import", ksdb_share_stats_import,
+            "share space statistics");
+        set(kZvolShareImport, "ksdb_zvol_share_import", ksdb_zvol_share_import,
+            "iSCSI LUN shares found on the volumes");
+        set(kCifsShareImport, "ksdb_cifs_share_import", ksdb_cifs_share_import,
+            "per-share samba.conf files and dfs.conf into shares and CIFS options");
+        set(kCifsUsbShareImport, "ksdb_cifs_usb_share_import", ksdb_cifs_usb_share_import,
+            "the USB shares' samba.conf files");
+        set(kAfpShareImport, "ksdb_afp_share_import", ksdb_afp_share_import,
+            "per-share afp.conf files into AFP options");
+        set(kAfpUsbShareImport, "ksdb_afp_usb_share_import", ksdb_afp_usb_share_import,
+            "the USB shares' afp.conf files");
+        set(kNfsShareImport, "ksdb_nfs_share_import", ksdb_nfs_share_import,
+            "per-share nfs.conf files into NFS options");
+        set(kNfsUsbShareImport, "ksdb_nfs_usb_share_import", ksdb_nfs_usb_share_import,
+            "the USB shares' nfs.conf files");
+        set(kFtpShareImport, "ksdb_ftp_share_import", ksdb_ftp_share_import,
+            "FTP share settings");
+        set(kFtpUsbShareImport, "ksdb_ftp_usb_share_import", ksdb_ftp_usb_share_import,
+            "FTP settings of USB shares");
+        set(kHttpShareImport, "ksdb_http_share_import", ksdb_http_share_import,
+            "HTTP share settings");
+        set(kHttpUsbShareImport, "ksdb_http_usb_share_import", ksdb_http_usb_share_import,
+            "HTTP settings of USB shares");
+        set(kDaapShareImport, "ksdb_daap_share_import", ksdb_daap_share_import,
+            "DAAP share settings");
+        set(kDlnaImport, "ksdb_dlna_import", ksdb_dlna_import,
+            "DLNA settings");
+        set(kRsyncImport, "ksdb_rsync_import", ksdb_rsync_import,
+            "the rsync module file into rsync options");
+        set(kRsyncUsbImport, "ksdb_rsync_usb_import", ksdb_rsync_usb_import,
+            "rsync modules of USB shares");
+        set(kSnapshotImport, "ksdb_snapshot_import", ksdb_snapshot_import,
+            "snapshot schedules and retention settings");
+        set(kBackupImport, "ksdb_backup_import", ksdb_backup_import,
+            "the backup job file into the backup jobs");
+        set(kReplisyncImport, "ksdb_replisync_import", ksdb_replisync_import,
+            "the replication job file into the replication jobs");
+        set(kNetworkImport, "ksdb_network_import", ksdb_network_import,
+            "the network interfaces");
+        set(kVaultImport, "ksdb_vault_import", ksdb_vault_import,
+            "the cloud vault client's file into its settings");
+        set(kTivoImport, "ksdb_tivo_import", ksdb_tivo_import,
+            "TiVo settings");
+        set(kDictionaryImport, "ksdb_dictionary_import", ksdb_dictionary_import,
+            "the UI message dictionary");
+        set(kUpsImport, "ksdb_ups_import", ksdb_ups_import,
+            "UPS configuration");
+        set(kLocalUpsImport, "ksdb_local_ups_import", ksdb_local_ups_import,
+            "the local UPS");
+        set(kVolumeScheduleImport, "ksdb_volume_schedule_import", ksdb_volume_schedule_import,
+            "each volume's maintenance schedule file");
+        set(kHfStatsImport, "ksdb_hf_stats_import", ksdb_hf_stats_import,
+            "home-folder statistics");
         set(kAuthorizedKeyImport, "ksdb_authorized_ssh_public_key_import",
-            ksdb_authorized_ssh_public_key_import);
+            ksdb_authorized_ssh_public_key_import,
+            "the SSH key configuration into the key store");
         set(kShareFsAttributeImport, "ksdb_share_fs_attribute_import",
-            ksdb_share_fs_attribute_import);
-        set(kReplisyncKeyImport, "ksdb_replisync_key_import", ksdb_replisync_key_import);
+            ksdb_share_fs_attribute_import,
+            "share file-system attributes and fs.conf files");
+        set(kReplisyncKeyImport, "ksdb_replisync_key_import", ksdb_replisync_key_import,
+            "the replication authorized keys");
 
-        set(kVpdExport, "ksdb_vpd_export", ksdb_vpd_export);
-        set(kDefaultServiceExport, "ksdb_default_service_export", ksdb_default_service_export);
-        set(kCifsServiceExport, "ksdb_cifs_service_export", ksdb_cifs_service_export);
-        set(kAfpServiceExport, "ksdb_afp_service_export", ksdb_afp_service_export);
-        set(kNfsServiceExport, "ksdb_nfs_service_export", ksdb_nfs_service_export);
-        set(kFtpServiceExport, "ksdb_ftp_service_export", ksdb_ftp_service_export);
-        set(kHttpServiceExport, "ksdb_http_service_export", ksdb_http_service_export);
+        set(kVpdExport, "ksdb_vpd_export", ksdb_vpd_export,
+            "nothing (product data is read-only)");
+        set(kDefaultServiceExport, "ksdb_default_service_export", ksdb_default_service_export,
+            "the service tables into /etc/default/services");
+        set(kCifsServiceExport, "ksdb_cifs_service_export", ksdb_cifs_service_export,
+            "smb.conf, Shares.conf.admin, winbind.conf and usermap.conf");
+        set(kAfpServiceExport, "ksdb_afp_service_export", ksdb_afp_service_export,
+            "the AFP service file");
+        set(kNfsServiceExport, "ksdb_nfs_service_export", ksdb_nfs_service_export,
+            "/etc/default/nfs-kernel-server and /etc/idmapd.conf");
+        set(kFtpServiceExport, "ksdb_ftp_service_export", ksdb_ftp_service_export,
+            "proftpd.conf and ftps.conf");
+        set(kHttpServiceExport, "ksdb_http_service_export", ksdb_http_service_export,
+            "the HTTP service files");
         set(kMediaServerServiceExport, "ksdb_media_server_service_export",
-            ksdb_media_server_service_export);
-        set(kDaapServiceExport, "ksdb_daap_service_export", ksdb_daap_service_export);
-        set(kSnmpServiceExport, "ksdb_snmp_service_export", ksdb_snmp_service_export);
-        set(kSshServiceExport, "ksdb_ssh_service_export", ksdb_ssh_service_export);
+            ksdb_media_server_service_export,
+            "the media server's file");
+        set(kDaapServiceExport, "ksdb_daap_service_export", ksdb_daap_service_export,
+            "the DAAP server's file");
+        set(kSnmpServiceExport, "ksdb_snmp_service_export", ksdb_snmp_service_export,
+            "/etc/default/services and snmpd.conf");
+        set(kSshServiceExport, "ksdb_ssh_service_export", ksdb_ssh_service_export,
+            "sshd_config");
         set(kReplicateServiceExport, "ksdb_replicate_service_export",
-            ksdb_replicate_service_export);
+            ksdb_replicate_service_export,
+            "the replication registration file");
         set(kAntivirusServiceExport, "ksdb_antivirus_service_export",
-            ksdb_antivirus_service_export);
-        set(kVolumeExport, "ksdb_volume_export", ksdb_volume_export);
-        set(kDiskExport, "ksdb_disk_export", ksdb_disk_export);
+            ksdb_antivirus_service_export,
+            "clamd.conf");
+        set(kVolumeExport, "ksdb_volume_export", ksdb_volume_export,
+            "nothing (volumes are made by the storage tools)");
+        set(kDiskExport, "ksdb_disk_export", ksdb_disk_export,
+            "disk settings");
         set(kAccountLocalUserExport, "_ksdb_account_local_user_export",
-            _ksdb_account_local_user_export);
-        set(kUsbStorageExport, "_ksdb_usb_storage_export", _ksdb_usb_storage_export);
-        set(kZvolShareExport, "ksdb_zvol_share_export", ksdb_zvol_share_export);
-        set(kCifsShareExport, "ksdb_cifs_share_export", ksdb_cifs_share_export);
+            _ksdb_account_local_user_export,
+            "passwd and shadow");
+        set(kUsbStorageExport, "_ksdb_usb_storage_export", _ksdb_usb_storage_export,
+            "the USB storage file");
+        set(kZvolShareExport, "ksdb_zvol_share_export", ksdb_zvol_share_export,
+            "per-share iscsi.conf files");
+        set(kCifsShareExport, "ksdb_cifs_share_export", ksdb_cifs_share_export,
+            "Shares.conf, per-share samba.conf and side files, dfs.conf, quotas");
         set(kAfpShareUsbShareExport, "_ksdb_afp_share_usb_share_export",
-            _ksdb_afp_share_usb_share_export);
-        set(kNfsShareExport, "ksdb_nfs_share_export", ksdb_nfs_share_export);
-        set(kFtpShareExport, "ksdb_ftp_share_export", ksdb_ftp_share_export);
-        set(kHttpShareExport, "ksdb_http_share_export", ksdb_http_share_export);
-        set(kDlnaExport, "ksdb_dlna_export", ksdb_dlna_export);
-        set(kDaapExport, "ksdb_daap_export", ksdb_daap_export);
-        set(kRsyncExport, "ksdb_rsync_export", ksdb_rsync_export);
-        set(kSnapshotExport, "ksdb_snapshot_export", ksdb_snapshot_export);
-        set(kBackupExport, "ksdb_backup_export", ksdb_backup_export);
-        set(kReplisyncExport, "ksdb_replisync_export", ksdb_replisync_export);
-        set(kNetworkExport, "ksdb_network_export", ksdb_network_export);
-        set(kServiceSwitchExport, "ksdb_service_switch_export", ksdb_service_switch_export);
-        set(kVaultExport, "ksdb_vault_export", ksdb_vault_export);
-        set(kTivoExport, "ksdb_tivo_export", ksdb_tivo_export);
-        set(kUpsServiceExport, "ksdb_ups_service_export", ksdb_ups_service_export);
-        set(kUpsExport, "ksdb_ups_export", ksdb_ups_export);
-        set(kVolumeScheduleExport, "ksdb_volume_schedule_export", ksdb_volume_schedule_export);
+            _ksdb_afp_share_usb_share_export,
+            "the AFP one-line files of USB shares");
+        set(kNfsShareExport, "ksdb_nfs_share_export", ksdb_nfs_share_export,
+            "/etc/exports and per-share nfs.conf files");
+        set(kFtpShareExport, "ksdb_ftp_share_export", ksdb_ftp_share_export,
+            "the FTP share file");
+        set(kHttpShareExport, "ksdb_http_share_export", ksdb_http_share_export,
+            "the HTTP share files");
+        set(kDlnaExport, "ksdb_dlna_export", ksdb_dlna_export,
+            "the DLNA server's file");
+        set(kDaapExport, "ksdb_daap_export", ksdb_daap_export,
+            "DAAP share settings");
+        set(kRsyncExport, "ksdb_rsync_export", ksdb_rsync_export,
+            "the rsync module file and secrets files");
+        set(kSnapshotExport, "ksdb_snapshot_export", ksdb_snapshot_export,
+            "per-share snapshot schedule and retention files");
+        set(kBackupExport, "ksdb_backup_export", ksdb_backup_export,
+            "the backup job file, its cron file and address list");
+        set(kReplisyncExport, "ksdb_replisync_export", ksdb_replisync_export,
+            "the replication job file");
+        set(kNetworkExport, "ksdb_network_export", ksdb_network_export,
+            "nothing (interfaces are configured elsewhere)");
+        set(kServiceSwitchExport, "ksdb_service_switch_export", ksdb_service_switch_export,
+            "the service switches into /etc/default/services");
+        set(kVaultExport, "ksdb_vault_export", ksdb_vault_export,
+            "the cloud vault client's file");
+        set(kTivoExport, "ksdb_tivo_export", ksdb_tivo_export,
+            "the TiVo server's file");
+        set(kUpsServiceExport, "ksdb_ups_service_export", ksdb_ups_service_export,
+            "the UPS shared-hosts file");
+        set(kUpsExport, "ksdb_ups_export", ksdb_ups_export,
+            "the UPS configuration files");
+        set(kVolumeScheduleExport, "ksdb_volume_schedule_export", ksdb_volume_schedule_export,
+            "each volume's schedule file and the cron file");
         set(kAuthorizedKeyExport, "ksdb_authorized_ssh_public_key_export",
-            ksdb_authorized_ssh_public_key_export);
+            ksdb_authorized_ssh_public_key_export,
+            "the SSH key configuration and authorized_keys files");
         set(kShareFsAttributeExport, "ksdb_share_fs_attribute_export",
-            ksdb_share_fs_attribute_export);
-        set(kReplisyncKeyExport, "ksdb_replisync_key_export", ksdb_replisync_key_export);
+            ksdb_share_fs_attribute_export,
+            "share file-system attributes and fs.conf files");
+        set(kReplisyncKeyExport, "ksdb_replisync_key_export", ksdb_replisync_key_export,
+            "the replication authorized keys");
     }
 };
 
@@ -335,6 +443,22 @@ StepTableInit g_step_table_init;
 }  // namespace
 
 bool in_driver_transaction() { return t_in_transaction; }
+
+namespace {
+std::map<std::string, int> &step_states() {
+    static std::map<std::string, int> states;
+    return states;
+}
+}  // namespace
+
+StepStateRegistration::StepStateRegistration(const char *name, int state) {
+    step_states()[name] = state;
+}
+
+int step_state(const char *name) {
+    auto it = step_states().find(name);
+    return it == step_states().end() ? KSDB_STEP_PROVIDED : it->second;
+}
 
 // The plans of every category, indexed by category: import, then export.
 const CategoryPlan kCategoryPlans[KSDB_CATEGORY_COUNT] = {
@@ -565,10 +689,75 @@ int without_transaction(ksdb_handle *h, sqlite3 *db, int category, Work work) {
     return work(h, db, category);
 }
 
+// Every step a plan runs, the composite categories flattened, in order.
+void flatten(int category, bool exporting, std::vector<Step> *out) {
+    const CategoryPlan &cp = kCategoryPlans[category];
+    const Plan &p = exporting ? cp.export_plan : cp.import_plan;
+    switch (p.kind) {
+    case PlanKind::kNothing:
+    case PlanKind::kNotExportable: return;
+    case PlanKind::kStep: out->push_back(p.step); return;
+    case PlanKind::kChain: out->insert(out->end(), p.chain, p.chain + p.chain_len); return;
+    case PlanKind::kAll: break;
+    }
+    if (!exporting) {
+        for (Step s : {kVpdImport, kVolumeImport, kDiskImport}) out->push_back(s);
+        flatten(KSDB_CAT_ALL_SERVICE, false, out);
+        for (Step s : {kAccountImport, kUsbImport}) out->push_back(s);
+        flatten(KSDB_CAT_ALL_SHARE, false, out);
+        for (Step s : {kBackupImport, kReplisyncImport, kNetworkImport, kVaultImport, kTivoImport,
+                       kDictionaryImport, kDlnaImport, kUpsImport, kVolumeScheduleImport,
+                       kAuthorizedKeyImport, kShareFsAttributeImport, kShareStatsImport,
+                       kReplisyncKeyImport})
+            out->push_back(s);
+    } else {
+        out->push_back(kVpdExport);
+        flatten(KSDB_CAT_ALL_SERVICE, true, out);
+        for (Step s : {kVolumeExport, kAccountLocalUserExport, kUsbStorageExport})
+            out->push_back(s);
+        flatten(KSDB_CAT_ALL_SHARE, true, out);
+        for (Step s : {kRsyncExport, kBackupExport, kNetworkExport, kVaultExport, kTivoExport,
+                       kUpsExport, kAntivirusServiceExport, kAuthorizedKeyExport})
+            out->push_back(s);
+    }
+}
+
 }  // namespace
 }  // namespace ksdb::driver
 
 extern "C" {
+
+int ksdb_category_steps(int category, int direction, ksdb_step_info *steps, int max) {
+    using namespace ksdb::driver;
+    if (!valid_category(category) || (direction != 0 && direction != 1)) return -1;
+    const CategoryPlan &cp = kCategoryPlans[category];
+    if (direction == 1 && cp.export_plan.kind == PlanKind::kNotExportable)
+        return KSDB_STEPS_NOT_EXPORTABLE;
+    std::vector<Step> flat;
+    flatten(category, direction == 1, &flat);
+    for (size_t i = 0; i < flat.size() && steps && static_cast<int>(i) < max; ++i) {
+        const StepEntry &e = g_steps[flat[i]];
+        steps[i] = ksdb_step_info{e.name, e.what, step_state(e.name)};
+    }
+    return static_cast<int>(flat.size());
+}
+
+int ksdb_connect(ksdb_handle *h, sqlite3 *db) {
+    return ksdb::logged(h, KSDB_TAG, "ksdb_connect", [&] {
+        int64_t version = 0;
+        if (ksdb_sql_get_int64_mprintf(h, db, nullptr, KSDB_TAG, &version, nullptr,
+                                       "PRAGMA user_version") != SQLITE_OK)
+            return KSDB_E_DB;
+        if (version != ksdb::schema::kVersion) return KSDB_E_INVAL;
+        // The scratch tables' statements of the creation list, and nothing
+        // that would touch a stored or mirror table.
+        for (const char *const *sql = ksdb::schema::kCreation; *sql; ++sql) {
+            if (!ksdb::schema::is_scratch_statement(*sql)) continue;
+            if (ksdb_sql_exec(h, db, nullptr, KSDB_TAG, *sql) != SQLITE_OK) return KSDB_E_DB;
+        }
+        return ksdb_volume_import(h, db) == 0 ? 0 : KSDB_E_DB;
+    });
+}
 
 int ksdb_import(ksdb_handle *h, sqlite3 *db, int category) {
     KSDB_FAULT_GUARD(h);

@@ -109,6 +109,14 @@ enum Step : int {
 struct StepEntry {
     const char *name;
     StepFn fn;
+    const char *what;  // for ksdb_category_steps
+};
+
+// The state of a step's area (KSDB_STEP_*): provided unless its entry
+// point registered itself as pending or not provided.
+int step_state(const char *name);
+struct StepStateRegistration {
+    StepStateRegistration(const char *name, int state);
 };
 
 // The step table.  Tests replace entries with doubles (and put them back).

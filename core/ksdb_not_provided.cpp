@@ -16,8 +16,13 @@
 #include "core/ksdb_areas.h"
 #include "core/ksdb_internal.h"
 
-#define KSDB_NOT_PROVIDED(name) \
-    int name(ksdb_handle *h, sqlite3 *) { return ksdb::logged(h, KSDB_TAG, #name, [] { return 0; }); }
+#include "core/ksdb_driver.h"
+
+#define KSDB_NOT_PROVIDED(name)                                                                \
+    int name(ksdb_handle *h, sqlite3 *) {                                                      \
+        return ksdb::logged(h, KSDB_TAG, #name, [] { return 0; });                              \
+    }                                                                                          \
+    static const ksdb::driver::StepStateRegistration name##_state(#name, KSDB_STEP_NOT_PROVIDED);
 
 KSDB_NOT_PROVIDED(ksdb_ftp_share_import)
 KSDB_NOT_PROVIDED(ksdb_ftp_usb_share_import)
@@ -57,3 +62,5 @@ KSDB_NOT_PROVIDED(ksdb_volume_export)
 int ksdb_ads_account_import(ksdb_handle *h, sqlite3 *, int) {
     return ksdb::logged(h, KSDB_TAG, "ksdb_ads_account_import", [] { return 0; });
 }
+static const ksdb::driver::StepStateRegistration ads_state("ksdb_ads_account_import",
+                                                           KSDB_STEP_NOT_PROVIDED);

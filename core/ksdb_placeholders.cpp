@@ -5,8 +5,11 @@
 #include "core/ksdb_areas.h"
 #include "core/ksdb_internal.h"
 
-#define KSDB_PLACEHOLDER(name) \
-    int name(ksdb_handle *, sqlite3 *) { return 0; }
+#include "core/ksdb_driver.h"
+
+#define KSDB_PLACEHOLDER(name)                            \
+    int name(ksdb_handle *, sqlite3 *) { return 0; }      \
+    static const ksdb::driver::StepStateRegistration name##_state(#name, KSDB_STEP_PENDING);
 
 // Volumes; shares over CIFS; service settings and the Samba, NFS and FTP
 // service files.

@@ -13,4 +13,8 @@ extern const char *const kCreation[];
 // lists); kUpgrades[0] is empty and never used.
 extern const char *const *const kUpgrades[kVersion + 1];
 
+// True for the statements of the creation list that concern a scratch
+// table: its DROP TABLE, its CREATE TEMPORARY TABLE and its indexes.
+bool is_scratch_statement(const char *sql);
+
 }  // namespace ksdb::schema

@@ -328,6 +328,30 @@ KSDB_API int ksdb_export_nolock(ksdb_handle *handle, sqlite3 *db, int category);
 KSDB_API int ksdb_export_per_share(ksdb_handle *handle, sqlite3 *db, int category,
                                    const char *share);
 
+/* What a category runs.  Each step of an import or export is provided by
+ * this library, or belongs to an area the library does not provide, or to
+ * one still being built. */
+enum { KSDB_STEP_NOT_PROVIDED = 0, KSDB_STEP_PROVIDED = 1, KSDB_STEP_PENDING = 2 };
+typedef struct ksdb_step_info {
+    const char *name; /* the step's function, as progress reports name it */
+    const char *what; /* what it reads or writes, in a few words */
+    int state;        /* KSDB_STEP_* */
+} ksdb_step_info;
+#define KSDB_STEPS_NOT_EXPORTABLE (-2)
+/* The steps a category runs in one direction (0 import, 1 export), in
+ * order, the composite categories flattened.  Fills at most `max` entries
+ * and returns the number of steps (0: nothing to do); -1 for an invalid
+ * category or direction; KSDB_STEPS_NOT_EXPORTABLE when the category cannot
+ * be exported. */
+KSDB_API int ksdb_category_steps(int category, int direction, ksdb_step_info *steps, int max);
+
+/* Prepares a connection to a database that is already at the current
+ * schema, as a process that did not create it needs: makes the
+ * connection's scratch tables (they are private to each connection) and
+ * fills the volume table, without touching any other table.  0; 4 when the
+ * schema is not current (run ksdb_create); 3 when a statement fails. */
+KSDB_API int ksdb_connect(ksdb_handle *handle, sqlite3 *db);
+
 /* Progress of the driver and of the managed-file layer, reported on the
  * calling thread to an observer the caller installs (for progress displays
  * and reports of replaced files).  Any member may be NULL. */
