@@ -136,7 +136,7 @@ int delete_rows(ksdb_handle *h, sqlite3 *db) {
         }
     }
     if (ksdb_sql_commit(h, db, nullptr, KSDB_TAG) != SQLITE_OK) {
-        ksdb_sql_rollback(h, db, nullptr, KSDB_TAG);
+        ksdb::rollback_after_failed_commit(h, db, KSDB_TAG);
         return KSDB_E_DB;
     }
     return KSDB_OK;
@@ -676,7 +676,7 @@ int in_transaction(ksdb_handle *h, sqlite3 *db, int category, Work work) {
         return rc;
     }
     if (ksdb_sql_commit(h, db, nullptr, KSDB_TAG) != SQLITE_OK) {
-        ksdb_sql_rollback(h, db, nullptr, KSDB_TAG);
+        ksdb::rollback_after_failed_commit(h, db, KSDB_TAG);
         return KSDB_E_DB;
     }
     return 0;
@@ -728,7 +728,7 @@ int ksdb_export_per_share(ksdb_handle *h, sqlite3 *db, int category, const char 
     if (rc != 0) {
         ksdb_sql_rollback(h, db, nullptr, KSDB_TAG);
     } else if (ksdb_sql_commit(h, db, nullptr, KSDB_TAG) != SQLITE_OK) {
-        ksdb_sql_rollback(h, db, nullptr, KSDB_TAG);
+        ksdb::rollback_after_failed_commit(h, db, KSDB_TAG);
         rc = KSDB_E_DB;
     }
     sync();

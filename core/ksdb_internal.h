@@ -56,6 +56,15 @@ inline apr_pool_t *result_pool(const ksdb_handle *h) {
 
 inline bool debug_root_set(const ksdb_handle *h) { return ksdb_is_debug_root(h) != 0; }
 
+// Rolls back after a failed COMMIT.  The commit already released db_mutex,
+// so the lock is taken again first and the rollback's release balances it:
+// a thread that holds the lock from further out keeps it.
+inline int rollback_after_failed_commit(ksdb_handle *h, sqlite3 *db, const char *module,
+                                        int line) {
+    if (h->db_mutex) pthread_mutex_lock(h->db_mutex);
+    return ksdb_sql_rollback(h, db, nullptr, module, line);
+}
+
 // The effective path of a live-system path: debug root + path, or the path
 // itself on the live system.
 std::string effective_path(const ksdb_handle *h, std::string_view path);
