@@ -177,10 +177,12 @@ int open_flags(const char *mode) {
 // touched (the root itself exists).
 bool make_dirs(const std::string &dir) {
     struct stat st;
-    if (dir.empty() || stat(dir.c_str(), &st) == 0) return true;
+    if (dir.empty()) return true;
+    if (stat(dir.c_str(), &st) == 0) return S_ISDIR(st.st_mode);
     size_t slash = dir.rfind('/');
     if (slash != std::string::npos && slash > 0 && !make_dirs(dir.substr(0, slash))) return false;
-    return mkdir(dir.c_str(), 0755) == 0 || errno == EEXIST;
+    if (mkdir(dir.c_str(), 0755) == 0) return true;
+    return errno == EEXIST && stat(dir.c_str(), &st) == 0 && S_ISDIR(st.st_mode);
 }
 
 // True when `name` has no ".." path component, so that a volume, share or
