@@ -41,7 +41,9 @@ class ManagedFile {
 
     // Closes the temporary file and puts it in place with ksdb_file_update:
     // that call's status, or KSDB_E_FILE when the temporary file could not
-    // be written completely (it is then removed and the target kept).
+    // be written completely (it is then removed and the target kept).  The
+    // content is flushed to disk first; a temporary file left behind by a
+    // failed update is removed as well.
     int commit();
     // Closes and removes the temporary file; the target keeps its content.
     void abandon();
