@@ -375,9 +375,10 @@ typedef struct ksdb_file_spec {
     int32_t mode;
 } ksdb_file_spec;
 
-/* Fills `spec` for a live path: from the managed file table (result 1), or,
- * for a file the table does not list, owner root and mode 0644 (result 0).
- * spec->path is `path` itself. */
+/* Fills `spec` for a live path: from the managed file table or the
+ * library's list of the further files it writes (result 1), or, for any
+ * other file, owner root and mode 0644 (result 0).  spec->path is `path`
+ * itself. */
 KSDB_API int ksdb_file_spec_lookup(const char *path, ksdb_file_spec *spec);
 /* The managed file table, in its fixed order; *count receives its length. */
 KSDB_API const ksdb_file_spec *ksdb_file_spec_table(size_t *count);
