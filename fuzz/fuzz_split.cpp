@@ -65,7 +65,8 @@ void check_splitchr(const std::string &text, const std::string &set) {
 
 void check_split_to_array(ksdb_handle *h, const std::string &text, const std::string &delim) {
     size_t occurrences = 0;
-    for (size_t i = text.find(delim); i != std::string::npos; i = text.find(delim, i + delim.size()))
+    for (size_t i = text.find(delim); i != std::string::npos;
+         i = text.find(delim, i + delim.size()))
         ++occurrences;
     auto buf = copy_of(text);
     char *p = buf.data();

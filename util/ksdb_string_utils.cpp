@@ -258,7 +258,7 @@ int skip_to_chars(char **cursor, const char *set) {
 // are skipped and every skipped delimiter becomes NUL.  The last field
 // stored runs to the end of the string (delimiters included) when the
 // output list is exhausted first.  The cursor is left at the start of the
-// last field stored, or at the end of the string when none was.  Outputs
+// last field stored, or where scanning stopped when none was.  Outputs
 // beyond the count returned are not touched.
 int splitchr(char **ptrptr, const char *delim, ...) {
     KSDB_ASSERT(ptrptr && *ptrptr);
