@@ -604,9 +604,14 @@ int builtin_toggle_datasum(const char *fstab, const char *pool, int enable) {
     if (!fstab || !*fstab || !pool || !*pool || std::strchr(pool, '/')) return -EINVAL;
     const std::string mount_point = std::string("/") + pool;
 
+    // A symbolic link stays in place: the file it points to is replaced.
+    char *real = realpath(fstab, nullptr);
+    if (!real) return -errno;
+    const std::string target = real;
+    std::free(real);
     struct stat st;
-    if (stat(fstab, &st) != 0) return -errno;
-    std::ifstream in(fstab, std::ios::binary);
+    if (stat(target.c_str(), &st) != 0) return -errno;
+    std::ifstream in(target, std::ios::binary);
     if (!in) return -EIO;
     std::ostringstream buf;
     buf << in.rdbuf();
@@ -640,7 +645,7 @@ int builtin_toggle_datasum(const char *fstab, const char *pool, int enable) {
     }
     if (!found) return -ENOENT;
     if (out == text) return 0;
-    return write_replacing(fstab, out, st);
+    return write_replacing(target, out, st);
 }
 
 // ---- SNMP object identifier and hardware names --------------------------------

@@ -429,6 +429,18 @@ TEST_F(PlatformDatasum, OptionListsAreEditedInPlace) {
     EXPECT_EQ(content(), expected);
 }
 
+TEST_F(PlatformDatasum, ALinkedFstabStaysALink) {
+    mkdirs(tmp_ / "etc");
+    const std::string link = tmp_ / "etc/fstab";
+    ASSERT_EQ(symlink("../fstab", link.c_str()), 0);
+    ASSERT_EQ(toggle_datasum(link.c_str(), "vol1", 0), 0);
+    struct stat st;
+    ASSERT_EQ(lstat(link.c_str(), &st), 0);
+    EXPECT_TRUE(S_ISLNK(st.st_mode));
+    EXPECT_NE(content().find("defaults,noatime,nodatasum"), std::string::npos);
+    EXPECT_EQ(dir_entries(tmp_ / "etc"), std::vector<std::string>{"fstab"});
+}
+
 TEST_F(PlatformDatasum, AlreadySetLeavesTheFileAlone) {
     struct stat before;
     ASSERT_EQ(stat(fstab_.c_str(), &before), 0);
