@@ -18,6 +18,7 @@
 #include <cstdint>
 #include <cstring>
 #include <memory>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -181,6 +182,17 @@ class SqlTable {
     int nrow_ = 0;
     int ncol_ = 0;
 };
+
+// The text single-value query of ksdb_sql_get_scaler_mprintf with the value
+// in scratch memory: the same statement, vector check and messages, but
+// nothing allocated from the caller's result pool, so internal callers
+// (templates, exporters) do not grow it.  *value becomes the text, or
+// nullopt for no row, a NULL value or a failed query; with two or more
+// rows it is left as it was.
+int sql_scalar(ksdb_handle *h, sqlite3 *db, char **errmsg, const char *module, int line,
+               std::optional<std::string> *value, const char *format, ...);
+int sql_vscalar(ksdb_handle *h, sqlite3 *db, char **errmsg, const char *module, int line,
+                std::optional<std::string> *value, const char *format, va_list ap);
 
 // ---- pool helpers ----------------------------------------------------------
 

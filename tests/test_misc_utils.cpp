@@ -60,6 +60,22 @@ TEST_F(MiscTest, TemplateReplacesEachFieldByItsValue) {
     EXPECT_EQ(out, "<Global>\n  TLSRequired on\n\ntail without newline}}xy");
 }
 
+TEST_F(MiscTest, TemplateValuesDoNotGrowTheCallersPool) {
+    // The result pool is a bump allocator: two small blocks are neighbours
+    // exactly when nothing was allocated from it in between.
+    apr_pool_t *pool = nullptr;
+    apr_pool_create(&pool, handle_->pool());
+    h()->call_pool = pool;
+    char *before = static_cast<char *>(apr_palloc(pool, 8));
+    std::string out;
+    for (int i = 0; i < 50; ++i)
+        ASSERT_EQ(write({"x={SQL{SELECT 'a long enough value to notice'}}\n"}, out), 0);
+    char *after = static_cast<char *>(apr_palloc(pool, 8));
+    h()->call_pool = nullptr;
+    EXPECT_EQ(after, before + 8);
+    EXPECT_EQ(out, "x=a long enough value to notice\n");
+}
+
 TEST_F(MiscTest, TemplateWithoutPiecesWritesNothing) {
     std::string out;
     EXPECT_EQ(write({}, out), 0);

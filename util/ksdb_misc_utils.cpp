@@ -150,17 +150,18 @@ extern "C" int ksdb_template_write(ksdb_handle *h, sqlite3 *db, FILE *out,
                 KSDB_ERR(h, "Buffer too small.\n");
                 return KSDB_E_FILE;
             }
-            char *value = nullptr;
+            // The value goes to scratch memory, not the caller's pool:
+            // exporters write templates again and again.
+            std::optional<std::string> value;
             int rc = ksdb::unescape_query(text, sql)
-                         ? ksdb_sql_get_scaler_mprintf(h, db, nullptr, KSDB_TAG, &value, "%s",
-                                                       sql.c_str())
+                         ? ksdb::sql_scalar(h, db, nullptr, KSDB_TAG, &value, "%s", sql.c_str())
                          : SQLITE_MISUSE;
             if (rc != 0) {
                 KSDB_ERR(h, "Query Error for embed sql: %s\n", std::string(text).c_str());
                 return KSDB_E_DB;
             }
             std::fwrite(cur, 1, static_cast<size_t>(open - cur), out);
-            if (value) std::fputs(value, out);
+            if (value) std::fputs(value->c_str(), out);
             // The value is written, never scanned: a "{SQL{" inside it stays text.
             cur = close + 2;
         }
