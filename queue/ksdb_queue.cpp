@@ -95,17 +95,22 @@ int run_alone(ksdb_handle *h, sqlite3 *db, int line, const char *sql) {
 
 long to_long(const char *s) { return s ? std::strtol(s, nullptr, 10) : 0; }
 
-// Pop (`remove`) or read the most urgent deliverable message.  The caller's
-// out-parameters are filled only once the transaction has committed; until
-// then, and on any failure, they say "no message".
-int deliver(ksdb_handle *h, sqlite3 *db, const char *src, const char *dst, char **val, int *ts,
-            char **src_out, char **dst_out, int *id, bool remove) {
+// Hands back "no message".
+void no_message(char **val, int *ts, char **src_out, char **dst_out, int *id) {
     *val = nullptr;
     *ts = 0;
     if (src_out) *src_out = nullptr;
     if (dst_out) *dst_out = nullptr;
     if (id) *id = 0;
+}
 
+// Pop (`remove`) or read the most urgent deliverable message.  The copies
+// are made inside the transaction: the result pool is shared by every thread
+// of the handle and db_mutex is what keeps its allocations apart.  A call
+// that fails hands back no message.
+int deliver(ksdb_handle *h, sqlite3 *db, const char *src, const char *dst, char **val, int *ts,
+            char **src_out, char **dst_out, int *id, bool remove) {
+    no_message(val, ts, src_out, dst_out, id);
     if (begin(h, db) != SQLITE_OK) return fail(h, db);
     char where[256];
     selection(where, src, dst);
@@ -113,18 +118,20 @@ int deliver(ksdb_handle *h, sqlite3 *db, const char *src, const char *dst, char 
     if (row.query(h, db, KSDB_TAG, kDeliveryQuery, where) != SQLITE_OK) return fail(h, db);
     if (row.rows() == 0) return commit_or_rollback(h, db);
 
-    const long row_id = to_long(row.at(0, 0));
-    if (remove && exec_fmt(h, db, __LINE__, "DELETE FROM queue WHERE id=%d",
-                           static_cast<int>(row_id)) != SQLITE_OK)
-        return fail(h, db);
-    if (int rc = commit_or_rollback(h, db); rc != KSDB_OK) return rc;
-
+    const int row_id = static_cast<int>(to_long(row.at(0, 0)));
     *ts = static_cast<int>(to_long(row.at(0, 1)));
     *val = ksdb::pool_strdup(h, row.at(0, 2));
     if (src_out) *src_out = ksdb::pool_strdup(h, row.at(0, 3));
     if (dst_out) *dst_out = ksdb::pool_strdup(h, row.at(0, 4));
-    if (id) *id = static_cast<int>(row_id);
-    return KSDB_OK;
+    if (id) *id = row_id;
+
+    int rc = KSDB_OK;
+    if (remove && exec_fmt(h, db, __LINE__, "DELETE FROM queue WHERE id=%d", row_id) != SQLITE_OK)
+        rc = fail(h, db);
+    else
+        rc = commit_or_rollback(h, db);
+    if (rc != KSDB_OK) no_message(val, ts, src_out, dst_out, id);
+    return rc;
 }
 
 int create(ksdb_handle *h, sqlite3 *db, int maxlen) {
