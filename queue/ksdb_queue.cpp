@@ -39,17 +39,28 @@ const char kDeliveryQuery[] =
 // The WHERE clause shared by pop, read and stat: only messages whose time
 // has come, of the given source and/or destination (compared without regard
 // to case through the columns' collation).  The doubled percent sign leaves
-// STRFTIME('%s'), the current time in seconds.
-void selection(char (&where)[256], const char *src, const char *dst) {
+// STRFTIME('%s'), the current time in seconds.  The clause must fit its
+// 256-byte buffer whole: a clause cut short could select by the source
+// alone, so names too long for it are refused (false) instead.
+bool selection(char (&where)[256], const char *src, const char *dst) {
+    ksdb::SqlStr clause;
     if (!src && !dst)
-        sqlite3_snprintf(sizeof where, where, "WHERE ts<=STRFTIME('%%s')");
+        clause = ksdb::sql_printf("WHERE ts<=STRFTIME('%%s')");
     else if (!src)
-        sqlite3_snprintf(sizeof where, where, "WHERE ts<=STRFTIME('%%s') AND dst=%Q", dst);
+        clause = ksdb::sql_printf("WHERE ts<=STRFTIME('%%s') AND dst=%Q", dst);
     else if (dst)
-        sqlite3_snprintf(sizeof where, where, "WHERE ts<=STRFTIME('%%s') AND src=%Q AND dst=%Q",
-                         src, dst);
+        clause = ksdb::sql_printf("WHERE ts<=STRFTIME('%%s') AND src=%Q AND dst=%Q", src, dst);
     else
-        sqlite3_snprintf(sizeof where, where, "WHERE ts<=STRFTIME('%%s') AND src=%Q", src);
+        clause = ksdb::sql_printf("WHERE ts<=STRFTIME('%%s') AND src=%Q", src);
+    if (!clause || std::strlen(clause.get()) >= sizeof where) return false;
+    sqlite3_snprintf(sizeof where, where, "%s", clause.get());
+    return true;
+}
+
+bool selection_or_log(ksdb_handle *h, char (&where)[256], const char *src, const char *dst) {
+    if (selection(where, src, dst)) return true;
+    KSDB_ERR(h, "Queue name too long (src=%s dst=%s)\n", src ? src : "", dst ? dst : "");
+    return false;
 }
 
 int exec(ksdb_handle *h, sqlite3 *db, int line, const char *sql) {
@@ -113,7 +124,7 @@ int deliver(ksdb_handle *h, sqlite3 *db, const char *src, const char *dst, char 
     no_message(val, ts, src_out, dst_out, id);
     if (begin(h, db) != SQLITE_OK) return fail(h, db);
     char where[256];
-    selection(where, src, dst);
+    if (!selection_or_log(h, where, src, dst)) return fail(h, db);
     ksdb::SqlTable row;
     if (row.query(h, db, KSDB_TAG, kDeliveryQuery, where) != SQLITE_OK) return fail(h, db);
     if (row.rows() == 0) return commit_or_rollback(h, db);
@@ -249,7 +260,7 @@ int ksdb_queue_stat(ksdb_handle *h, sqlite3 *db, const char *src, const char *ds
         *len = 0;  // a failed call counts nothing
         if (begin(h, db) != SQLITE_OK) return fail(h, db);
         char where[256];
-        selection(where, src, dst);
+        if (!selection_or_log(h, where, src, dst)) return fail(h, db);
         int32_t count = 0;
         if (ksdb_sql_get_int32_mprintf(h, db, nullptr, KSDB_TAG, &count, nullptr,
                                        "SELECT COUNT(*) FROM queue %s", where) != SQLITE_OK)

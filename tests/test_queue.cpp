@@ -218,6 +218,27 @@ TEST_F(QueueTest, SelectionBySourceDestinationBothOrNeither) {
     EXPECT_EQ(stat(nullptr, nullptr), 0);
 }
 
+TEST_F(QueueTest, NamesTooLongForTheSelectionAreRefusedNotCutShort) {
+    const int t = now() - 60;
+    // 219 characters put the end of the 256-byte clause just after the
+    // source's closing quote: cut there, it would select by the source alone.
+    const std::string long_src(219, 'A');
+    push(long_src.c_str(), "y", "for y", 0, t);
+    Popped p = pop(long_src.c_str(), "x");
+    EXPECT_EQ(p.rc, KSDB_E_DB);
+    EXPECT_EQ(p.text, "<none> ts=0");
+    int len = -1;
+    EXPECT_EQ(ksdb_queue_stat(h(), db(), long_src.c_str(), "x", &len), KSDB_E_DB);
+    EXPECT_EQ(all_vals(), std::vector<std::string>{"for y"});
+    EXPECT_NE(log_.text().find("Queue name too long"), std::string::npos);
+    EXPECT_TRUE(db_mutex_free());
+
+    // A name that fits is served as usual.
+    const std::string fitting(200, 'B');
+    push(fitting.c_str(), "x", "fits", 0, t);
+    EXPECT_EQ(pop_val(fitting.c_str(), "x"), "fits");
+}
+
 TEST_F(QueueTest, StatementsOfPopReadAndStatCarryTheSelection) {
     const int t = now() - 5;
     push("a", "x", "m", 0, t);
