@@ -10,7 +10,6 @@
 
 // Volumes; shares over CIFS; service settings and the Samba, NFS and FTP
 // service files.
-KSDB_PLACEHOLDER(ksdb_volume_import)
 KSDB_PLACEHOLDER(ksdb_cifs_share_import)
 KSDB_PLACEHOLDER(ksdb_cifs_usb_share_import)
 KSDB_PLACEHOLDER(ksdb_cifs_share_export)
