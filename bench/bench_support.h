@@ -21,9 +21,15 @@ struct Ratio {
 class RatioReporter : public benchmark::ConsoleReporter {
   public:
     void ReportRuns(const std::vector<Run> &runs) override {
-        for (const auto &run : runs)
+        for (const auto &run : runs) {
             if (run.run_type == Run::RT_Iteration && run.iterations > 0)
                 ns_[run.benchmark_name()] = run.GetAdjustedRealTime();
+            // With --benchmark_repetitions the median of the repetitions
+            // (reported after them) stands for the benchmark: steadier on a
+            // busy machine than the last repetition alone.
+            else if (run.run_type == Run::RT_Aggregate && run.aggregate_name == "median")
+                ns_[run.run_name.str()] = run.GetAdjustedRealTime();
+        }
         ConsoleReporter::ReportRuns(runs);
     }
     // Prints each ratio; returns the number of targets missed.

@@ -38,6 +38,128 @@ void init_apr_once() {
 // ---- schema ----------------------------------------------------------------
 // ksdb_create and ksdb_delete.
 
+#include "core/ksdb_schema.h"
+
+namespace {
+
+constexpr int64_t kPageSize = 4096;
+
+int run_list(ksdb_handle *h, sqlite3 *db, const char *const *list) {
+    for (const char *const *s = list; *s; ++s) {
+        int rc = ksdb_sql_exec(h, db, nullptr, KSDB_TAG, *s);
+        if (rc != SQLITE_OK) return rc;
+    }
+    return SQLITE_OK;
+}
+
+// The page size is fixed outside the transaction: SQLite applies a new page
+// size only when VACUUM rebuilds the file.
+void fix_page_size(ksdb_handle *h, sqlite3 *db, int64_t page_size) {
+    if (page_size == kPageSize) return;
+    KSDB_ERR(h, "DB (main) page size: %ld ==> 4096\n", static_cast<long>(page_size));
+    if (sqlite3_exec(db, "PRAGMA page_size=4096", nullptr, nullptr, nullptr) != SQLITE_OK) {
+        KSDB_ERR(h, "Setting page_size failed!\n");
+        return;
+    }
+    if (sqlite3_exec(db, "VACUUM", nullptr, nullptr, nullptr) != SQLITE_OK)
+        KSDB_ERR(h, "VACUUM failed!\n");
+}
+
+int create_schema(ksdb_handle *h, sqlite3 *db) {
+    namespace schema = ksdb::schema;
+    if (ksdb_sql_begin(h, db, nullptr, KSDB_TAG) != SQLITE_OK) return KSDB_E_DB;
+
+    // The failures of the two reads and of the version writes below return
+    // without a rollback: the transaction and db_mutex stay with the calling
+    // thread.
+    int64_t version = 0;
+    if (ksdb_sql_get_int64_mprintf(h, db, nullptr, KSDB_TAG, &version, nullptr,
+                                   "PRAGMA user_version") != SQLITE_OK)
+        return KSDB_E_DB;
+    // Logged at error level on purpose, so that the version shows in every
+    // log that records errors at all.
+    if (version != 0)
+        KSDB_ERR(h, "DB (main) schema version: %ld ==> %ld\n", static_cast<long>(version),
+                 schema::kVersion);
+    else
+        KSDB_ERR(h, "DB (main) schema version: new ==> %ld\n", schema::kVersion);
+
+    int64_t page_size = 0;
+    if (ksdb_sql_get_int64_mprintf(h, db, nullptr, KSDB_TAG, &page_size, nullptr,
+                                   "PRAGMA page_size") != SQLITE_OK)
+        return KSDB_E_DB;
+
+    if (run_list(h, db, schema::kCreation) != SQLITE_OK) {
+        ksdb_sql_rollback(h, db, nullptr, KSDB_TAG);
+        return KSDB_E_DB;
+    }
+
+    if (version != 0) {
+        // The creation list has run first, so an old step that creates a
+        // stored table without IF NOT EXISTS fails and rolls everything back.
+        long n = version < 1 ? 1 : static_cast<long>(version) + 1;
+        for (; n <= schema::kVersion && schema::kUpgrades[n]; ++n) {
+            KSDB_INFO(h, "DB upgrade to version %ld\n", n);
+            if (run_list(h, db, schema::kUpgrades[n]) != SQLITE_OK) {
+                ksdb_sql_rollback(h, db, nullptr, KSDB_TAG);
+                return KSDB_E_DB;
+            }
+            if (ksdb_sql_exec_mprintf(h, db, nullptr, KSDB_TAG, "PRAGMA user_version=%ld", n) !=
+                SQLITE_OK)
+                return KSDB_E_DB;
+        }
+    } else if (ksdb_sql_exec_mprintf(h, db, nullptr, KSDB_TAG, "PRAGMA user_version=%ld",
+                                     schema::kVersion) != SQLITE_OK) {
+        return KSDB_E_DB;
+    }
+
+    int rc = KSDB_OK;
+    if (ksdb_sql_commit(h, db, nullptr, KSDB_TAG) != SQLITE_OK) rc = KSDB_E_DB;
+    fix_page_size(h, db, page_size);
+    return rc;
+}
+
+int delete_rows(ksdb_handle *h, sqlite3 *db) {
+    ksdb::SqlTable names;
+    if (ksdb_sql_begin(h, db, nullptr, KSDB_TAG) != SQLITE_OK ||
+        ksdb_sql_get_table(h, db, nullptr, KSDB_TAG, names.table_out(), names.nrow_out(),
+                           names.ncol_out(),
+                           "SELECT tbl_name FROM sqlite_master WHERE type='table'") != SQLITE_OK) {
+        names.reset();
+        ksdb_sql_rollback(h, db, nullptr, KSDB_TAG);
+        return KSDB_E_DB;
+    }
+    // Scratch tables live in the temporary schema and are not listed here.
+    for (int r = 0; r < names.rows(); ++r) {
+        const char *name = names.str(r, 0);
+        if (ksdb_sql_exec_mprintf(h, db, nullptr, KSDB_TAG, "DELETE FROM `%s`", name) !=
+            SQLITE_OK) {
+            KSDB_ERR(h, "Error in SQL query (DELETE FROM %s)\n", name);
+            ksdb_sql_rollback(h, db, nullptr, KSDB_TAG);
+            return KSDB_E_DB;
+        }
+    }
+    if (ksdb_sql_commit(h, db, nullptr, KSDB_TAG) != SQLITE_OK) {
+        ksdb::rollback_after_failed_commit(h, db, KSDB_TAG);
+        return KSDB_E_DB;
+    }
+    return KSDB_OK;
+}
+
+}  // namespace
+
+extern "C" {
+
+int ksdb_create(ksdb_handle *h, sqlite3 *db) {
+    return ksdb::logged(h, KSDB_TAG, "ksdb_create", [&] { return create_schema(h, db); });
+}
+
+int ksdb_delete(ksdb_handle *h, sqlite3 *db) {
+    return ksdb::logged(h, KSDB_TAG, "ksdb_delete", [&] { return delete_rows(h, db); });
+}
+
+}  // extern "C"
+
 // ---- end of schema ---------------------------------------------------------
 
 namespace ksdb::schema {
@@ -678,7 +800,7 @@ int in_transaction(ksdb_handle *h, sqlite3 *db, int category, Work work) {
         return rc;
     }
     if (ksdb_sql_commit(h, db, nullptr, KSDB_TAG) != SQLITE_OK) {
-        ksdb_sql_rollback(h, db, nullptr, KSDB_TAG);
+        ksdb::rollback_after_failed_commit(h, db, KSDB_TAG);
         return KSDB_E_DB;
     }
     return 0;
@@ -795,7 +917,7 @@ int ksdb_export_per_share(ksdb_handle *h, sqlite3 *db, int category, const char 
     if (rc != 0) {
         ksdb_sql_rollback(h, db, nullptr, KSDB_TAG);
     } else if (ksdb_sql_commit(h, db, nullptr, KSDB_TAG) != SQLITE_OK) {
-        ksdb_sql_rollback(h, db, nullptr, KSDB_TAG);
+        ksdb::rollback_after_failed_commit(h, db, KSDB_TAG);
         rc = KSDB_E_DB;
     }
     sync();

@@ -18,6 +18,7 @@
 #include <cstdint>
 #include <cstring>
 #include <memory>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -55,6 +56,15 @@ inline apr_pool_t *result_pool(const ksdb_handle *h) {
 }
 
 inline bool debug_root_set(const ksdb_handle *h) { return ksdb_is_debug_root(h) != 0; }
+
+// Rolls back after a failed COMMIT.  The commit already released db_mutex,
+// so the lock is taken again first and the rollback's release balances it:
+// a thread that holds the lock from further out keeps it.
+inline int rollback_after_failed_commit(ksdb_handle *h, sqlite3 *db, const char *module,
+                                        int line) {
+    if (h->db_mutex) pthread_mutex_lock(h->db_mutex);
+    return ksdb_sql_rollback(h, db, nullptr, module, line);
+}
 
 // The effective path of a live-system path: debug root + path, or the path
 // itself on the live system.
@@ -172,6 +182,17 @@ class SqlTable {
     int nrow_ = 0;
     int ncol_ = 0;
 };
+
+// The text single-value query of ksdb_sql_get_scaler_mprintf with the value
+// in scratch memory: the same statement, vector check and messages, but
+// nothing allocated from the caller's result pool, so internal callers
+// (templates, exporters) do not grow it.  *value becomes the text, or
+// nullopt for no row, a NULL value or a failed query; with two or more
+// rows it is left as it was.
+int sql_scalar(ksdb_handle *h, sqlite3 *db, char **errmsg, const char *module, int line,
+               std::optional<std::string> *value, const char *format, ...);
+int sql_vscalar(ksdb_handle *h, sqlite3 *db, char **errmsg, const char *module, int line,
+                std::optional<std::string> *value, const char *format, va_list ap);
 
 // ---- pool helpers ----------------------------------------------------------
 

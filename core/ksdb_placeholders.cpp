@@ -11,12 +11,12 @@
     int name(ksdb_handle *, sqlite3 *) { return 0; }      \
     static const ksdb::driver::StepStateRegistration name##_state(#name, KSDB_STEP_PENDING);
 
-// Volumes; shares over CIFS; service settings and the Samba, NFS and FTP
-// service files.
-KSDB_PLACEHOLDER(ksdb_volume_import)
+// Shares over CIFS.
 KSDB_PLACEHOLDER(ksdb_cifs_share_import)
 KSDB_PLACEHOLDER(ksdb_cifs_usb_share_import)
 KSDB_PLACEHOLDER(ksdb_cifs_share_export)
+
+// Service settings and the Samba, NFS and FTP service files.
 KSDB_PLACEHOLDER(ksdb_default_service_import)
 KSDB_PLACEHOLDER(ksdb_service_import)
 KSDB_PLACEHOLDER(ksdb_cifs_service_import)

@@ -146,6 +146,32 @@ int numeric_query(ksdb_handle *h, sqlite3 *db, char **errmsg, const char *file, 
     return rc;
 }
 
+// The text single-value query.  `kept` tells whether the value was left
+// alone (two or more rows).
+int scalar_query(ksdb_handle *h, sqlite3 *db, char **errmsg, const char *file, int line,
+                 std::optional<std::string> *value, bool *kept, const char *format, va_list ap) {
+    SqlTable t;
+    *kept = false;
+    int rc = single_query(h, db, errmsg, file, line, t, format, ap);
+    if (rc != SQLITE_OK) {
+        value->reset();
+        return rc;
+    }
+    if (t.cols() > 1 || t.rows() >= 2)
+        rc = vector_error(h, file, line, "ksdb_sql_get_scaler_mprintf", t);
+    if (t.rows() == 0) {
+        value->reset();
+    } else if (t.rows() == 1) {
+        if (t.at(0, 0))
+            *value = t.at(0, 0);
+        else
+            value->reset();
+    } else {
+        *kept = true;
+    }
+    return rc;
+}
+
 // ---- table helpers ---------------------------------------------------------
 
 int exec_fmt(ksdb_handle *h, sqlite3 *db, char **errmsg, int line, const char *format, ...) {
@@ -213,6 +239,22 @@ int each_table(ksdb_handle *h, sqlite3 *db, char **errmsg, int line, const char 
 }
 
 }  // namespace
+
+int sql_vscalar(ksdb_handle *h, sqlite3 *db, char **errmsg, const char *module, int line,
+                std::optional<std::string> *value, const char *format, va_list ap) {
+    bool kept = false;
+    return scalar_query(h, db, errmsg, module, line, value, &kept, format, ap);
+}
+
+int sql_scalar(ksdb_handle *h, sqlite3 *db, char **errmsg, const char *module, int line,
+               std::optional<std::string> *value, const char *format, ...) {
+    va_list ap;
+    va_start(ap, format);
+    int rc = sql_vscalar(h, db, errmsg, module, line, value, format, ap);
+    va_end(ap);
+    return rc;
+}
+
 }  // namespace ksdb
 
 using ksdb::SqlStr;
@@ -285,22 +327,14 @@ int ksdb_sql_get_table_mprintf(ksdb_handle *h, sqlite3 *db, char **errmsg, const
 int ksdb_sql_get_scaler_mprintf(ksdb_handle *h, sqlite3 *db, char **errmsg, const char *file,
                                 int line, char **result, const char *format, ...) {
     KSDB_ASSERT(result);
-    SqlTable t;
+    std::optional<std::string> value;
+    bool kept = false;
     va_list ap;
     va_start(ap, format);
-    int rc = ksdb::single_query(h, db, errmsg, file, line, t, format, ap);
+    int rc = ksdb::scalar_query(h, db, errmsg, file, line, &value, &kept, format, ap);
     va_end(ap);
-    if (rc != SQLITE_OK) {
-        *result = nullptr;
-        return rc;
-    }
-    if (t.cols() > 1 || t.rows() >= 2)
-        rc = ksdb::vector_error(h, file, line, "ksdb_sql_get_scaler_mprintf", t);
-    if (t.rows() == 0)
-        *result = nullptr;
-    else if (t.rows() == 1)
-        *result = t.at(0, 0) ? ksdb::pool_strdup(h, t.at(0, 0)) : nullptr;
-    // With two or more rows the caller's value is left as it was.
+    if (kept) return rc;  // two or more rows: the caller's value stays as it was
+    *result = value ? ksdb::pool_strdup(h, value->c_str()) : nullptr;
     return rc;
 }
 

@@ -399,9 +399,10 @@ typedef struct ksdb_file_spec {
     int32_t mode;
 } ksdb_file_spec;
 
-/* Fills `spec` for a live path: from the managed file table (result 1), or,
- * for a file the table does not list, owner root and mode 0644 (result 0).
- * spec->path is `path` itself. */
+/* Fills `spec` for a live path: from the managed file table or the
+ * library's list of the further files it writes (result 1), or, for any
+ * other file, owner root and mode 0644 (result 0).  spec->path is `path`
+ * itself. */
 KSDB_API int ksdb_file_spec_lookup(const char *path, ksdb_file_spec *spec);
 /* The managed file table, in its fixed order; *count receives its length. */
 KSDB_API const ksdb_file_spec *ksdb_file_spec_table(size_t *count);
@@ -497,6 +498,46 @@ KSDB_API char *ksdb_i_to_dow(apr_pool_t *pool, int bits);
 KSDB_API int ksdb_dow_to_i(const char *text);
 typedef int (*ini_handler)(void *user, const char *section, const char *name, const char *value);
 KSDB_API int ini_parse_file(const char *path, ini_handler handler, void *user);
+
+/* ---- volumes and share file-system attributes ---------------------------- */
+
+/* Records the start (phase 0) or the end (phase 1) of a maintenance
+ * operation on a device in the persistent maintenance log: 0, 3, or 4 when
+ * the operation or the device is missing.  Other phases do nothing. */
+KSDB_API int ksdb_update_vol_maint_log(ksdb_handle *handle, sqlite3 *db, const char *operation,
+                                       const char *device, int phase, const char *result,
+                                       const char *details);
+/* Bytes used by the subvolume at a live path ("/volume/share"). */
+KSDB_API int ksdb_get_subvolume_used_in_bytes(ksdb_handle *handle, sqlite3 *db, const char *path,
+                                              uint64_t *out);
+/* Sets a file-system attribute of a share folder: "compression" and
+ * "bitrotprotection" ("on"/"off"), "refquota" (a size such as "100M",
+ * "none" or "0"); other names are ignored.  0, or 8 when a command fails. */
+KSDB_API int ksdb_btrfs_set_attr(ksdb_handle *handle, const char *path, const char *name,
+                                 const char *value);
+/* Reads a file-system attribute of a share folder as text (result pool):
+ * "compression", "bitrotprotection" ("on"/"off"), "used", "refquota",
+ * "usedbysnapshots" (bytes, "none" for no quota).  0 on success. */
+KSDB_API int ksdb_btrfs_get_attr(ksdb_handle *handle, const char *path, const char *name,
+                                 char **value);
+/* Removes the reference quota of a share folder. */
+KSDB_API int ksdb_disable_share_quota(ksdb_handle *handle, const char *path);
+
+/* ---- service settings ------------------------------------------------------ */
+
+/* Names exported for other programs. */
+KSDB_API extern const char *const TABLE_SMB_USERNAME_MAP;            /* "smb_username_map" */
+KSDB_API extern const char *const TABLE_SMB_USERNAME_MAP_TYPE_HASH;  /* "HASH" */
+KSDB_API extern const char *const TABLE_SMB_USERNAME_MAP_TYPE_UNAME; /* "UNAME" */
+
+/* Recomputes the host-name-lookup switch of "cifs" or "ftp" from the host
+ * access lists; other protocols are left alone.  0 or 3. */
+KSDB_API int ksdb_service_update_setting_by_share(ksdb_handle *handle, sqlite3 *db,
+                                                  const char *protocol);
+/* 1 for exactly "UNAME" or "HASH", else 0. */
+KSDB_API int ksdb_valid_smb_username_map_type(const char *type);
+/* The `enabled` value of the SSH service (0 when unset), or -1 on error. */
+KSDB_API int ksdb_is_service_ssh_enabled(ksdb_handle *handle, sqlite3 *db);
 
 #ifdef __cplusplus
 }

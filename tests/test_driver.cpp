@@ -314,7 +314,12 @@ TEST_F(DriverTest, AFailedCommitRollsBackAndGivesThree) {
     replace(ksdb::driver::kCifsShareImport, [](ksdb_handle *h, sqlite3 *db) {
         return ksdb_sql_exec(h, db, nullptr, "test", 1, "INSERT INTO child VALUES(99)");
     });
+    // The calling thread holds the database lock from further out: the
+    // failed commit and its rollback must leave that hold in place.
+    pthread_mutex_lock(h_->db_mutex);
     EXPECT_EQ(ksdb_import(h_, db_, KSDB_CAT_CIFS_SHARE), KSDB_E_DB);
+    EXPECT_FALSE(lock_free());
+    pthread_mutex_unlock(h_->db_mutex);
     EXPECT_EQ(db_.scalar("SELECT COUNT(*) FROM child"), "0");
     EXPECT_TRUE(sqlite3_get_autocommit(db_));
     EXPECT_TRUE(lock_free());

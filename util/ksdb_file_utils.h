@@ -41,7 +41,9 @@ class ManagedFile {
 
     // Closes the temporary file and puts it in place with ksdb_file_update:
     // that call's status, or KSDB_E_FILE when the temporary file could not
-    // be written completely (it is then removed and the target kept).
+    // be written completely (it is then removed and the target kept).  The
+    // content is flushed to disk first; a temporary file left behind by a
+    // failed update is removed as well.
     int commit();
     // Closes and removes the temporary file; the target keeps its content.
     void abandon();
@@ -54,6 +56,7 @@ class ManagedFile {
     ksdb_file_spec spec_;
     FILE *fp_ = nullptr;
     std::string tmp_path_;
+    bool owns_tmp_ = false;  // the temporary file is ours to remove
 };
 
 // Walks a NUL-terminated text line by line, in place: every newline is
@@ -70,7 +73,19 @@ void for_each_line(char *text, Fn &&fn) {
     }
 }
 
+// Where the six random letters of a temporary file's name come from.  The
+// default draws them from the kernel's random source; tests install a
+// scripted source to plant files under the names that will be tried.
+// Returns the previous source; nullptr restores the default.
+using TempLetters = void (*)(char letters[6]);
+TempLetters set_temp_letters(TempLetters source);
+
 // "/<volume>/._share/<share>": a share's configuration folder (live path).
 std::string share_conf_dir(std::string_view volume, std::string_view share);
+
+// The shell command ksdb_foreach_share_subvolume reads: one line
+// "V=<volume>,S=<subvolume>" per subvolume of every volume that has a
+// ._share folder (below the handle's debug root when it has one).
+std::string share_subvolume_command(const ksdb_handle *h);
 
 }  // namespace ksdb

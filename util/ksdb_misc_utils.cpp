@@ -5,6 +5,9 @@
 
 #include <cerrno>
 #include <cstdio>
+#include <string>
+
+#include <strings.h>
 
 namespace ksdb {
 
@@ -42,6 +45,45 @@ const char *const kCategoryNames[KSDB_CATEGORY_COUNT] = {
     "VOLUME_SCHEDULE", "HF_STATS",    "AUTHORIZED_SSH_PUBLIC_KEY",
     "SHARE_FS_ATTRIBUTE", "REPLISYNC_KEY",
 };
+
+constexpr char kFieldOpen[] = "{SQL{";
+constexpr size_t kFieldOpenLen = sizeof kFieldOpen - 1;
+constexpr char kFieldClose[] = "}}";
+// The query of a field is copied into a buffer of this size: 2047
+// characters and the terminator.
+constexpr size_t kQueryBufferSize = 2048;
+// The vfat check builds its command line in a buffer of this size.
+constexpr size_t kVfatCommandSize = 248;
+
+// A field's query is an sqlite printf format used without arguments, so
+// the only directive it may hold is "%%" (a literal percent sign; a "%" at
+// the very end is also written as itself).  Anything else would make the
+// formatter read arguments that are not there: such a query is refused
+// (false) instead of being run.  On success `sql` holds the query as the
+// formatter would have produced it.
+bool unescape_query(std::string_view query, std::string &sql) {
+    sql.clear();
+    sql.reserve(query.size());
+    for (size_t i = 0; i < query.size(); ++i) {
+        if (query[i] != '%') {
+            sql += query[i];
+        } else if (i + 1 == query.size()) {
+            sql += '%';
+        } else if (query[i + 1] == '%') {
+            sql += '%';
+            ++i;
+        } else {
+            return false;
+        }
+    }
+    return true;
+}
+
+bool ascii_alpha(unsigned char c) { return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z'); }
+bool ascii_digit(unsigned char c) { return c >= '0' && c <= '9'; }
+bool ascii_alnum(unsigned char c) { return ascii_alpha(c) || ascii_digit(c); }
+
+bool equals_nocase(const char *a, const char *b) { return strcasecmp(a, b) == 0; }
 
 }  // namespace
 }  // namespace ksdb
@@ -85,3 +127,157 @@ const char *ksdb_cat2str(int category) {
 }
 
 }  // extern "C"
+
+// ---- templates ---------------------------------------------------------------
+
+extern "C" int ksdb_template_write(ksdb_handle *h, sqlite3 *db, FILE *out,
+                                   const char *const *pieces) {
+    if (!pieces) return 0;
+    std::string sql;
+    for (const char *const *piece = pieces; *piece; ++piece) {
+        const char *cur = *piece;
+        while (true) {
+            const char *open = std::strstr(cur, ksdb::kFieldOpen);
+            const char *query = open ? open + ksdb::kFieldOpenLen : nullptr;
+            const char *close = query ? std::strstr(query, ksdb::kFieldClose) : nullptr;
+            if (!close) {
+                // No field left (or an unclosed "{SQL{"): the rest as it is.
+                std::fputs(cur, out);
+                break;
+            }
+            const std::string_view text(query, static_cast<size_t>(close - query));
+            if (text.size() >= ksdb::kQueryBufferSize) {
+                KSDB_ERR(h, "Buffer too small.\n");
+                return KSDB_E_FILE;
+            }
+            // The value goes to scratch memory, not the caller's pool:
+            // exporters write templates again and again.
+            std::optional<std::string> value;
+            int rc = ksdb::unescape_query(text, sql)
+                         ? ksdb::sql_scalar(h, db, nullptr, KSDB_TAG, &value, "%s", sql.c_str())
+                         : SQLITE_MISUSE;
+            if (rc != 0) {
+                KSDB_ERR(h, "Query Error for embed sql: %s\n", std::string(text).c_str());
+                return KSDB_E_DB;
+            }
+            std::fwrite(cur, 1, static_cast<size_t>(open - cur), out);
+            if (value) std::fputs(value->c_str(), out);
+            // The value is written, never scanned: a "{SQL{" inside it stays text.
+            cur = close + 2;
+        }
+    }
+    return 0;
+}
+
+// ---- accounts and host -------------------------------------------------------
+
+extern "C" int ksdb_is_admin_user(ksdb_handle *h, const char *username) {
+    (void)h;
+    KSDB_ASSERT(username);
+    if (username[0] == '@') return 0;
+    return ksdb::equals_nocase(username, "admin") || ksdb::equals_nocase(username, "Administrator");
+}
+
+extern "C" char *ksdb_admin_users(ksdb_handle *h, sqlite3 *db) {
+    char *value = nullptr;
+    if (ksdb_sql_get_scaler_mprintf(
+            h, db, nullptr, KSDB_TAG, &value,
+            "SELECT CASE WHEN security='user' THEN 'Administrator' ELSE "
+            "workgroup||'\\'||domain_admin_user END FROM service_cifs") != 0) {
+        KSDB_ERR(h, "Failed DB Query for cifs service\n");
+    }
+    // +admin always leads the list, so the local administrator keeps its
+    // rights whatever the CIFS security mode says.
+    return ksdb::pool_printf(h, "\"+admin\",\"%s\"", value ? value : "Administrator");
+}
+
+extern "C" char *ksdb_get_hostname(ksdb_handle *h) {
+    const std::string path = ksdb::effective_path(h, "/etc/hostname");
+    FILE *f = std::fopen(path.c_str(), "re");
+    if (!f) return nullptr;
+    char line[128];
+    const bool got = std::fgets(line, sizeof line, f) != nullptr;
+    std::fclose(f);
+    if (!got) return nullptr;
+    size_t n = std::strlen(line);
+    if (n > 0 && line[n - 1] == '\n') line[n - 1] = '\0';
+    return ksdb::pool_strdup(h, line);
+}
+
+extern "C" uint32_t ksdb_guest_uid(ksdb_handle *h, sqlite3 *db) {
+    uint32_t id = 0;
+    if (ksdb_sql_get_uint32_mprintf(
+            h, db, nullptr, KSDB_TAG, &id, nullptr,
+            "SELECT IFNULL((SELECT U.id FROM `$user` U WHERE U.uname='guest'),"
+            "(SELECT U.id FROM `$user` U WHERE U.uname='nobody'))") != 0)
+        return 0;
+    return id;
+}
+
+extern "C" uint32_t ksdb_guest_gid(ksdb_handle *h, sqlite3 *db) {
+    uint32_t id = 0;
+    if (ksdb_sql_get_uint32_mprintf(
+            h, db, nullptr, KSDB_TAG, &id, nullptr,
+            "SELECT IFNULL((SELECT G.id FROM `$group` G WHERE G.gname='guest'),"
+            "(SELECT G.id FROM `$group` G WHERE G.gname='nogroup'))") != 0)
+        return 0;
+    return id;
+}
+
+// ---- devices and names -------------------------------------------------------
+
+extern "C" int ksdb_check_vfat(ksdb_handle *h, const char *device) {
+    if (!device || !*device || device[0] == '-') {
+        // Nothing to look for, or a name grep would take for an option.
+        KSDB_ERR(h, "ksdb_check_vfat: invalid device name [%s]\n", device ? device : "(null)");
+        KSDB_DEBUG(h, "ksdb_check_vfat return: %d\n", 0);
+        return 0;
+    }
+    const std::string command = "mount |grep " + ksdb::shell_quote(device) + " |grep vfat";
+    if (command.size() >= ksdb::kVfatCommandSize) {
+        // The command line has a fixed room; a cut-off quoted name would
+        // run something else, so an over-long name is not looked up at all.
+        KSDB_ERR(h, "ksdb_check_vfat: device name too long [%s]\n", device);
+        KSDB_DEBUG(h, "ksdb_check_vfat return: %d\n", 0);
+        return 0;
+    }
+    ksdb::Pipe pipe(command.c_str(), "re");
+    if (!pipe) {
+        KSDB_ERR(h, "Failed to exe: %s\n", command.c_str());
+        return 0;
+    }
+    char line[256];
+    int found = 0;
+    if (std::fgets(line, sizeof line, pipe.get()) && std::strstr(line, "vfat")) found = 1;
+    pipe.close();
+    KSDB_DEBUG(h, "ksdb_check_vfat return: %d\n", found);
+    return found;
+}
+
+extern "C" int ksdb_check_domain_name(const char *name) {
+    if (!name || !*name) return -EAGAIN;
+    const auto *s = reinterpret_cast<const unsigned char *>(name);
+    if (!ksdb::ascii_alnum(s[0])) return 1;
+    size_t len = 1;
+    for (; s[len]; ++len) {
+        const unsigned char c = s[len];
+        if (!ksdb::ascii_alnum(c) && c != '_' && c != '-' && c != '.') return 2;
+    }
+    if (len > 255) return 3;
+    // Every dot-separated label needs a letter: this rejects empty labels
+    // (".." or a trailing dot) and all-digit names such as IPv4 addresses.
+    bool letter = false;
+    for (size_t i = 0; i <= len; ++i) {
+        if (i == len || s[i] == '.') {
+            if (!letter) return 4;
+            letter = false;
+        } else if (ksdb::ascii_alpha(s[i])) {
+            letter = true;
+        }
+    }
+    return 0;
+}
+
+extern "C" uint64_t ksdb_div_unit(uint64_t value, int si) { return si ? value / 1000 : value >> 10; }
+
+extern "C" uint64_t ksdb_mul_unit(uint64_t value, int si) { return si ? value * 1000 : value << 10; }
