@@ -865,7 +865,7 @@ int ksdb_category_steps(int category, int direction, ksdb_step_info *steps, int 
 }
 
 int ksdb_connect(ksdb_handle *h, sqlite3 *db) {
-    return ksdb::logged(h, KSDB_TAG, "ksdb_connect", [&] {
+    return ksdb::logged(h, KSDB_TAG, "ksdb_connect", [&]() -> int {
         int64_t version = 0;
         if (ksdb_sql_get_int64_mprintf(h, db, nullptr, KSDB_TAG, &version, nullptr,
                                        "PRAGMA user_version") != SQLITE_OK)
