@@ -413,6 +413,56 @@ std::string share_subvolume_command(const ksdb_handle *h) {
     return cmd;
 }
 
+// The file loader behind ksdb_file_load and load_file: checks the file,
+// reads at most max_len bytes (all when 0) into the buffer alloc(n + 1)
+// gives, terminates it and sets *len without trailing NUL bytes.
+template <class Alloc>
+char *load_into(ksdb_handle *h, const char *fname, size_t max_len, size_t *len, Alloc alloc) {
+    std::string path = effective_path(h, fname);
+    struct stat st;
+    if (stat(path.c_str(), &st) != 0) {
+        KSDB_INFO(h, "Cannot stat <%s>\n", path.c_str());
+        return nullptr;
+    }
+    if (!S_ISREG(st.st_mode) && !S_ISLNK(st.st_mode)) {
+        KSDB_ERR(h, "<%s> is not regular file. mode=%o\n", path.c_str(), st.st_mode);
+        return nullptr;
+    }
+    FILE *f = std::fopen(path.c_str(), "rbe");
+    if (!f) {
+        KSDB_ERR(h, "Cannot open <%s> for read\n", fname);
+        return nullptr;
+    }
+    std::unique_ptr<FILE, int (*)(FILE *)> closer(f, std::fclose);
+    size_t n = static_cast<size_t>(st.st_size);
+    if (max_len != 0 && max_len < n) n = max_len;
+    char *buf = alloc(n + 1);
+    if (!buf) return nullptr;
+    if (std::fread(buf, 1, n, f) != n) {
+        KSDB_ERR(h, "Failed on fread() for shadow file\n");
+        return nullptr;
+    }
+    buf[n] = '\0';
+    if (n > 0 && buf[n - 1] == '\0') {
+        while (n > 0 && buf[n - 1] == '\0') --n;
+    }
+    *len = n;
+    return buf;
+}
+
+std::optional<std::string> load_file(ksdb_handle *h, const char *path, size_t max_len) {
+    KSDB_ASSERT(path);
+    std::string text;
+    size_t len = 0;
+    if (!load_into(h, path, max_len, &len, [&text](size_t n) {
+            text.resize(n);  // n - 1 bytes and the terminator's place
+            return text.data();
+        }))
+        return std::nullopt;
+    text.resize(len);
+    return text;
+}
+
 // ---- ManagedFile -------------------------------------------------------------
 
 ManagedFile::ManagedFile(ksdb_handle *h, const ksdb_file_spec &spec)
@@ -515,39 +565,11 @@ char *ksdb_file_load(ksdb_handle *h, const char *fname, size_t max_len, size_t *
     size_t ignored;
     if (!len) len = &ignored;
     *len = 0;
-    std::string path = ksdb::effective_path(h, fname);
-    struct stat st;
-    if (stat(path.c_str(), &st) != 0) {
-        KSDB_INFO(h, "Cannot stat <%s>\n", path.c_str());
-        return nullptr;
-    }
-    if (!S_ISREG(st.st_mode) && !S_ISLNK(st.st_mode)) {
-        KSDB_ERR(h, "<%s> is not regular file. mode=%o\n", path.c_str(), st.st_mode);
-        return nullptr;
-    }
-    FILE *f = std::fopen(path.c_str(), "rbe");
-    if (!f) {
-        KSDB_ERR(h, "Cannot open <%s> for read\n", fname);
-        return nullptr;
-    }
-    std::unique_ptr<FILE, int (*)(FILE *)> closer(f, std::fclose);
-    size_t n = static_cast<size_t>(st.st_size);
-    if (max_len != 0 && max_len < n) n = max_len;
-    char *buf = static_cast<char *>(apr_palloc(ksdb::result_pool(h), n + 1));
-    if (!buf) {
-        KSDB_ERR(h, "Cannot allocate %zd bytes from pool\n", n + 1);
-        return nullptr;
-    }
-    if (std::fread(buf, 1, n, f) != n) {
-        KSDB_ERR(h, "Failed on fread() for shadow file\n");
-        return nullptr;
-    }
-    buf[n] = '\0';
-    if (n > 0 && buf[n - 1] == '\0') {
-        while (n > 0 && buf[n - 1] == '\0') --n;
-    }
-    *len = n;
-    return buf;
+    return ksdb::load_into(h, fname, max_len, len, [h](size_t n) {
+        char *buf = static_cast<char *>(apr_palloc(ksdb::result_pool(h), n));
+        if (!buf) KSDB_ERR(h, "Cannot allocate %zd bytes from pool\n", n);
+        return buf;
+    });
 }
 
 FILE *ksdb_file_open(ksdb_handle *h, const char *fname, const char *mode) {

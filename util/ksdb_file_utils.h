@@ -4,6 +4,7 @@
 
 #include "core/ksdb_internal.h"
 
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -58,6 +59,12 @@ class ManagedFile {
     std::string tmp_path_;
     bool owns_tmp_ = false;  // the temporary file is ours to remove
 };
+
+// Loads a whole file like ksdb_file_load (the same checks, messages and
+// trailing-NUL rule) into scratch memory instead of the caller's result
+// pool, so an importer that reads its files on every run does not grow the
+// pool.  nullopt where ksdb_file_load gives null.
+std::optional<std::string> load_file(ksdb_handle *h, const char *path, size_t max_len = 0);
 
 // Walks a NUL-terminated text line by line, in place: every newline is
 // replaced by NUL and fn(line) is called with the line (without its
