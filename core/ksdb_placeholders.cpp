@@ -8,11 +8,6 @@
 #define KSDB_PLACEHOLDER(name) \
     int name(ksdb_handle *, sqlite3 *) { return 0; }
 
-// Shares over CIFS.
-KSDB_PLACEHOLDER(ksdb_cifs_share_import)
-KSDB_PLACEHOLDER(ksdb_cifs_usb_share_import)
-KSDB_PLACEHOLDER(ksdb_cifs_share_export)
-
 // Service settings and the Samba, NFS and FTP service files.
 KSDB_PLACEHOLDER(ksdb_default_service_import)
 KSDB_PLACEHOLDER(ksdb_service_import)

@@ -413,6 +413,95 @@ std::string share_subvolume_command(const ksdb_handle *h) {
     return cmd;
 }
 
+// The body of ksdb_file_load: `alloc(n)` gives the n-byte buffer the file
+// is read into (the result pool, or a scratch string).
+template <class Alloc>
+char *load_into(ksdb_handle *h, const char *fname, size_t max_len, size_t *len, Alloc &&alloc) {
+    *len = 0;
+    std::string path = effective_path(h, fname);
+    struct stat st;
+    if (stat(path.c_str(), &st) != 0) {
+        KSDB_INFO(h, "Cannot stat <%s>\n", path.c_str());
+        return nullptr;
+    }
+    if (!S_ISREG(st.st_mode) && !S_ISLNK(st.st_mode)) {
+        KSDB_ERR(h, "<%s> is not regular file. mode=%o\n", path.c_str(), st.st_mode);
+        return nullptr;
+    }
+    FILE *f = std::fopen(path.c_str(), "rbe");
+    if (!f) {
+        KSDB_ERR(h, "Cannot open <%s> for read\n", fname);
+        return nullptr;
+    }
+    std::unique_ptr<FILE, int (*)(FILE *)> closer(f, std::fclose);
+    size_t n = static_cast<size_t>(st.st_size);
+    if (max_len != 0 && max_len < n) n = max_len;
+    char *buf = alloc(n + 1);
+    if (!buf) {
+        KSDB_ERR(h, "Cannot allocate %zd bytes from pool\n", n + 1);
+        return nullptr;
+    }
+    if (std::fread(buf, 1, n, f) != n) {
+        KSDB_ERR(h, "Failed on fread() for shadow file\n");
+        return nullptr;
+    }
+    buf[n] = '\0';
+    if (n > 0 && buf[n - 1] == '\0') {
+        while (n > 0 && buf[n - 1] == '\0') --n;
+    }
+    *len = n;
+    return buf;
+}
+
+bool load_file(ksdb_handle *h, const char *path, size_t max_len, std::string *out) {
+    KSDB_ASSERT(path);
+    KSDB_ASSERT(out);
+    size_t len = 0;
+    char *buf = load_into(h, path, max_len, &len, [out](size_t n) {
+        out->assign(n, '\0');
+        return out->data();
+    });
+    if (!buf) {
+        out->clear();
+        return false;
+    }
+    out->resize(len);
+    return true;
+}
+
+int share_conf_path(ksdb_handle *h, const char *volume, const char *share, const char *name,
+                    std::string *path) {
+    KSDB_ASSERT(volume);
+    KSDB_ASSERT(share);
+    KSDB_ASSERT(name);
+    KSDB_ASSERT(path);
+    if (!*volume || !stays_below(volume) || !stays_below(share) || !stays_below(name)) {
+        KSDB_ERR(h, "Invalid share configuration path /%s/._share/%s/%s.conf\n", volume, share, name);
+        return -1;
+    }
+    std::string live_dir = "/" + std::string(volume) + "/._share";
+    std::string dir = effective_path(h, live_dir);
+    struct stat st;
+    if (stat(dir.c_str(), &st) != 0 || !S_ISDIR(st.st_mode)) {
+        unlink(dir.c_str());
+        KSDB_DEBUG(h, "chmod(%s, 0755)\n", dir.c_str());
+        std::string cmd = "btrfs subvolume create " + shell_quote(dir);
+        if (ksdb_safe_system(cmd.c_str()) != 0) {
+            KSDB_ERR(h, "Fail '%s'\n", cmd.c_str());
+            return -1;
+        }
+        chmod(dir.c_str(), 0755);
+    }
+    std::string live_share_dir = share_conf_dir(volume, share);
+    std::string share_dir = effective_path(h, live_share_dir);
+    if (mkdir(share_dir.c_str(), 0755) != 0 && errno != EEXIST) {
+        KSDB_ERR(h, "mkdir(%s) failed.\n", share_dir.c_str());
+        return -1;
+    }
+    *path = live_share_dir + "/" + name + ".conf";
+    return 0;
+}
+
 // ---- ManagedFile -------------------------------------------------------------
 
 ManagedFile::ManagedFile(ksdb_handle *h, const ksdb_file_spec &spec)
@@ -514,40 +603,9 @@ char *ksdb_file_load(ksdb_handle *h, const char *fname, size_t max_len, size_t *
     KSDB_ASSERT(fname);
     size_t ignored;
     if (!len) len = &ignored;
-    *len = 0;
-    std::string path = ksdb::effective_path(h, fname);
-    struct stat st;
-    if (stat(path.c_str(), &st) != 0) {
-        KSDB_INFO(h, "Cannot stat <%s>\n", path.c_str());
-        return nullptr;
-    }
-    if (!S_ISREG(st.st_mode) && !S_ISLNK(st.st_mode)) {
-        KSDB_ERR(h, "<%s> is not regular file. mode=%o\n", path.c_str(), st.st_mode);
-        return nullptr;
-    }
-    FILE *f = std::fopen(path.c_str(), "rbe");
-    if (!f) {
-        KSDB_ERR(h, "Cannot open <%s> for read\n", fname);
-        return nullptr;
-    }
-    std::unique_ptr<FILE, int (*)(FILE *)> closer(f, std::fclose);
-    size_t n = static_cast<size_t>(st.st_size);
-    if (max_len != 0 && max_len < n) n = max_len;
-    char *buf = static_cast<char *>(apr_palloc(ksdb::result_pool(h), n + 1));
-    if (!buf) {
-        KSDB_ERR(h, "Cannot allocate %zd bytes from pool\n", n + 1);
-        return nullptr;
-    }
-    if (std::fread(buf, 1, n, f) != n) {
-        KSDB_ERR(h, "Failed on fread() for shadow file\n");
-        return nullptr;
-    }
-    buf[n] = '\0';
-    if (n > 0 && buf[n - 1] == '\0') {
-        while (n > 0 && buf[n - 1] == '\0') --n;
-    }
-    *len = n;
-    return buf;
+    return ksdb::load_into(h, fname, max_len, len, [h](size_t n) {
+        return static_cast<char *>(apr_palloc(ksdb::result_pool(h), n));
+    });
 }
 
 FILE *ksdb_file_open(ksdb_handle *h, const char *fname, const char *mode) {
@@ -653,34 +711,9 @@ int ksdb_file_put_one_line(const char *fname, const char *text) {
 int ksdb_share_conf_spec(ksdb_handle *h, const char *volume, const char *share, const char *name,
                          ksdb_file_spec *fspec) {
     KSDB_ASSERT(fspec);
-    KSDB_ASSERT(volume);
-    KSDB_ASSERT(share);
-    KSDB_ASSERT(name);
-    if (!*volume || !ksdb::stays_below(volume) || !ksdb::stays_below(share) ||
-        !ksdb::stays_below(name)) {
-        KSDB_ERR(h, "Invalid share configuration path /%s/._share/%s/%s.conf\n", volume, share, name);
-        return -1;
-    }
-    std::string live_dir = "/" + std::string(volume) + "/._share";
-    std::string dir = ksdb::effective_path(h, live_dir);
-    struct stat st;
-    if (stat(dir.c_str(), &st) != 0 || !S_ISDIR(st.st_mode)) {
-        unlink(dir.c_str());
-        KSDB_DEBUG(h, "chmod(%s, 0755)\n", dir.c_str());
-        std::string cmd = "btrfs subvolume create " + ksdb::shell_quote(dir);
-        if (ksdb_safe_system(cmd.c_str()) != 0) {
-            KSDB_ERR(h, "Fail '%s'\n", cmd.c_str());
-            return -1;
-        }
-        chmod(dir.c_str(), 0755);
-    }
-    std::string live_share_dir = ksdb::share_conf_dir(volume, share);
-    std::string share_dir = ksdb::effective_path(h, live_share_dir);
-    if (mkdir(share_dir.c_str(), 0755) != 0 && errno != EEXIST) {
-        KSDB_ERR(h, "mkdir(%s) failed.\n", share_dir.c_str());
-        return -1;
-    }
-    fspec->path = apr_psprintf(h->pool, "%s/%s.conf", live_share_dir.c_str(), name);
+    std::string path;
+    if (ksdb::share_conf_path(h, volume, share, name, &path) != 0) return -1;
+    fspec->path = apr_pstrdup(h->pool, path.c_str());
     fspec->uid = 98;
     fspec->gid = 98;
     fspec->mode = 0644;
