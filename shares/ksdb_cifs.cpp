@@ -824,12 +824,12 @@ int _ksdb_cifs_insertdb_share_info(ksdb_handle *h, sqlite3 *db, const cifs_share
         const std::string dir = effective_path(h, path);
         if (mkdir(dir.c_str(), 0777) != 0) {
             int err = errno;
-            KSDB_WARN(h, "Error in mkdir(%s) %d (%s)\n", dir.c_str(), err, std::strerror(err));
+            KSDB_WARN(h, "Error in mkdir(%s) %d (%s)\n", path.c_str(), err, std::strerror(err));
             return 0;
         }
         if (chown(dir.c_str(), 0, 0) != 0) {
             int err = errno;
-            KSDB_WARN(h, "Error in chown(%s) %d (%s)\n", dir.c_str(), err, std::strerror(err));
+            KSDB_WARN(h, "Error in chown(%s) %d (%s)\n", path.c_str(), err, std::strerror(err));
             return 0;
         }
         chmod(dir.c_str(), 0777);
