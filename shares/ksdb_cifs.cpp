@@ -129,7 +129,15 @@ const ListQuery kListQueries[] = {
      "share S INNER JOIN group_acl GA ON GA.share_id=S.id AND GA.proto='cifs' INNER JOIN "
      "`$group` G ON G.id=GA.group_id WHERE S.name=%Q ORDER BY G.gname) AS T"},
 };
-enum { kReadUsers, kReadGroups, kWriteUsers, kWriteGroups, kValidUsers, kInvalidUsers, kValidGroups };
+enum {
+    kReadUsers,
+    kReadGroups,
+    kWriteUsers,
+    kWriteGroups,
+    kValidUsers,
+    kInvalidUsers,
+    kValidGroups
+};
 
 constexpr char kAllowedHostsQuery[] =
     "SELECT GROUP_CONCAT('\"'||T.name||'\"',',') FROM (SELECT H.name AS name FROM share S INNER "
@@ -403,7 +411,8 @@ int _ksdb_cifs_share_share_export(ksdb_handle *h, sqlite3 *db) {
         if (col(kAvailable) && std::strtol(col(kAvailable), nullptr, 10) == 0)
             print2(target, own, "  available = 0\n");
         write_access_lines(target, own, access, acl, admin, guest);
-        if (!acl.invalid.empty()) print2(target, own, "  invalid users = %s\n", acl.invalid.c_str());
+        if (!acl.invalid.empty())
+            print2(target, own, "  invalid users = %s\n", acl.invalid.c_str());
         if (!acl.allowed_hosts.empty())
             print2(target, own, "  hosts allow = %s\n", acl.allowed_hosts.c_str());
         // Denied hosts stay commented out: Samba does not enforce them, and
@@ -411,9 +420,9 @@ int _ksdb_cifs_share_share_export(ksdb_handle *h, sqlite3 *db) {
         if (!acl.denied_hosts.empty())
             print2(target, own, "  #hosts allow = %s\n", acl.denied_hosts.c_str());
 
-        put_side_file(h, volume, name, "recycle",
-                      strprintf("%d,%d", col(kRecycleAgeLimit) ? std::atoi(col(kRecycleAgeLimit)) : 0,
-                                col(kRecycleMbLimit) ? std::atoi(col(kRecycleMbLimit)) : 0));
+        const int age = col(kRecycleAgeLimit) ? std::atoi(col(kRecycleAgeLimit)) : 0;
+        const int size = col(kRecycleMbLimit) ? std::atoi(col(kRecycleMbLimit)) : 0;
+        put_side_file(h, volume, name, "recycle", strprintf("%d,%d", age, size));
 
         if (std::strtol(rows.str(r, kSnapshotEnabled), nullptr, 10) != 0)
             print2(target, own, "  follow symlinks = 1\n");
@@ -848,7 +857,8 @@ int _ksdb_cifs_insertdb_share_info(ksdb_handle *h, sqlite3 *db, const cifs_share
     std::sscanf(recycle.c_str(), "%64d,%64d", &age_limit, &size_limit);
 
     SqlTable on_volume;
-    if (on_volume.query(h, db, KSDB_TAG, "SELECT 1 FROM _volume V WHERE %Q LIKE '/'||lv_name||'/%%'",
+    if (on_volume.query(h, db, KSDB_TAG,
+                        "SELECT 1 FROM _volume V WHERE %Q LIKE '/'||lv_name||'/%%'",
                         path.c_str()) != SQLITE_OK ||
         on_volume.rows() == 0) {
         KSDB_ERR(h, "Share %s at %s is not on valid volume\n", name, path.c_str());
@@ -857,8 +867,8 @@ int _ksdb_cifs_insertdb_share_info(ksdb_handle *h, sqlite3 *db, const cifs_share
 
     if (sql_insert_then_update(
             h, db, KSDB_TAG,
-            sql_printf("INSERT OR IGNORE INTO share (zfs_name,volume_id,name,path,user_id,group_id) "
-                       "VALUES('','*',%Q,'',0,0)",
+            sql_printf("INSERT OR IGNORE INTO share (zfs_name,volume_id,name,path,user_id,"
+                       "group_id) VALUES('','*',%Q,'',0,0)",
                        name),
             sql_printf("UPDATE share SET zfs_name=%Q,type=%Q,visible_snapdir=%Q,volume_id=(SELECT "
                        "V.id FROM _volume V WHERE %Q LIKE '/'||V.lv_name||'/%%'),usb_storage_id="
@@ -911,7 +921,8 @@ int _ksdb_cifs_insertdb_share_info(ksdb_handle *h, sqlite3 *db, const cifs_share
         return -1;
     }
 
-    if (insert_hosts(h, db, share_id, rec.hosts_allow, 1, "Failed DB insert into allow_host\n") != 0 ||
+    if (insert_hosts(h, db, share_id, rec.hosts_allow, 1,
+                     "Failed DB insert into allow_host\n") != 0 ||
         insert_hosts(h, db, share_id, rec.hosts_deny, 0, "Failed DB insert into host_acl\n") != 0)
         return -1;
     if (insert_accounts(h, db, share_id, rec) != 0) return -1;
@@ -977,8 +988,9 @@ int _ksdb_cifs_dfs_import(ksdb_handle *h, sqlite3 *db) {
         KSDB_DEBUG(h, "index sssssssssss = %d\n", n);
         if (n == 6) {
             SqlTable t;
-            if (t.query(h, db, KSDB_TAG, "SELECT S.id FROM share S WHERE S.volume_id=%Q AND S.name=%Q",
-                        f[4], f[5]) != SQLITE_OK) {
+            if (t.query(h, db, KSDB_TAG,
+                        "SELECT S.id FROM share S WHERE S.volume_id=%Q AND S.name=%Q", f[4],
+                        f[5]) != SQLITE_OK) {
                 rc = KSDB_E_DB;
                 return false;
             }
@@ -986,7 +998,8 @@ int _ksdb_cifs_dfs_import(ksdb_handle *h, sqlite3 *db) {
                 insert_dfs_link(h, db, std::atoi(t.str(0, 0)), f[4], f[5], f[1], f[2], f[3]);
         } else if (n == 4) {
             SqlTable t;
-            if (t.query(h, db, KSDB_TAG, "SELECT S.id,S.volume_id,S.name FROM share S") != SQLITE_OK) {
+            if (t.query(h, db, KSDB_TAG, "SELECT S.id,S.volume_id,S.name FROM share S") !=
+                SQLITE_OK) {
                 rc = KSDB_E_DB;
                 return false;
             }
@@ -1015,9 +1028,9 @@ int _ksdb_cifs_grant_cloud_users(ksdb_handle *h, sqlite3 *db, int share_id, cons
         return -1;
     }
     int read = 0, write = 0;
-    if (access && std::strcmp(access, "readonly") == 0) {
+    if (access_is(access, "readonly")) {
         read = 1;
-    } else if (access && std::strcmp(access, "writeable") == 0) {
+    } else if (access_is(access, "writeable")) {
         read = 1;
         write = 1;
     }

@@ -256,7 +256,8 @@ class CifsTest : public RootTest {
             "INSERT INTO group_acl (share_id,group_id,proto,read,write) VALUES"
             "(1,100,'cifs',1,1),(4,101,'cifs',1,0),(6,101,'cifs',1,0),(6,100,'cifs',1,1),"
             "(8,100,'cifs',1,1),(7,100,'afp',1,1)");
-        sql().exec("INSERT INTO host (id,name) VALUES(1,'192.168.1.0/24'),(2,'pc-1'),(3,'10.0.0.5')");
+        sql().exec(
+            "INSERT INTO host (id,name) VALUES(1,'192.168.1.0/24'),(2,'pc-1'),(3,'10.0.0.5')");
         sql().exec(
             "INSERT INTO host_acl (share_id,host_id,proto,read,write,root) VALUES"
             "(1,1,'cifs',1,1,0),(1,2,'cifs',1,0,0),(1,3,'cifs',0,0,0),(4,1,'nfs',1,1,1)");
@@ -512,8 +513,8 @@ TEST_F(CifsTest, RoundTripThroughTheDriverKeepsWhatTheFilesCarry) {
 
     const Rows shares = sql().rows(kShareRows), options = sql().rows(kOptionRows),
                users = sql().rows(kUserAclRows), groups = sql().rows(kGroupAclRows),
-               hosts = sql().rows(kHostAclRows), host_names = sql().column("SELECT name FROM host ORDER BY name"),
-               links = sql().rows(kDfsRows);
+               hosts = sql().rows(kHostAclRows), links = sql().rows(kDfsRows),
+               host_names = sql().column("SELECT name FROM host ORDER BY name");
     for (const char *t : {"share", "cifs_share_option", "user_acl", "group_acl", "host_acl", "host",
                           "cifs_dfs_option"})
         sql().exec(std::string("DELETE FROM ") + t);
@@ -703,8 +704,8 @@ TEST_F(CifsTest, TwoSectionsInOneFileImportNothingForThatShare) {
     EXPECT_EQ(sql().column("SELECT name FROM share"), Rows{"good"});
     std::string text = log();
     EXPECT_TRUE(contains(text, "(error) There seems two share in one config.\n"));
-    EXPECT_TRUE(contains(text,
-                         "(error) Cannot parse cifs share conf file. /vol1/._share/twice/samba.conf\n"));
+    EXPECT_TRUE(contains(
+        text, "(error) Cannot parse cifs share conf file. /vol1/._share/twice/samba.conf\n"));
     EXPECT_TRUE(contains(
         text, "(error) Cannot parse cifs share conf file. /vol1/._share/nosection/samba.conf\n"));
     EXPECT_TRUE(contains(text, "(info) This is not CIFS share. name = 'vol1/nofile'\n"));
@@ -731,8 +732,8 @@ TEST_F(CifsTest, ASharePathOffEveryVolumeFailsAndAFolderThatCannotBeMadeIsSkippe
     share_conf("vol1", "deep", "[deep]\n  path = /vol1/missing/deep\n");
     ASSERT_EQ(ksdb_import(h(), db(), KSDB_CAT_CIFS_SHARE), 0);
     EXPECT_EQ(sql().scalar("SELECT COUNT(*) FROM share"), "0");
-    EXPECT_TRUE(
-        contains(log(), "(warn) Error in mkdir(/vol1/missing/deep) 2 (No such file or directory)\n"));
+    EXPECT_TRUE(contains(
+        log(), "(warn) Error in mkdir(/vol1/missing/deep) 2 (No such file or directory)\n"));
 
     share_conf("vol1", "away", "[away]\n  path = /elsewhere/away\n");
     mkdirs(at("/elsewhere/away"));
@@ -807,7 +808,8 @@ TEST_F(CifsTest, SambaAcceptsTheGeneratedSections) {
     ASSERT_EQ(ksdb_export(h(), db(), KSDB_CAT_CIFS_SHARE), 0);
     const std::string checker = fakes_dir() + "/../validators/check-smb.sh";
     auto check = [&](const std::string &included) {
-        const std::string conf = tmp_ / ("smb-" + std::to_string(std::hash<std::string>{}(included)));
+        const std::string conf =
+            tmp_ / ("smb-" + std::to_string(std::hash<std::string>{}(included)));
         write_file(conf, "[global]\n  workgroup = WG\n  include = " + at(included) + "\n");
         return std::system(("sh " + checker + " " + conf + " 2>&1").c_str());
     };

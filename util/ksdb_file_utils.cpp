@@ -476,7 +476,8 @@ int share_conf_path(ksdb_handle *h, const char *volume, const char *share, const
     KSDB_ASSERT(name);
     KSDB_ASSERT(path);
     if (!*volume || !stays_below(volume) || !stays_below(share) || !stays_below(name)) {
-        KSDB_ERR(h, "Invalid share configuration path /%s/._share/%s/%s.conf\n", volume, share, name);
+        KSDB_ERR(h, "Invalid share configuration path /%s/._share/%s/%s.conf\n", volume, share,
+                 name);
         return -1;
     }
     std::string live_dir = "/" + std::string(volume) + "/._share";
