@@ -8,11 +8,6 @@
 #define KSDB_PLACEHOLDER(name) \
     int name(ksdb_handle *, sqlite3 *) { return 0; }
 
-// Shares over CIFS.
-KSDB_PLACEHOLDER(ksdb_cifs_share_import)
-KSDB_PLACEHOLDER(ksdb_cifs_usb_share_import)
-KSDB_PLACEHOLDER(ksdb_cifs_share_export)
-
 // Product data and network interfaces.
 KSDB_PLACEHOLDER(ksdb_vpd_import)
 KSDB_PLACEHOLDER(ksdb_vpd_export)

@@ -246,6 +246,13 @@ int sql_vscalar(ksdb_handle *h, sqlite3 *db, char **errmsg, const char *module, 
     return scalar_query(h, db, errmsg, module, line, value, &kept, format, ap);
 }
 
+int sql_insert_then_update(ksdb_handle *h, sqlite3 *db, const char *module, int line,
+                           const SqlStr &insert, const SqlStr &update) {
+    int rc = ksdb_sql_exec(h, db, nullptr, module, line, insert.get());
+    if (rc != SQLITE_OK) return rc;
+    return ksdb_sql_exec(h, db, nullptr, module, line, update.get());
+}
+
 int sql_scalar(ksdb_handle *h, sqlite3 *db, char **errmsg, const char *module, int line,
                std::optional<std::string> *value, const char *format, ...) {
     va_list ap;

@@ -1100,6 +1100,26 @@ TEST(ConfValue, TakesTheTextAfterTheFirstEquals) {
     EXPECT_EQ(ksdb_conf_value_ulong("nothing"), ~0ul);
 }
 
+TEST(JoinedLines, ABackslashBeforeTheNewlineJoinsTheNextLine) {
+    std::string text = "a = 1 \\ \t\n  b\nc\\\nd \\\n\n#x\nlast\\";
+    std::vector<std::string> got, following;
+    ksdb::for_each_joined_line(text.data(), [&](char *line, const char *next) {
+        got.push_back(line);
+        following.push_back(next ? next : "<end>");
+        return true;
+    });
+    // The backslash, the blanks after it and the newline become one blank;
+    // a backslash that ends the text without a newline stays.
+    EXPECT_EQ(got, (std::vector<std::string>{"a = 1    b", "c d  ", "#x", "last\\"}));
+    EXPECT_EQ(following, (std::vector<std::string>{"c\\\nd \\\n\n#x\nlast\\", "#x\nlast\\",
+                                                    "last\\", "<end>"}));
+
+    std::string stop = "one\ntwo\n";
+    int calls = 0;
+    ksdb::for_each_joined_line(stop.data(), [&](char *, const char *) { return ++calls < 1; });
+    EXPECT_EQ(calls, 1);
+}
+
 TEST(ValidName, LettersDigitsAndThreeMarks) {
     EXPECT_TRUE(ksdb_is_valid_name("Share_1-a.b"));
     EXPECT_TRUE(ksdb_is_valid_name(""));

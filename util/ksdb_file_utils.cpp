@@ -414,10 +414,12 @@ std::string share_subvolume_command(const ksdb_handle *h) {
 }
 
 // The file loader behind ksdb_file_load and load_file: checks the file,
-// reads at most max_len bytes (all when 0) into the buffer alloc(n + 1)
-// gives, terminates it and sets *len without trailing NUL bytes.
+// reads at most max_len bytes (all when 0) into the n-byte buffer alloc(n)
+// gives (the result pool, or a scratch string), terminates it and sets *len
+// without trailing NUL bytes.
 template <class Alloc>
-char *load_into(ksdb_handle *h, const char *fname, size_t max_len, size_t *len, Alloc alloc) {
+char *load_into(ksdb_handle *h, const char *fname, size_t max_len, size_t *len, Alloc &&alloc) {
+    *len = 0;
     std::string path = effective_path(h, fname);
     struct stat st;
     if (stat(path.c_str(), &st) != 0) {
@@ -437,7 +439,10 @@ char *load_into(ksdb_handle *h, const char *fname, size_t max_len, size_t *len, 
     size_t n = static_cast<size_t>(st.st_size);
     if (max_len != 0 && max_len < n) n = max_len;
     char *buf = alloc(n + 1);
-    if (!buf) return nullptr;
+    if (!buf) {
+        KSDB_ERR(h, "Cannot allocate %zd bytes from pool\n", n + 1);
+        return nullptr;
+    }
     if (std::fread(buf, 1, n, f) != n) {
         KSDB_ERR(h, "Failed on fread() for shadow file\n");
         return nullptr;
@@ -461,6 +466,40 @@ std::optional<std::string> load_file(ksdb_handle *h, const char *path, size_t ma
         return std::nullopt;
     text.resize(len);
     return text;
+}
+
+int share_conf_path(ksdb_handle *h, const char *volume, const char *share, const char *name,
+                    std::string *path) {
+    KSDB_ASSERT(volume);
+    KSDB_ASSERT(share);
+    KSDB_ASSERT(name);
+    KSDB_ASSERT(path);
+    if (!*volume || !stays_below(volume) || !stays_below(share) || !stays_below(name)) {
+        KSDB_ERR(h, "Invalid share configuration path /%s/._share/%s/%s.conf\n", volume, share,
+                 name);
+        return -1;
+    }
+    std::string live_dir = "/" + std::string(volume) + "/._share";
+    std::string dir = effective_path(h, live_dir);
+    struct stat st;
+    if (stat(dir.c_str(), &st) != 0 || !S_ISDIR(st.st_mode)) {
+        unlink(dir.c_str());
+        KSDB_DEBUG(h, "chmod(%s, 0755)\n", dir.c_str());
+        std::string cmd = "btrfs subvolume create " + shell_quote(dir);
+        if (ksdb_safe_system(cmd.c_str()) != 0) {
+            KSDB_ERR(h, "Fail '%s'\n", cmd.c_str());
+            return -1;
+        }
+        chmod(dir.c_str(), 0755);
+    }
+    std::string live_share_dir = share_conf_dir(volume, share);
+    std::string share_dir = effective_path(h, live_share_dir);
+    if (mkdir(share_dir.c_str(), 0755) != 0 && errno != EEXIST) {
+        KSDB_ERR(h, "mkdir(%s) failed.\n", share_dir.c_str());
+        return -1;
+    }
+    *path = live_share_dir + "/" + name + ".conf";
+    return 0;
 }
 
 // ---- ManagedFile -------------------------------------------------------------
@@ -564,11 +603,8 @@ char *ksdb_file_load(ksdb_handle *h, const char *fname, size_t max_len, size_t *
     KSDB_ASSERT(fname);
     size_t ignored;
     if (!len) len = &ignored;
-    *len = 0;
     return ksdb::load_into(h, fname, max_len, len, [h](size_t n) {
-        char *buf = static_cast<char *>(apr_palloc(ksdb::result_pool(h), n));
-        if (!buf) KSDB_ERR(h, "Cannot allocate %zd bytes from pool\n", n);
-        return buf;
+        return static_cast<char *>(apr_palloc(ksdb::result_pool(h), n));
     });
 }
 
@@ -675,34 +711,9 @@ int ksdb_file_put_one_line(const char *fname, const char *text) {
 int ksdb_share_conf_spec(ksdb_handle *h, const char *volume, const char *share, const char *name,
                          ksdb_file_spec *fspec) {
     KSDB_ASSERT(fspec);
-    KSDB_ASSERT(volume);
-    KSDB_ASSERT(share);
-    KSDB_ASSERT(name);
-    if (!*volume || !ksdb::stays_below(volume) || !ksdb::stays_below(share) ||
-        !ksdb::stays_below(name)) {
-        KSDB_ERR(h, "Invalid share configuration path /%s/._share/%s/%s.conf\n", volume, share, name);
-        return -1;
-    }
-    std::string live_dir = "/" + std::string(volume) + "/._share";
-    std::string dir = ksdb::effective_path(h, live_dir);
-    struct stat st;
-    if (stat(dir.c_str(), &st) != 0 || !S_ISDIR(st.st_mode)) {
-        unlink(dir.c_str());
-        KSDB_DEBUG(h, "chmod(%s, 0755)\n", dir.c_str());
-        std::string cmd = "btrfs subvolume create " + ksdb::shell_quote(dir);
-        if (ksdb_safe_system(cmd.c_str()) != 0) {
-            KSDB_ERR(h, "Fail '%s'\n", cmd.c_str());
-            return -1;
-        }
-        chmod(dir.c_str(), 0755);
-    }
-    std::string live_share_dir = ksdb::share_conf_dir(volume, share);
-    std::string share_dir = ksdb::effective_path(h, live_share_dir);
-    if (mkdir(share_dir.c_str(), 0755) != 0 && errno != EEXIST) {
-        KSDB_ERR(h, "mkdir(%s) failed.\n", share_dir.c_str());
-        return -1;
-    }
-    fspec->path = apr_psprintf(h->pool, "%s/%s.conf", live_share_dir.c_str(), name);
+    std::string path;
+    if (ksdb::share_conf_path(h, volume, share, name, &path) != 0) return -1;
+    fspec->path = apr_pstrdup(h->pool, path.c_str());
     fspec->uid = 98;
     fspec->gid = 98;
     fspec->mode = 0644;
