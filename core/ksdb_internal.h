@@ -87,6 +87,23 @@ extern const char *const kAdsLogPath;
 // The observer the calling thread installed with ksdb_set_observer, or NULL.
 const ksdb_observer *current_observer();
 
+// Holds a pthread mutex for a scope; a null mutex is no lock at all (a
+// handle may be made without them).
+class MutexGuard {
+  public:
+    explicit MutexGuard(pthread_mutex_t *m) : m_(m) {
+        if (m_) pthread_mutex_lock(m_);
+    }
+    ~MutexGuard() {
+        if (m_) pthread_mutex_unlock(m_);
+    }
+    MutexGuard(const MutexGuard &) = delete;
+    MutexGuard &operator=(const MutexGuard &) = delete;
+
+  private:
+    pthread_mutex_t *m_;
+};
+
 // ---- time ----------------------------------------------------------------
 
 class Stopwatch {

@@ -44,21 +44,6 @@ void retry_sleep() {
     }
 }
 
-class Lock {
-  public:
-    explicit Lock(pthread_mutex_t *m) : m_(m) {
-        if (m_) pthread_mutex_lock(m_);
-    }
-    ~Lock() {
-        if (m_) pthread_mutex_unlock(m_);
-    }
-    Lock(const Lock &) = delete;
-    Lock &operator=(const Lock &) = delete;
-
-  private:
-    pthread_mutex_t *m_;
-};
-
 void set_errmsg(ksdb_handle *h, char **errmsg, int line, int rc, const char *err) {
     if (errmsg)
         *errmsg = apr_psprintf(result_pool(h), "Internal DB error. (%d:%d:%s)", line, rc,
@@ -276,7 +261,7 @@ int ksdb_sql_exec(ksdb_handle *h, sqlite3 *db, char **errmsg, const char *file, 
 
 int ksdb_sql_exec_mutex(ksdb_handle *h, sqlite3 *db, char **errmsg, const char *file, int line,
                         const char *sql) {
-    ksdb::Lock lock(h->db_mutex);
+    ksdb::MutexGuard lock(h->db_mutex);
     return ksdb_sql_exec(h, db, errmsg, file, line, sql);
 }
 
@@ -316,7 +301,7 @@ int ksdb_sql_get_table(ksdb_handle *h, sqlite3 *db, char **errmsg, const char *f
 
 int ksdb_sql_get_table_mutex(ksdb_handle *h, sqlite3 *db, char **errmsg, const char *file,
                              int line, char ***result, int *nrow, int *ncol, const char *sql) {
-    ksdb::Lock lock(h->db_mutex);
+    ksdb::MutexGuard lock(h->db_mutex);
     return ksdb_sql_get_table(h, db, errmsg, file, line, result, nrow, ncol, sql);
 }
 
@@ -419,7 +404,7 @@ int ksdb_sql_duplicate_table(ksdb_handle *h, sqlite3 *db, char **errmsg, const c
 
 int ksdb_sql_duplicate_table_mutex(ksdb_handle *h, sqlite3 *db, char **errmsg,
                                    const char *source, const char *destination) {
-    ksdb::Lock lock(h->db_mutex);
+    ksdb::MutexGuard lock(h->db_mutex);
     return ksdb::duplicate_table(h, db, errmsg, source, destination);
 }
 
