@@ -822,3 +822,52 @@ TEST_F(CifsTest, SambaAcceptsTheGeneratedSections) {
     put("/broken.conf", "[broken]\n  no such parameter = 1\n");
     EXPECT_NE(check("/broken.conf"), 0);
 }
+
+// The whole Samba configuration of an appliance, as the daemon reads it:
+// smb.conf from the service settings with the share file and the other
+// generated files in place, through the driver, in stand-alone and in
+// domain mode.
+TEST_F(CifsTest, SambaAcceptsTheWholeGeneratedConfigurationInBothModes) {
+    if (!have_program("testparm")) GTEST_SKIP() << "testparm is not installed (scripts/setup-deps)";
+    seed();
+    sql().exec("DELETE FROM `$application_on_share`");
+    sql().exec("UPDATE _volume SET uuid='0b9c6d2e-1111-2222-3333-444455556666' WHERE id<>'media'");
+    // Settings as an imported appliance has them.
+    sql().exec("UPDATE service_cifs SET oplocks=1,allow_trusted_domains=0,map_to_guest='Bad User'");
+    sql().exec("INSERT INTO service_misc (key,val) VALUES('LANGUAGE','de')");
+    sql().exec("INSERT INTO smb_username_map (unix_uname,smb_uname,type) VALUES('alice','ALICE','UNAME')");
+    // The files of the appliance that this library does not generate.
+    put("/etc/quillfold/samba/smb.conf.defaults", "# appliance defaults\n server min protocol = SMB2\n");
+    put("/etc/quillfold/samba/smb.conf.UNKNOWN", "# per client kind\n");  // %a as testparm expands it
+    put("/etc/quillfold/samba/smb.conf.overrides",
+        "include = " + at("/etc/quillfold/samba/Shares.conf.admin") + "\n");
+    put("/etc/quillfold/samba/Shares.conf.", "# per user\n");  // %U expands to nothing
+    put("/etc/quillfold/samba/addons/addons.conf", "# add-ons\n");
+
+    auto check = [&](const char *mode) {
+        ASSERT_EQ(ksdb_export(h(), db(), KSDB_CAT_ALL_SERVICE), 0) << mode;
+        ASSERT_EQ(ksdb_export(h(), db(), KSDB_CAT_CIFS_SHARE), 0) << mode;
+        // The include lines name live paths: check a copy pointing below
+        // the root, so the checker reads exactly what was generated.
+        std::string text = get("/etc/samba/smb.conf");
+        text = replace_all(text, " /etc/quillfold/", " " + root() + "/etc/quillfold/");
+        text = replace_all(text, " /run/usb/", " " + root() + "/run/usb/");
+        const std::string copy = at("/smb.check.conf");
+        write_file(copy, text);
+        std::string out;
+        EXPECT_EQ(run_checker("check-smb.sh", copy, &out), 0) << mode << "\n" << out;
+        // Every share reached the file the checker read.
+        for (const char *section : {"[archive]", "[closed]", "[data]", "[writers]", "[snap]"})
+            EXPECT_TRUE(contains(get("/etc/quillfold/samba/Shares.conf"), section)) << section;
+    };
+    check("stand-alone");
+
+    sql().exec(
+        "UPDATE service_cifs SET security='ads',workgroup='CORP',realm='CORP.EXAMPLE.COM',"
+        "domain_admin_user='Administrator',idmap_backend='tdb',join_ads_failed=1");
+    check("domain");
+    EXPECT_TRUE(contains(get("/etc/samba/smb.conf"), "\n client signing = mandatory\n"));
+    EXPECT_TRUE(contains(get("/etc/quillfold/samba/Shares.conf"),
+                         "  admin users = \"+admin\",\"CORP\\Administrator\"\n"));
+    EXPECT_EQ(get("/etc/samba/winbind.conf"), "# used by svf\n");
+}

@@ -263,27 +263,6 @@ std::string ftps_conf(const char *required) {
            "</IfModule>\n";
 }
 
-std::string replace_all(std::string text, const std::string &from, const std::string &to) {
-    for (size_t p = 0; (p = text.find(from, p)) != std::string::npos; p += to.size())
-        text.replace(p, from.size(), to);
-    return text;
-}
-
-// Runs one of the daemons' checkers (tests/validators) on a file: its exit
-// status, with what it printed in *output.
-int run_checker(const std::string &script, const std::string &file, std::string *output) {
-    const std::string dir = fakes_dir() + "/../validators/";
-    const std::string out = file + ".check-output";
-    const std::string cmd = "sh '" + dir + script + "' '" + file + "' >'" + out + "' 2>&1";
-    int st = std::system(cmd.c_str());
-    *output = read_file(out);
-    return WIFEXITED(st) ? WEXITSTATUS(st) : -1;
-}
-
-bool have_program(const char *name) {
-    return std::system((std::string("command -v ") + name + " >/dev/null 2>&1").c_str()) == 0;
-}
-
 class ServiceTest : public RootTest {
   protected:
     void SetUp() override { ASSERT_EQ(ksdb_create(h(), db()), 0); }
