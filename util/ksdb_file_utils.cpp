@@ -402,10 +402,15 @@ std::string share_subvolume_command(const ksdb_handle *h) {
     std::string cmd;
     if (ksdb::debug_root_set(h)) {
         // Below the root, with the folders printed relative to it, so the
-        // volume names come out as on the live system.
+        // volume names come out as on the live system.  A debug root may be
+        // a plain tree standing for the appliance: where the file-system
+        // tool cannot list a volume's subvolumes, its folders stand for
+        // them, printed as the tool prints subvolumes.
         cmd = "find " + ksdb::shell_quote(h->debug_root) +
               " -maxdepth 2 -mindepth 2 -name ._share -type d -printf '%P\\n'"
-              " -exec btrfs subvolume list {}/.. 2>/dev/null \\;" + kAwk;
+              " -exec sh -c 'btrfs subvolume list \"$1\" 2>/dev/null || find \"$1\" -mindepth 1"
+              " -maxdepth 1 -type d -printf \"ID 0 gen 0 top level 5 path %f\\n\"' sh {}/.. \\;" +
+              kAwk;
     } else {
         cmd = std::string("find / -maxdepth 2 -mindepth 2 -name ._share -type d -print"
                           " -exec btrfs subvolume list {}/.. 2>/dev/null \\;") + kAwk;
