@@ -87,6 +87,23 @@ extern const char *const kAdsLogPath;
 // The observer the calling thread installed with ksdb_set_observer, or NULL.
 const ksdb_observer *current_observer();
 
+// Holds a pthread mutex for a scope; a null mutex is no lock at all (a
+// handle may be made without them).
+class MutexGuard {
+  public:
+    explicit MutexGuard(pthread_mutex_t *m) : m_(m) {
+        if (m_) pthread_mutex_lock(m_);
+    }
+    ~MutexGuard() {
+        if (m_) pthread_mutex_unlock(m_);
+    }
+    MutexGuard(const MutexGuard &) = delete;
+    MutexGuard &operator=(const MutexGuard &) = delete;
+
+  private:
+    pthread_mutex_t *m_;
+};
+
 // ---- time ----------------------------------------------------------------
 
 class Stopwatch {
@@ -193,6 +210,18 @@ int sql_scalar(ksdb_handle *h, sqlite3 *db, char **errmsg, const char *module, i
                std::optional<std::string> *value, const char *format, ...);
 int sql_vscalar(ksdb_handle *h, sqlite3 *db, char **errmsg, const char *module, int line,
                 std::optional<std::string> *value, const char *format, va_list ap);
+
+// The pair importers write a row with: "INSERT OR IGNORE ..." makes sure the
+// row exists (with its key and the columns that must not be NULL), then
+// "UPDATE ..." sets the imported values, so columns the importer does not
+// know keep what they held.  Both statements are built by the caller with
+// sql_printf; the UPDATE runs only when the INSERT succeeded.  SQLITE_OK or
+// the failing statement's result code.
+//     if (ksdb::sql_insert_then_update(h, db, KSDB_TAG,
+//             ksdb::sql_printf("INSERT OR IGNORE INTO t (k) VALUES(%d)", k),
+//             ksdb::sql_printf("UPDATE t SET v=%Q WHERE k=%d", v, k)) != SQLITE_OK) ...
+int sql_insert_then_update(ksdb_handle *h, sqlite3 *db, const char *module, int line,
+                           const SqlStr &insert, const SqlStr &update);
 
 // ---- pool helpers ----------------------------------------------------------
 

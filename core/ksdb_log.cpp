@@ -60,21 +60,6 @@ struct tm local_now() {
     return tm;
 }
 
-class MutexGuard {
-  public:
-    explicit MutexGuard(pthread_mutex_t *m) : m_(m) {
-        if (m_) pthread_mutex_lock(m_);
-    }
-    ~MutexGuard() {
-        if (m_) pthread_mutex_unlock(m_);
-    }
-    MutexGuard(const MutexGuard &) = delete;
-    MutexGuard &operator=(const MutexGuard &) = delete;
-
-  private:
-    pthread_mutex_t *m_;
-};
-
 void vads_log_to(const char *path, const char *file, int line, uint32_t level,
                  const char *format, va_list ap) {
     FILE *f = std::fopen(path, "a");

@@ -11,25 +11,6 @@
     int name(ksdb_handle *, sqlite3 *) { return 0; }      \
     static const ksdb::driver::StepStateRegistration name##_state(#name, KSDB_STEP_PENDING);
 
-// Shares over CIFS.
-KSDB_PLACEHOLDER(ksdb_cifs_share_import)
-KSDB_PLACEHOLDER(ksdb_cifs_usb_share_import)
-KSDB_PLACEHOLDER(ksdb_cifs_share_export)
-
-// Service settings and the Samba, NFS and FTP service files.
-KSDB_PLACEHOLDER(ksdb_default_service_import)
-KSDB_PLACEHOLDER(ksdb_service_import)
-KSDB_PLACEHOLDER(ksdb_cifs_service_import)
-KSDB_PLACEHOLDER(ksdb_ftp_service_import)
-KSDB_PLACEHOLDER(ksdb_daap_service_import)
-KSDB_PLACEHOLDER(ksdb_replicate_service_import)
-KSDB_PLACEHOLDER(ksdb_default_service_export)
-KSDB_PLACEHOLDER(ksdb_service_switch_export)
-KSDB_PLACEHOLDER(ksdb_replicate_service_export)
-KSDB_PLACEHOLDER(ksdb_cifs_service_export)
-KSDB_PLACEHOLDER(ksdb_nfs_service_export)
-KSDB_PLACEHOLDER(ksdb_ftp_service_export)
-
 // Product data and network interfaces.
 KSDB_PLACEHOLDER(ksdb_vpd_import)
 KSDB_PLACEHOLDER(ksdb_vpd_export)

@@ -44,21 +44,6 @@ void retry_sleep() {
     }
 }
 
-class Lock {
-  public:
-    explicit Lock(pthread_mutex_t *m) : m_(m) {
-        if (m_) pthread_mutex_lock(m_);
-    }
-    ~Lock() {
-        if (m_) pthread_mutex_unlock(m_);
-    }
-    Lock(const Lock &) = delete;
-    Lock &operator=(const Lock &) = delete;
-
-  private:
-    pthread_mutex_t *m_;
-};
-
 void set_errmsg(ksdb_handle *h, char **errmsg, int line, int rc, const char *err) {
     if (errmsg)
         *errmsg = apr_psprintf(result_pool(h), "Internal DB error. (%d:%d:%s)", line, rc,
@@ -246,6 +231,13 @@ int sql_vscalar(ksdb_handle *h, sqlite3 *db, char **errmsg, const char *module, 
     return scalar_query(h, db, errmsg, module, line, value, &kept, format, ap);
 }
 
+int sql_insert_then_update(ksdb_handle *h, sqlite3 *db, const char *module, int line,
+                           const SqlStr &insert, const SqlStr &update) {
+    int rc = ksdb_sql_exec(h, db, nullptr, module, line, insert.get());
+    if (rc != SQLITE_OK) return rc;
+    return ksdb_sql_exec(h, db, nullptr, module, line, update.get());
+}
+
 int sql_scalar(ksdb_handle *h, sqlite3 *db, char **errmsg, const char *module, int line,
                std::optional<std::string> *value, const char *format, ...) {
     va_list ap;
@@ -269,7 +261,7 @@ int ksdb_sql_exec(ksdb_handle *h, sqlite3 *db, char **errmsg, const char *file, 
 
 int ksdb_sql_exec_mutex(ksdb_handle *h, sqlite3 *db, char **errmsg, const char *file, int line,
                         const char *sql) {
-    ksdb::Lock lock(h->db_mutex);
+    ksdb::MutexGuard lock(h->db_mutex);
     return ksdb_sql_exec(h, db, errmsg, file, line, sql);
 }
 
@@ -309,7 +301,7 @@ int ksdb_sql_get_table(ksdb_handle *h, sqlite3 *db, char **errmsg, const char *f
 
 int ksdb_sql_get_table_mutex(ksdb_handle *h, sqlite3 *db, char **errmsg, const char *file,
                              int line, char ***result, int *nrow, int *ncol, const char *sql) {
-    ksdb::Lock lock(h->db_mutex);
+    ksdb::MutexGuard lock(h->db_mutex);
     return ksdb_sql_get_table(h, db, errmsg, file, line, result, nrow, ncol, sql);
 }
 
@@ -412,7 +404,7 @@ int ksdb_sql_duplicate_table(ksdb_handle *h, sqlite3 *db, char **errmsg, const c
 
 int ksdb_sql_duplicate_table_mutex(ksdb_handle *h, sqlite3 *db, char **errmsg,
                                    const char *source, const char *destination) {
-    ksdb::Lock lock(h->db_mutex);
+    ksdb::MutexGuard lock(h->db_mutex);
     return ksdb::duplicate_table(h, db, errmsg, source, destination);
 }
 

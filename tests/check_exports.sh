@@ -11,7 +11,9 @@ if [ -n "$unexpected" ]; then
     exit 1
 fi
 for required in ksdb_initialize ksdb_initialize_old ksdb_log ads_log ksdb_sql_exec \
-        ksdb_sql_get_int64_mprintf ksdb_sql_compare_table; do
+        ksdb_sql_get_int64_mprintf ksdb_sql_compare_table TABLE_SMB_USERNAME_MAP \
+        TABLE_SMB_USERNAME_MAP_TYPE_HASH TABLE_SMB_USERNAME_MAP_TYPE_UNAME \
+        ksdb_valid_smb_username_map_type ksdb_is_service_ssh_enabled; do
     printf '%s\n' "$symbols" | grep -qx "$required" || { echo "missing export $required" >&2; exit 1; }
 done
 echo "exports ok ($(printf '%s\n' "$symbols" | wc -l) symbols)"

@@ -6,6 +6,7 @@
 #include "tests/support/test_support.h"
 
 #include <gtest/gtest.h>
+#include <sys/mman.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -381,14 +382,22 @@ TEST_F(DriverTest, ObserverSeesEveryStepBeginAndEnd) {
 TEST_F(DriverTest, InstalledFaultReporterLogsTheFaultAndExitsWith14) {
     TempDir dir;
     std::string log_path = dir / "fault.log";
+    std::string address_path = dir / "address";
     pid_t pid = fork();
     ASSERT_GE(pid, 0);
     if (pid == 0) {
         FILE *log = std::fopen(log_path.c_str(), "w");
         Handle h({log, 2});
+        // A page that may not be touched: a real segmentation fault, which
+        // neither sanitizer reports first.
+        static char *page = static_cast<char *>(
+            mmap(nullptr, 4096, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0));
+        FILE *address = std::fopen(address_path.c_str(), "w");
+        std::fprintf(address, "%016lx", reinterpret_cast<unsigned long>(page));
+        std::fclose(address);
         replace(ksdb::driver::kCifsShareImport, [](ksdb_handle *, sqlite3 *) {
-            volatile int *p = nullptr;
-            return *p;
+            *reinterpret_cast<volatile char *>(page) = 1;
+            return 0;
         });
         if (ksdb_install_fault_reporter(h) != 0) _exit(1);
         ksdb_import(h, db_, KSDB_CAT_CIFS_SHARE);
@@ -399,8 +408,11 @@ TEST_F(DriverTest, InstalledFaultReporterLogsTheFaultAndExitsWith14) {
     ASSERT_TRUE(WIFEXITED(status)) << status;
     EXPECT_EQ(WEXITSTATUS(status), KSDB_FAULT_EXIT_STATUS);
     std::string log = read_file(log_path);
+    std::string address = read_file(address_path);
+    ASSERT_EQ(address.size(), 16u);
     EXPECT_TRUE(std::regex_search(
-        log, std::regex(R"(ksdb_signal:\d+ \(error\) Got SIGSEGV PC=[0-9a-f]{16} MA=0000000000000000\n)")))
+        log, std::regex(R"(ksdb_signal:\d+ \(error\) Got SIGSEGV PC=[0-9a-f]{16} MA=)" + address +
+                        "\n")))
         << log;
     EXPECT_TRUE(std::regex_search(log, std::regex(R"(\(error\) 0: .+\n)"))) << log;
     EXPECT_NE(log.find("(error) Exiting now ...\n"), std::string::npos) << log;

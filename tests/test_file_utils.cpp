@@ -1024,9 +1024,37 @@ TEST(ShareEnumerator, CommandTextOnTheLiveSystemAndBelowARoot) {
     Handle rooted(opts);
     EXPECT_EQ(ksdb::share_subvolume_command(rooted),
               "find '" + dir.path() +
-                  "' -maxdepth 2 -mindepth 2 -name ._share -type d -printf '%P\\n' -exec btrfs "
-                  "subvolume list {}/.. 2>/dev/null \\; | awk 'NF==1{sub(\"/._share\",\"\",$1);"
-                  "sub(/^\\//,\"\",$1);V=$1;next} {print \"V=\" V \",S=\" $NF}'");
+                  "' -maxdepth 2 -mindepth 2 -name ._share -type d -printf '%P\\n' -exec sh -c "
+                  "'btrfs subvolume list \"$1\" 2>/dev/null || find \"$1\" -mindepth 1 -maxdepth 1 "
+                  "-type d -printf \"ID 0 gen 0 top level 5 path %f\\n\"' sh {}/.. \\; | "
+                  "awk 'NF==1{sub(\"/._share\",\"\",$1);sub(/^\\//,\"\",$1);V=$1;next} "
+                  "{print \"V=\" V \",S=\" $NF}'");
+}
+
+class ShareEnumeratorTree : public RootTest {};
+
+// A debug root that is a plain tree: where the file-system tool cannot list
+// subvolumes, the volume's folders stand for them.
+TEST_F(ShareEnumeratorTree, FoldersStandForSubvolumesWhereTheToolCannotList) {
+    mkdirs(at("/data/._share/docs"));
+    mkdirs(at("/data/docs"));
+    mkdirs(at("/data/public"));
+    mkdirs(at("/data/.hidden"));
+    ScopedEnv fail("KSDB_FAKE_FAIL", "btrfs");
+    std::vector<std::pair<std::string, std::string>> found;
+    auto collect = [](ksdb_handle *, sqlite3 *, const char *volume, const char *subvolume,
+                      void *arg) {
+        static_cast<std::vector<std::pair<std::string, std::string>> *>(arg)->emplace_back(
+            volume, subvolume);
+        return 0;
+    };
+    ASSERT_EQ(ksdb_foreach_share_subvolume(h(), db(), collect, &found, 1), 0);
+    std::sort(found.begin(), found.end());
+    // "._share" itself reads as the hidden name "_share", which has no
+    // settings folder, and ".hidden" has none either.
+    EXPECT_EQ(found, (std::vector<std::pair<std::string, std::string>>{{"data", "docs"},
+                                                                      {"data", "public"}}));
+    EXPECT_EQ(fake_calls("btrfs").size(), 1u);
 }
 
 // ---- one-line files and value helpers -----------------------------------------------------------
@@ -1098,6 +1126,26 @@ TEST(ConfValue, TakesTheTextAfterTheFirstEquals) {
     EXPECT_EQ(ksdb_conf_value_ulong("size = 18446744073709551615\n"), ULONG_MAX);
     EXPECT_EQ(ksdb_conf_value_ulong("n= 42\n"), 42ul);
     EXPECT_EQ(ksdb_conf_value_ulong("nothing"), ~0ul);
+}
+
+TEST(JoinedLines, ABackslashBeforeTheNewlineJoinsTheNextLine) {
+    std::string text = "a = 1 \\ \t\n  b\nc\\\nd \\\n\n#x\nlast\\";
+    std::vector<std::string> got, following;
+    ksdb::for_each_joined_line(text.data(), [&](char *line, const char *next) {
+        got.push_back(line);
+        following.push_back(next ? next : "<end>");
+        return true;
+    });
+    // The backslash, the blanks after it and the newline become one blank;
+    // a backslash that ends the text without a newline stays.
+    EXPECT_EQ(got, (std::vector<std::string>{"a = 1    b", "c d  ", "#x", "last\\"}));
+    EXPECT_EQ(following, (std::vector<std::string>{"c\\\nd \\\n\n#x\nlast\\", "#x\nlast\\",
+                                                    "last\\", "<end>"}));
+
+    std::string stop = "one\ntwo\n";
+    int calls = 0;
+    ksdb::for_each_joined_line(stop.data(), [&](char *, const char *) { return ++calls < 1; });
+    EXPECT_EQ(calls, 1);
 }
 
 TEST(ValidName, LettersDigitsAndThreeMarks) {

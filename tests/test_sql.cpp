@@ -245,6 +245,32 @@ TEST_F(SqlTest, MprintfQuotesItsArguments) {
     EXPECT_STREQ(v, "it's");
 }
 
+TEST_F(SqlTest, InsertThenUpdateRunsTheUpdateOnlyAfterTheInsert) {
+    using ksdb::sql_insert_then_update;
+    using ksdb::sql_printf;
+    using Rows = std::vector<std::string>;
+    ASSERT_EQ(ksdb_sql_exec(h_, db_, nullptr, "m", 1,
+                            "CREATE TABLE t (k INT PRIMARY KEY, v TEXT NOT NULL, w TEXT)"),
+              0);
+    db_.exec("INSERT INTO t VALUES(1,'old','kept')");
+    // An existing row: the INSERT is ignored, the UPDATE sets only its columns.
+    EXPECT_EQ(sql_insert_then_update(h_, db_, KSDB_TAG,
+                                     sql_printf("INSERT OR IGNORE INTO t (k,v) VALUES(%d,'')", 1),
+                                     sql_printf("UPDATE t SET v=%Q WHERE k=%d", "new", 1)),
+              SQLITE_OK);
+    EXPECT_EQ(db_.rows("SELECT * FROM t"), Rows{"1|new|kept"});
+    // A failing INSERT returns its code and the UPDATE is not run.
+    EXPECT_EQ(sql_insert_then_update(h_, db_, KSDB_TAG, sql_printf("INSERT INTO nosuch VALUES(1)"),
+                                     sql_printf("UPDATE t SET v='no'")),
+              SQLITE_ERROR);
+    EXPECT_EQ(db_.rows("SELECT * FROM t"), Rows{"1|new|kept"});
+    EXPECT_EQ(sql_insert_then_update(h_, db_, KSDB_TAG,
+                                     sql_printf("INSERT OR IGNORE INTO t (k,v) VALUES(2,'x')"),
+                                     sql_printf("UPDATE nosuch SET v='no'")),
+              SQLITE_ERROR);
+    EXPECT_EQ(db_.rows("SELECT k,v FROM t ORDER BY k"), (Rows{"1|new", "2|x"}));
+}
+
 // ---- transactions ------------------------------------------------------------
 
 TEST_F(SqlTest, BeginHoldsTheDatabaseLockUntilCommitOrRollback) {

@@ -402,15 +402,109 @@ std::string share_subvolume_command(const ksdb_handle *h) {
     std::string cmd;
     if (ksdb::debug_root_set(h)) {
         // Below the root, with the folders printed relative to it, so the
-        // volume names come out as on the live system.
+        // volume names come out as on the live system.  A debug root may be
+        // a plain tree standing for the appliance: where the file-system
+        // tool cannot list a volume's subvolumes, its folders stand for
+        // them, printed as the tool prints subvolumes.
         cmd = "find " + ksdb::shell_quote(h->debug_root) +
               " -maxdepth 2 -mindepth 2 -name ._share -type d -printf '%P\\n'"
-              " -exec btrfs subvolume list {}/.. 2>/dev/null \\;" + kAwk;
+              " -exec sh -c 'btrfs subvolume list \"$1\" 2>/dev/null || find \"$1\" -mindepth 1"
+              " -maxdepth 1 -type d -printf \"ID 0 gen 0 top level 5 path %f\\n\"' sh {}/.. \\;" +
+              kAwk;
     } else {
         cmd = std::string("find / -maxdepth 2 -mindepth 2 -name ._share -type d -print"
                           " -exec btrfs subvolume list {}/.. 2>/dev/null \\;") + kAwk;
     }
     return cmd;
+}
+
+// The file loader behind ksdb_file_load and load_file: checks the file,
+// reads at most max_len bytes (all when 0) into the n-byte buffer alloc(n)
+// gives (the result pool, or a scratch string), terminates it and sets *len
+// without trailing NUL bytes.
+template <class Alloc>
+char *load_into(ksdb_handle *h, const char *fname, size_t max_len, size_t *len, Alloc &&alloc) {
+    *len = 0;
+    std::string path = effective_path(h, fname);
+    struct stat st;
+    if (stat(path.c_str(), &st) != 0) {
+        KSDB_INFO(h, "Cannot stat <%s>\n", path.c_str());
+        return nullptr;
+    }
+    if (!S_ISREG(st.st_mode) && !S_ISLNK(st.st_mode)) {
+        KSDB_ERR(h, "<%s> is not regular file. mode=%o\n", path.c_str(), st.st_mode);
+        return nullptr;
+    }
+    FILE *f = std::fopen(path.c_str(), "rbe");
+    if (!f) {
+        KSDB_ERR(h, "Cannot open <%s> for read\n", fname);
+        return nullptr;
+    }
+    std::unique_ptr<FILE, int (*)(FILE *)> closer(f, std::fclose);
+    size_t n = static_cast<size_t>(st.st_size);
+    if (max_len != 0 && max_len < n) n = max_len;
+    char *buf = alloc(n + 1);
+    if (!buf) {
+        KSDB_ERR(h, "Cannot allocate %zd bytes from pool\n", n + 1);
+        return nullptr;
+    }
+    if (std::fread(buf, 1, n, f) != n) {
+        KSDB_ERR(h, "Failed on fread() for shadow file\n");
+        return nullptr;
+    }
+    buf[n] = '\0';
+    if (n > 0 && buf[n - 1] == '\0') {
+        while (n > 0 && buf[n - 1] == '\0') --n;
+    }
+    *len = n;
+    return buf;
+}
+
+std::optional<std::string> load_file(ksdb_handle *h, const char *path, size_t max_len) {
+    KSDB_ASSERT(path);
+    std::string text;
+    size_t len = 0;
+    if (!load_into(h, path, max_len, &len, [&text](size_t n) {
+            text.resize(n);  // n - 1 bytes and the terminator's place
+            return text.data();
+        }))
+        return std::nullopt;
+    text.resize(len);
+    return text;
+}
+
+int share_conf_path(ksdb_handle *h, const char *volume, const char *share, const char *name,
+                    std::string *path) {
+    KSDB_ASSERT(volume);
+    KSDB_ASSERT(share);
+    KSDB_ASSERT(name);
+    KSDB_ASSERT(path);
+    if (!*volume || !stays_below(volume) || !stays_below(share) || !stays_below(name)) {
+        KSDB_ERR(h, "Invalid share configuration path /%s/._share/%s/%s.conf\n", volume, share,
+                 name);
+        return -1;
+    }
+    std::string live_dir = "/" + std::string(volume) + "/._share";
+    std::string dir = effective_path(h, live_dir);
+    struct stat st;
+    if (stat(dir.c_str(), &st) != 0 || !S_ISDIR(st.st_mode)) {
+        unlink(dir.c_str());
+        KSDB_DEBUG(h, "chmod(%s, 0755)\n", dir.c_str());
+        std::string cmd = "btrfs subvolume create " + shell_quote(dir);
+        if (ksdb_safe_system(cmd.c_str()) != 0) {
+            KSDB_ERR(h, "Fail '%s'\n", cmd.c_str());
+            return -1;
+        }
+        chmod(dir.c_str(), 0755);
+    }
+    std::string live_share_dir = share_conf_dir(volume, share);
+    std::string share_dir = effective_path(h, live_share_dir);
+    if (mkdir(share_dir.c_str(), 0755) != 0 && errno != EEXIST) {
+        KSDB_ERR(h, "mkdir(%s) failed.\n", share_dir.c_str());
+        return -1;
+    }
+    *path = live_share_dir + "/" + name + ".conf";
+    return 0;
 }
 
 // ---- ManagedFile -------------------------------------------------------------
@@ -514,40 +608,9 @@ char *ksdb_file_load(ksdb_handle *h, const char *fname, size_t max_len, size_t *
     KSDB_ASSERT(fname);
     size_t ignored;
     if (!len) len = &ignored;
-    *len = 0;
-    std::string path = ksdb::effective_path(h, fname);
-    struct stat st;
-    if (stat(path.c_str(), &st) != 0) {
-        KSDB_INFO(h, "Cannot stat <%s>\n", path.c_str());
-        return nullptr;
-    }
-    if (!S_ISREG(st.st_mode) && !S_ISLNK(st.st_mode)) {
-        KSDB_ERR(h, "<%s> is not regular file. mode=%o\n", path.c_str(), st.st_mode);
-        return nullptr;
-    }
-    FILE *f = std::fopen(path.c_str(), "rbe");
-    if (!f) {
-        KSDB_ERR(h, "Cannot open <%s> for read\n", fname);
-        return nullptr;
-    }
-    std::unique_ptr<FILE, int (*)(FILE *)> closer(f, std::fclose);
-    size_t n = static_cast<size_t>(st.st_size);
-    if (max_len != 0 && max_len < n) n = max_len;
-    char *buf = static_cast<char *>(apr_palloc(ksdb::result_pool(h), n + 1));
-    if (!buf) {
-        KSDB_ERR(h, "Cannot allocate %zd bytes from pool\n", n + 1);
-        return nullptr;
-    }
-    if (std::fread(buf, 1, n, f) != n) {
-        KSDB_ERR(h, "Failed on fread() for shadow file\n");
-        return nullptr;
-    }
-    buf[n] = '\0';
-    if (n > 0 && buf[n - 1] == '\0') {
-        while (n > 0 && buf[n - 1] == '\0') --n;
-    }
-    *len = n;
-    return buf;
+    return ksdb::load_into(h, fname, max_len, len, [h](size_t n) {
+        return static_cast<char *>(apr_palloc(ksdb::result_pool(h), n));
+    });
 }
 
 FILE *ksdb_file_open(ksdb_handle *h, const char *fname, const char *mode) {
@@ -653,34 +716,9 @@ int ksdb_file_put_one_line(const char *fname, const char *text) {
 int ksdb_share_conf_spec(ksdb_handle *h, const char *volume, const char *share, const char *name,
                          ksdb_file_spec *fspec) {
     KSDB_ASSERT(fspec);
-    KSDB_ASSERT(volume);
-    KSDB_ASSERT(share);
-    KSDB_ASSERT(name);
-    if (!*volume || !ksdb::stays_below(volume) || !ksdb::stays_below(share) ||
-        !ksdb::stays_below(name)) {
-        KSDB_ERR(h, "Invalid share configuration path /%s/._share/%s/%s.conf\n", volume, share, name);
-        return -1;
-    }
-    std::string live_dir = "/" + std::string(volume) + "/._share";
-    std::string dir = ksdb::effective_path(h, live_dir);
-    struct stat st;
-    if (stat(dir.c_str(), &st) != 0 || !S_ISDIR(st.st_mode)) {
-        unlink(dir.c_str());
-        KSDB_DEBUG(h, "chmod(%s, 0755)\n", dir.c_str());
-        std::string cmd = "btrfs subvolume create " + ksdb::shell_quote(dir);
-        if (ksdb_safe_system(cmd.c_str()) != 0) {
-            KSDB_ERR(h, "Fail '%s'\n", cmd.c_str());
-            return -1;
-        }
-        chmod(dir.c_str(), 0755);
-    }
-    std::string live_share_dir = ksdb::share_conf_dir(volume, share);
-    std::string share_dir = ksdb::effective_path(h, live_share_dir);
-    if (mkdir(share_dir.c_str(), 0755) != 0 && errno != EEXIST) {
-        KSDB_ERR(h, "mkdir(%s) failed.\n", share_dir.c_str());
-        return -1;
-    }
-    fspec->path = apr_psprintf(h->pool, "%s/%s.conf", live_share_dir.c_str(), name);
+    std::string path;
+    if (ksdb::share_conf_path(h, volume, share, name, &path) != 0) return -1;
+    fspec->path = apr_pstrdup(h->pool, path.c_str());
     fspec->uid = 98;
     fspec->gid = 98;
     fspec->mode = 0644;

@@ -5,6 +5,7 @@
 #include <apr_general.h>
 #include <dirent.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <cstdlib>
@@ -195,6 +196,26 @@ ScopedEnv::~ScopedEnv() {
 }
 
 std::string fakes_dir() { return KSDB_TEST_FAKES_DIR; }
+
+std::string replace_all(std::string text, const std::string &from, const std::string &to) {
+    for (size_t p = 0; (p = text.find(from, p)) != std::string::npos; p += to.size())
+        text.replace(p, from.size(), to);
+    return text;
+}
+
+int run_checker(const std::string &script, const std::string &file, std::string *output) {
+    const std::string dir = fakes_dir() + "/../validators/";
+    const std::string out = file + ".check-output";
+    const std::string cmd = "sh '" + dir + script + "' '" + file + "' >'" + out + "' 2>&1";
+    int st = std::system(cmd.c_str());
+    *output = read_file(out);
+    unlink(out.c_str());
+    return WIFEXITED(st) ? WEXITSTATUS(st) : -1;
+}
+
+bool have_program(const char *name) {
+    return std::system((std::string("command -v ") + name + " >/dev/null 2>&1").c_str()) == 0;
+}
 
 RootTest::RootTest() {
     root_ = tmp_ / "root";

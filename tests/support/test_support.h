@@ -98,6 +98,14 @@ class CaptureFile {
 
 std::vector<std::string> lines(const std::string &text);
 
+std::string replace_all(std::string text, const std::string &from, const std::string &to);
+
+// Runs one of the daemons' configuration checkers kept in tests/validators
+// (check-smb.sh, check-proftpd.sh) on a file: its exit status, with what it
+// printed in *output.
+int run_checker(const std::string &script, const std::string &file, std::string *output);
+bool have_program(const char *name);
+
 // Sets an environment variable for the scope of the object.
 class ScopedEnv {
   public:

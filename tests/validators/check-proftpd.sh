@@ -2,7 +2,9 @@
 # usage: check-proftpd.sh <proftpd.conf>
 # Runs the FTP daemon's own syntax check on a generated configuration
 # without starting anything: a wrapper file turns off the features that
-# would create run-time files, loads the TLS module, then includes the file.
+# would create run-time files, loads the modules the generated file relies
+# on beside the compiled-in ones (ident lookups, bans, dynamic masquerading,
+# TLS), then includes the file.
 set -u
 conf=$(readlink -f "$1")
 dir=$(mktemp -d)
@@ -13,6 +15,15 @@ cat >"$dir/wrapper.conf" <<WRAP
 </IfModule>
 <IfModule mod_ctrls.c>
   ControlsEngine off
+</IfModule>
+<IfModule !mod_ident.c>
+  LoadModule mod_ident.c
+</IfModule>
+<IfModule !mod_ban.c>
+  LoadModule mod_ban.c
+</IfModule>
+<IfModule !mod_dynmasq.c>
+  LoadModule mod_dynmasq.c
 </IfModule>
 <IfModule !mod_tls.c>
   LoadModule mod_tls.c
