@@ -75,6 +75,7 @@ struct Options {
     std::string log_path;
     std::string trace_path;
     uint32_t log_level = KSDB_LOG_WARN;
+    bool log_level_given = false;
 };
 
 int fail(int status, const std::string &message) {
@@ -206,11 +207,13 @@ int parse_categories(const std::vector<std::string> &args, std::vector<int> *out
 // ---- progress of a run --------------------------------------------------------
 
 struct Progress {
-    bool live = false;                 // print steps as they run
-    std::vector<std::string> replaced; // files put in place, in order
-    std::set<std::string> seen;
-    int depth = 0;
+    bool live = false;  // print steps as they run
+    // Files put in place, in order: "new", "changed" or "unchanged".
+    std::vector<std::pair<std::string, const char *>> replaced;
+    std::map<std::string, const char *> pending;
 };
+
+bool same_content(const fs::path &a, const fs::path &b);
 
 void on_step(void *arg, const char *name, int phase, int status) {
     auto *p = static_cast<Progress *>(arg);
@@ -223,9 +226,20 @@ void on_step(void *arg, const char *name, int phase, int status) {
     }
 }
 
-void on_file(void *arg, const char *target, const char *, int phase, int status) {
+// Before a file is put in place its new content is compared with the old,
+// so the report can tell changed files from rewritten ones.
+void on_file(void *arg, const char *target, const char *tmp_path, int phase, int status) {
     auto *p = static_cast<Progress *>(arg);
-    if (phase == 1 && status == 0 && p->seen.insert(target).second) p->replaced.push_back(target);
+    std::error_code ec;
+    if (phase == 0) {
+        p->pending[target] = !fs::exists(target, ec)          ? "new"
+                             : same_content(target, tmp_path) ? "unchanged"
+                                                              : "changed";
+        return;
+    }
+    if (status != 0) return;
+    auto it = p->pending.find(target);
+    p->replaced.emplace_back(target, it == p->pending.end() ? "changed" : it->second);
 }
 
 class Observe {
@@ -263,7 +277,8 @@ int run_categories(Session &s, const std::vector<int> &cats, bool do_export) {
             std::printf("%s %s: failed with status %d: %s (%.0f ms)\n",
                         do_export ? "export" : "import", name, rc, ksdb_strstatus(rc), ms);
         if (do_export)
-            for (const auto &f : progress.replaced) std::printf("  replaced %s\n", f.c_str());
+            for (const auto &[file, what] : progress.replaced)
+                std::printf("  %-9s %s\n", what, file.c_str());
         if (rc != 0) return rc < 0 ? 255 : rc;
     }
     return 0;
@@ -695,24 +710,20 @@ int write_demo_tree(const fs::path &root) {
     return 0;
 }
 
-// Changes the default CIFS access of one share as the management daemon
-// does: through the SQL layer, in a transaction.
-int demo_change_access(const Options &o, const char *share, const char *access) {
+// Runs one statement through the SQL layer in a transaction, as the
+// management daemon changes settings.
+int demo_statement(const Options &o, const std::string &sql) {
     Session s;
     if (int rc = s.open(o)) return rc;
     if (int rc = s.connect()) return rc;
     int rc = ksdb_sql_begin(s.h(), s.db(), nullptr, KSDB_SITE("ksdb_demo"));
-    if (rc == 0)
-        rc = ksdb_sql_exec_mprintf(s.h(), s.db(), nullptr, KSDB_SITE("ksdb_demo"),
-                                   "UPDATE cifs_share_option SET cifs_access=%Q "
-                                   "WHERE share_id=(SELECT id FROM share WHERE name=%Q)",
-                                   access, share);
+    if (rc == 0) rc = ksdb_sql_exec(s.h(), s.db(), nullptr, KSDB_SITE("ksdb_demo"), sql.c_str());
     if (rc == 0) {
         rc = ksdb_sql_commit(s.h(), s.db(), nullptr, KSDB_SITE("ksdb_demo"));
     } else {
         ksdb_sql_rollback(s.h(), s.db(), nullptr, KSDB_SITE("ksdb_demo"));
     }
-    if (rc != 0) return fail(KSDB_E_DB, "cannot change the access of share " + std::string(share));
+    if (rc != 0) return fail(KSDB_E_DB, "statement failed: " + sql);
     return 0;
 }
 
@@ -733,6 +744,9 @@ int cmd_demo(const Options &given, const std::vector<std::string> &args) {
     Options o = given;
     o.root = (dir / "root").string();
     o.db = (dir / "ksdb.db").string();
+    // The demo's own output tells the story; the library log shows only
+    // fatal lines unless a level was asked for.
+    if (!given.log_level_given) o.log_level = KSDB_LOG_FATAL;
 
     banner("copying the demo appliance");
     if (int rc = write_demo_tree(o.root)) return rc;
@@ -747,8 +761,16 @@ int cmd_demo(const Options &given, const std::vector<std::string> &args) {
                              "INNER JOIN cifs_share_option C ON C.share_id=S.id ORDER BY S.name"}))
         return rc;
 
+    // The shares' file-system attributes come from an importer of an area
+    // still being built; the CIFS export writes only shares that have them.
+    banner("recording default file-system attributes of the shares");
+    if (int rc = demo_statement(o, "INSERT OR IGNORE INTO zfs_attr (share_id) SELECT id FROM share"))
+        return rc;
+
     banner("making share 'public' read-only, as the management daemon would");
-    if (int rc = demo_change_access(o, "public", "readonly")) return rc;
+    if (int rc = demo_statement(o, "UPDATE cifs_share_option SET cifs_access='readonly' "
+                                   "WHERE share_id=(SELECT id FROM share WHERE name='public')"))
+        return rc;
 
     banner("what exporting CIFS_SHARE would change");
     if (int rc = cmd_diff(o, {"CIFS_SHARE"})) return rc;
@@ -788,6 +810,7 @@ int main(int argc, char **argv) {
             int n = 0;
             if (!parse_int(v, &n) || n < 0 || n > 7) return usage_error("bad --log-level " + v);
             o.log_level = static_cast<uint32_t>(n);
+            o.log_level_given = true;
         } else {
             return usage_error("unknown option " + a);
         }
