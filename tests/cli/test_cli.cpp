@@ -1,0 +1,276 @@
+// The ksdb command, run as a program: every command's success path, its
+// main failure paths with their exit statuses and messages, and a diff that
+// changes nothing while showing what the following export changes.
+#include "tests/support/test_support.h"
+
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+
+#include <filesystem>
+#include <map>
+#include <regex>
+
+using namespace ksdb_test;
+namespace fs = std::filesystem;
+
+namespace {
+
+struct Outcome {
+    int status;
+    std::string out;
+    std::string err;
+};
+
+class CliTest : public ::testing::Test {
+  protected:
+    // Runs the command with the arguments (each quoted for the shell).
+    Outcome ksdb(const std::vector<std::string> &args) {
+        std::string cmd = "'" + std::string(KSDB_TOOL) + "'";
+        for (const auto &a : args) cmd += " '" + replace_all(a, "'", "'\\''") + "'";
+        const std::string out = dir_ / "stdout", err = dir_ / "stderr";
+        cmd += " >'" + out + "' 2>'" + err + "' </dev/null";
+        int st = std::system(cmd.c_str());
+        return {WIFEXITED(st) ? WEXITSTATUS(st) : -1, read_file(out), read_file(err)};
+    }
+    // The same against this test's database and appliance tree.
+    Outcome on_db(std::vector<std::string> args) {
+        args.insert(args.begin(), {"--db", db_, "--root", root_, "--log-level", "1"});
+        return ksdb(args);
+    }
+
+    // A copy of the demo appliance below this test's folder.
+    void demo_tree() {
+        fs::copy(KSDB_DEMO_ROOT, root_, fs::copy_options::recursive);
+        mkdirs(root_ + "/tmp");
+        mkdirs(root_ + "/run/usb/samba");
+    }
+
+    // Every file below the root and the database, with its content.
+    std::map<std::string, std::string> snapshot() {
+        std::map<std::string, std::string> files;
+        for (auto &e : fs::recursive_directory_iterator(root_))
+            if (e.is_regular_file()) files[e.path().string()] = read_file(e.path().string());
+        files[db_] = read_file(db_);
+        return files;
+    }
+
+    TempDir dir_;
+    std::string root_ = dir_ / "root";
+    std::string db_ = dir_ / "ksdb.db";
+};
+
+}  // namespace
+
+TEST_F(CliTest, HelpDocumentsTheCommandsAndStatusCodes) {
+    Outcome r = ksdb({"--help"});
+    EXPECT_EQ(r.status, 0);
+    for (const char *text : {"usage: ksdb [options] COMMAND", "  diff CATEGORY...",
+                             "  3 a database step or transaction failed", "--trace FILE"})
+        EXPECT_NE(r.out.find(text), std::string::npos) << text;
+    Outcome none = ksdb({});
+    EXPECT_EQ(none.status, 4);
+    EXPECT_EQ(none.err, "ksdb: which command?\nTry 'ksdb --help'.\n");
+    EXPECT_EQ(ksdb({"frobnicate"}).err, "ksdb: unknown command 'frobnicate'\nTry 'ksdb --help'.\n");
+    EXPECT_EQ(ksdb({"--log-level", "9", "create"}).status, 4);
+}
+
+TEST_F(CliTest, CreatePrintsTheSchemaVersionBeforeAndAfter) {
+    Outcome first = ksdb({"--db", db_, "--log-level", "1", "create"});
+    EXPECT_EQ(first.status, 0);
+    EXPECT_EQ(first.out, "schema version: new -> 23\n");
+    Outcome again = ksdb({"--db", db_, "--log-level", "1", "create"});
+    EXPECT_EQ(again.out, "schema version: 23 -> 23\n");
+}
+
+TEST_F(CliTest, FailuresGiveOneLineAndTheLibraryStatus) {
+    Outcome missing_dir = ksdb({"--db", dir_ / "no/such/dir/k.db", "create"});
+    EXPECT_EQ(missing_dir.status, 5);
+    EXPECT_EQ(missing_dir.err, "ksdb: cannot open database " + (dir_ / "no/such/dir/k.db") +
+                                   ": directory " + (dir_ / "no/such/dir") +
+                                   " does not exist (status 5: a file, buffer or parse failure)\n");
+
+    ASSERT_EQ(ksdb({"--db", db_, "--log-level", "0", "create"}).status, 0);
+    Outcome unknown = ksdb({"--db", db_, "import", "CIFS_SHARE", "FOO"});
+    EXPECT_EQ(unknown.status, 4);
+    EXPECT_EQ(unknown.err, "ksdb: unknown category 'FOO' (see 'ksdb categories') (status 4: "
+                           "invalid argument or unhandled category)\n");
+    EXPECT_EQ(ksdb({"--db", db_, "export", "47"}).status, 4);
+
+    Outcome query = ksdb({"--db", db_, "--log-level", "0", "sql", "SELEC 1"});
+    EXPECT_EQ(query.status, 1);
+    EXPECT_EQ(query.err,
+              "ksdb: query failed: near \"SELEC\": syntax error (status 1: SQL logic error)\n");
+
+    // An export on a database that was never created.
+    Outcome uncreated = ksdb({"--db", dir_ / "empty.db", "--log-level", "0", "export", "CIFS_SHARE"});
+    EXPECT_EQ(uncreated.status, 4);
+    EXPECT_EQ(uncreated.err, "ksdb: the database is not at schema version 23; run 'ksdb create' "
+                             "(status 4: invalid argument or unhandled category)\n");
+
+    Outcome bad_root = ksdb({"--db", db_, "--root", dir_ / "missing", "--log-level", "0", "import",
+                         "VOLUME"});
+    EXPECT_EQ(bad_root.status, 4);
+    EXPECT_NE(bad_root.err.find("invalid debug root"), std::string::npos) << bad_root.err;
+}
+
+TEST_F(CliTest, ImportAndExportReportEachCategoryAndTheFilesPutInPlace) {
+    demo_tree();
+    ASSERT_EQ(on_db({"create"}).status, 0);
+    Outcome import = on_db({"import", "all"});
+    EXPECT_EQ(import.status, 0) << import.err;
+    EXPECT_TRUE(std::regex_match(import.out, std::regex(R"(import ALL: ok \(\d+ ms\)\n)")))
+        << import.out;
+    ASSERT_EQ(on_db({"sql", "INSERT INTO zfs_attr (share_id) SELECT id FROM share"}).status, 0);
+
+    // By number and by name in any case; the first export writes new files.
+    Outcome exported = on_db({"export", "21", "cifs_service"});
+    EXPECT_EQ(exported.status, 0) << exported.err;
+    EXPECT_TRUE(std::regex_search(exported.out, std::regex(R"(^export CIFS_SHARE: ok \(\d+ ms\)\n)")))
+        << exported.out;
+    EXPECT_NE(exported.out.find("  unchanged " + root_ + "/etc/quillfold/samba/Shares.conf\n"),
+              std::string::npos)
+        << exported.out;
+    EXPECT_NE(exported.out.find("  new       " + root_ + "/run/usb/samba/Shares.conf\n"),
+              std::string::npos)
+        << exported.out;
+    EXPECT_NE(exported.out.find("export CIFS_SERVICE: ok"), std::string::npos);
+    EXPECT_NE(exported.out.find(root_ + "/etc/samba/smb.conf\n"), std::string::npos);
+}
+
+TEST_F(CliTest, DiffChangesNothingAndShowsWhatTheExportThenChanges) {
+    demo_tree();
+    ASSERT_EQ(on_db({"create"}).status, 0);
+    ASSERT_EQ(on_db({"import", "ALL"}).status, 0);
+    ASSERT_EQ(on_db({"sql", "INSERT INTO zfs_attr (share_id) SELECT id FROM share"}).status, 0);
+    ASSERT_EQ(on_db({"sql", "UPDATE cifs_share_option SET cifs_access='readonly' WHERE "
+                            "share_id=(SELECT id FROM share WHERE name='public')"})
+                  .status,
+              0);
+
+    auto before = snapshot();
+    Outcome diff = on_db({"diff", "CIFS_SHARE"});
+    EXPECT_EQ(diff.status, 0) << diff.err;
+    EXPECT_EQ(snapshot(), before) << "the dry run touched a file or the database";
+
+    const std::string expected_hunk =
+        "--- a/etc/quillfold/samba/Shares.conf\n"
+        "+++ b/etc/quillfold/samba/Shares.conf\n"
+        "@@ -16,4 +16,4 @@\n"
+        "   comment = \"Shared files for everybody\"\n"
+        "   guest ok = 1\n"
+        "   admin users = \"+admin\",\"Administrator\"\n"
+        "-  writeable = 1\n"
+        "+  write list = \"+admin\",\"Administrator\"\n";
+    EXPECT_NE(diff.out.find(expected_hunk), std::string::npos) << diff.out;
+    EXPECT_NE(diff.out.find("--- a/data/._share/public/samba.conf\n"), std::string::npos);
+    const std::string tail = "\n2 files would change\n";
+    EXPECT_TRUE(diff.out.size() > tail.size() &&
+                diff.out.compare(diff.out.size() - tail.size(), tail.size(), tail) == 0)
+        << diff.out;
+
+    // The export then makes exactly that change.
+    std::string shares = read_file(root_ + "/etc/quillfold/samba/Shares.conf");
+    ASSERT_EQ(on_db({"export", "CIFS_SHARE"}).status, 0);
+    EXPECT_EQ(read_file(root_ + "/etc/quillfold/samba/Shares.conf"),
+              replace_all(shares, "  writeable = 1\n", "  write list = \"+admin\",\"Administrator\"\n"));
+    EXPECT_EQ(on_db({"diff", "CIFS_SHARE"}).out, "0 files would change\n");
+
+    // A failing export in the dry run gives its status and still changes
+    // nothing.
+    before = snapshot();
+    Outcome bad = on_db({"diff", "HOTPLUG_USB"});
+    EXPECT_EQ(bad.status, 4);
+    EXPECT_NE(bad.err.find("export HOTPLUG_USB failed"), std::string::npos) << bad.err;
+    EXPECT_EQ(snapshot(), before);
+}
+
+TEST_F(CliTest, QueueCommands) {
+    ASSERT_EQ(ksdb({"--db", db_, "--log-level", "0", "queue", "create"}).status, 0);
+    auto q = [&](std::vector<std::string> args) {
+        args.insert(args.begin(), {"--db", db_, "--log-level", "0", "queue"});
+        return ksdb(args);
+    };
+    EXPECT_EQ(q({"push", "--src", "ui", "--dst", "daemon", "--pri", "5", "hello"}).status, 0);
+    EXPECT_EQ(q({"push", "--src", "ui", "--dst", "daemon", "--at", "+3600", "later"}).status, 0);
+    EXPECT_EQ(q({"push", "--src", "cron", "--dst", "daemon", "--at", "2000-01-01 00:00:00", "old"})
+                  .status,
+              0);
+    EXPECT_EQ(q({"stat"}).out, "2\n");  // the message of the future is not counted yet
+    EXPECT_EQ(q({"stat", "--src", "ui"}).out, "1\n");
+
+    Outcome read = q({"read", "--dst", "daemon"});
+    EXPECT_TRUE(std::regex_match(read.out, std::regex("id:  \\d+\nsrc: ui\ndst: daemon\nts:  \\d+\n"
+                                                      "val: hello\n")))
+        << read.out;
+    Outcome pop = q({"pop"});
+    EXPECT_TRUE(std::regex_match(pop.out, std::regex("src: ui\ndst: daemon\nts:  \\d+\nval: hello\n")))
+        << pop.out;
+    EXPECT_EQ(q({"pop", "--src", "ui"}).out, "(no message)\n");
+
+    Outcome old = q({"read"});
+    std::smatch m;
+    ASSERT_TRUE(std::regex_search(old.out, m, std::regex("id:  (\\d+)"))) << old.out;
+    EXPECT_EQ(q({"remove", m[1]}).status, 0);
+    EXPECT_EQ(q({"stat"}).out, "0\n");
+    EXPECT_EQ(q({"clear"}).status, 0);
+    EXPECT_EQ(q({"push", "--at", "yesterday", "x"}).status, 4);
+    EXPECT_EQ(q({"frob"}).status, 4);
+}
+
+TEST_F(CliTest, SqlPrintsAnAlignedTableOrJsonLines) {
+    ASSERT_EQ(ksdb({"--db", db_, "--log-level", "0", "create"}).status, 0);
+    Outcome table = ksdb({"--db", db_, "sql",
+                      "SELECT 'a' AS name, 12345 AS n UNION ALL SELECT 'longer name', NULL"});
+    EXPECT_EQ(table.status, 0);
+    EXPECT_EQ(table.out,
+              "name         n\n"
+              "-----------  -----\n"
+              "a            12345\n"
+              "longer name  NULL\n"
+              "(2 rows)\n");
+    Outcome json = ksdb({"--db", db_, "sql", "--json", "SELECT 'say \"hi\"' AS text, NULL AS empty"});
+    EXPECT_EQ(json.out, "{\"text\":\"say \\\"hi\\\"\",\"empty\":null}\n");
+    // Scratch tables of the connection are there to query.
+    EXPECT_EQ(ksdb({"--db", db_, "sql", "SELECT COUNT(*) AS n FROM _volume WHERE id='media'"}).out,
+              "n\n-\n1\n(1 row)\n");
+}
+
+TEST_F(CliTest, CategoriesListAllWithWhatTheyRun) {
+    Outcome r = ksdb({"categories"});
+    EXPECT_EQ(r.status, 0);
+    int count = 0;
+    for (const auto &line : lines(r.out))
+        if (std::regex_match(line, std::regex(R"(\s?\d+ [A-Z_]+)"))) ++count;
+    EXPECT_EQ(count, 47);
+    EXPECT_NE(r.out.find("21 CIFS_SHARE\n    import: per-share samba.conf files and dfs.conf into "
+                         "shares and CIFS options\n"),
+              std::string::npos);
+    EXPECT_NE(r.out.find("24 FTP_SHARE\n    import: FTP share settings [not provided]\n"),
+              std::string::npos);
+    EXPECT_NE(r.out.find("16 ADS_ACCOUNT\n    import: domain accounts [not provided]\n"
+                         "    export: not exportable\n"),
+              std::string::npos);
+}
+
+TEST_F(CliTest, LogAndTraceGoToTheirFiles) {
+    const std::string log = dir_ / "ksdb.log", trace = dir_ / "trace.log";
+    ASSERT_EQ(ksdb({"--db", db_, "--log", log, "--trace", trace, "--log-level", "5", "create"}).status,
+              0);
+    EXPECT_NE(read_file(log).find("ksdb_create() ==> 0"), std::string::npos);
+    EXPECT_NE(read_file(trace).find("sql=PRAGMA user_version"), std::string::npos);
+    EXPECT_EQ(ksdb({"--db", db_, "--log", dir_ / "no/dir/x.log", "create"}).status, 5);
+}
+
+TEST_F(CliTest, DemoRunsTheWholeStory) {
+    Outcome demo = ksdb({"demo", dir_ / "demo"});
+    EXPECT_EQ(demo.status, 0) << demo.out << demo.err;
+    EXPECT_EQ(demo.err, "");
+    EXPECT_NE(demo.out.find("2 files would change"), std::string::npos) << demo.out;
+    EXPECT_NE(read_file(dir_ / "demo/root/etc/quillfold/samba/Shares.conf")
+                  .find("[public]\n  path = /data/public\n  comment = \"Shared files for everybody\"\n"
+                        "  guest ok = 1\n  admin users = \"+admin\",\"Administrator\"\n"
+                        "  write list = \"+admin\",\"Administrator\"\n"),
+              std::string::npos);
+    EXPECT_TRUE(exists(dir_ / "demo/ksdb.db"));
+}
