@@ -248,8 +248,15 @@ ksdb_handle *ksdb_initialize_old(FILE *log_stream, uint32_t log_level, FILE *tra
     auto *info = static_cast<ksdb_sys_info *>(std::malloc(KSDB_SYS_INFO_SIZE));
     if (info) get_sys_info(info);
 
-    return ksdb_initialize(pool, log_stream, log_level, trace_stream, &mutexes[0], &mutexes[1],
-                           &mutexes[2], debug_root, info, 0);
+    ksdb_handle *h = ksdb_initialize(pool, log_stream, log_level, trace_stream, &mutexes[0],
+                                     &mutexes[1], &mutexes[2], debug_root, info, 0);
+    if (!h) {
+        // Nobody else will ever see what was made for the handle.
+        std::free(info);
+        for (int i = 0; i < 3; ++i) pthread_mutex_destroy(&mutexes[i]);
+        apr_pool_destroy(pool);
+    }
+    return h;
 }
 
 void ksdb_pool_destroy_old(ksdb_handle *h) {

@@ -236,6 +236,14 @@ TEST(Handle, InitializeOldMakesPoolRecursiveMutexesAndSystemRecord) {
     std::free(h);
 }
 
+TEST(Handle, InitializeOldWithABadDebugRootReleasesWhatItMade) {
+    // Under LeakSanitizer a pool or system record left behind fails the run.
+    TempDir dir;
+    write_file(dir / "plain", "x");
+    EXPECT_EQ(ksdb_initialize_old(nullptr, 0, nullptr, (dir / "plain").c_str()), nullptr);
+    EXPECT_EQ(ksdb_initialize_old(nullptr, 0, nullptr, (dir / "missing").c_str()), nullptr);
+}
+
 TEST(ExitLog, SuccessAtDebugFailureAtErrorAndInTheDomainLog) {
     TempDir root;
     mkdirs(root / "var/log/kestravad");
