@@ -17,6 +17,8 @@
 #include <cstdarg>
 #include <cstdint>
 #include <cstring>
+#include <exception>
+#include <new>
 #include <memory>
 #include <optional>
 #include <string>
@@ -127,13 +129,65 @@ class Stopwatch {
 void exit_log(const ksdb_handle *h, const char *module, int line, const char *func, int rc,
               long long elapsed_ms);
 
-// Runs body() and ends with the exit log under `func`.  Every public area
-// operation is framed this way:
+// ---- last error ----------------------------------------------------------------
+
+enum ErrorLayer { kLayerNone = KSDB_LAYER_NONE, kLayerSqlite = KSDB_LAYER_SQLITE,
+                  kLayerLibrary = KSDB_LAYER_LIBRARY };
+
+// Records the calling thread's last failure for ksdb_last_error().
+void set_last_error(ErrorLayer layer, int code, const char *module, int line,
+                    std::string message);
+
+// ---- the C boundary ------------------------------------------------------------
+
+// Runs body() and turns any exception it lets out into a status: memory
+// exhaustion and every other exception give KSDB_E_FILE, with one error
+// line naming the operation.  Every exported entry point runs its work
+// through this (logged() below does it for the framed operations).
+template <class Body>
+int boundary(const ksdb_handle *h, const char *module, int line, const char *func,
+             Body &&body) noexcept {
+    const char *what = nullptr;
+    try {
+        return body();
+    } catch (const std::bad_alloc &) {
+        what = "out of memory";
+    } catch (const std::exception &e) {
+        what = e.what();
+    } catch (...) {
+        what = "unknown exception";
+    }
+    try {
+        if (h && h->log_level >= KSDB_LOG_ERROR)
+            ksdb_log(h, module, line, KSDB_LOG_ERROR, 0, "%s(): %s\n", func, what);
+        set_last_error(kLayerLibrary, KSDB_E_FILE, module, line, std::string(func) + ": " + what);
+    } catch (...) {
+        // Nothing more can be said without memory.
+    }
+    return KSDB_E_FILE;
+}
+
+// A value-returning entry point (a string, a pointer) that must not throw:
+// `fallback` when body() throws.
+template <class T, class Body>
+T boundary_value(const ksdb_handle *h, const char *module, int line, const char *func,
+                 T fallback, Body &&body) noexcept {
+    T out = fallback;
+    boundary(h, module, line, func, [&] {
+        out = body();
+        return 0;
+    });
+    return out;
+}
+
+// Runs body() inside the C boundary and ends with the exit log under
+// `func`.  Every public area operation is framed this way:
 //     return ksdb::logged(h, KSDB_TAG, "ksdb_cifs_share_export", [&] { ... });
 template <class Body>
-int logged(const ksdb_handle *h, const char *module, int line, const char *func, Body &&body) {
+int logged(const ksdb_handle *h, const char *module, int line, const char *func,
+           Body &&body) noexcept {
     Stopwatch sw;
-    int rc = body();
+    int rc = boundary(h, module, line, func, std::forward<Body>(body));
     exit_log(h, module, line, func, rc, sw.elapsed_ms());
     return rc;
 }

@@ -246,6 +246,24 @@ KSDB_API int64_t ksdb_now_us(void);
 /* A short English description of a status code, for messages. */
 KSDB_API const char *ksdb_strstatus(int status);
 
+/* The calling thread's last failure, so that a caller can tell which layer
+ * a status came from (SQLite's code 5, SQLITE_BUSY, from the library's 5).
+ * Set where a failure begins: by the SQL layer for a failing statement
+ * (layer SQLITE, SQLite's extended result code and message), by the library
+ * for its own refusals and failures (layer LIBRARY, its status).  Never
+ * NULL; the record is the thread's own and stays valid until the thread's
+ * next failure or ksdb_clear_error(). */
+enum { KSDB_LAYER_NONE = 0, KSDB_LAYER_SQLITE = 1, KSDB_LAYER_LIBRARY = 2 };
+typedef struct ksdb_error {
+    int layer;           /* KSDB_LAYER_* */
+    int code;            /* SQLite's result code or the library's status */
+    const char *module;  /* call-site module where the failure began */
+    int line;            /* and its line */
+    const char *message; /* one line, without a newline; "" when none */
+} ksdb_error;
+KSDB_API const ksdb_error *ksdb_last_error(void);
+KSDB_API void ksdb_clear_error(void);
+
 /* ---- SQL access layer -------------------------------------------------- */
 
 KSDB_API int ksdb_sql_exec(ksdb_handle *handle, sqlite3 *db, char **errmsg, const char *file,

@@ -5,6 +5,7 @@
 #define KSDB_MODULE "ksdb_service"
 #include "core/ksdb_areas.h"
 #include "core/ksdb_internal.h"
+#include "util/ksdb_sql_helpers.h"
 #include "util/ksdb_file_utils.h"
 #include "util/ksdb_string_utils.h"
 
@@ -29,15 +30,6 @@ const char *const TABLE_SMB_USERNAME_MAP_TYPE_UNAME = "UNAME";
 namespace ksdb {
 
 namespace {
-
-// One key of a settings file and the service column it stands for.
-struct ksdb_service_setting_map_entry {
-    const char *key;          // the name as written in the source file
-    const char *table_name;
-    const char *column_name;
-    int is_int;               // 1: the text is converted with strtol base 10
-    int misc_only;            // 1: only recorded in service_misc, never written on import
-};
 
 // The keys of /etc/default/services.  DISALLOW_PASSOWRD_CHANGE is spelled
 // the way the other programs that share the file write it.  The AVAHI keys
@@ -320,79 +312,6 @@ int _ksdb_update_table_column_int(ksdb_handle *h, sqlite3 *db, const char *table
 constexpr char kUsermapImport[] = "_ksdb_cifs_service_username_map_import";
 constexpr char kUsermapExport[] = "_ksdb_cifs_service_username_map_export";
 
-// Runs one formatted statement; on failure logs `failed` at error level and
-// gives 3.
-int exec_or_fail(ksdb_handle *h, sqlite3 *db, const char *failed, const char *format, ...) {
-    va_list ap;
-    va_start(ap, format);
-    SqlStr sql = sql_vprintf(format, ap);
-    va_end(ap);
-    if (!sql || ksdb_sql_exec(h, db, nullptr, KSDB_TAG, sql.get()) != SQLITE_OK) {
-        KSDB_ERR(h, "%s", failed);
-        return KSDB_E_DB;
-    }
-    return 0;
-}
-
-// The service tables hold one row, made by the first write: the UPDATE
-// runs first, and when it changed no row (the table is still empty) the
-// INSERT makes the row.  0, or 3 after logging the failed statement's
-// message.
-int update_else_insert(ksdb_handle *h, sqlite3 *db, const SqlStr &update, const SqlStr &insert,
-                       const std::string &update_failed, const std::string &insert_failed) {
-    if (!update || ksdb_sql_exec(h, db, nullptr, KSDB_TAG, update.get()) != SQLITE_OK) {
-        KSDB_ERR(h, "%s", update_failed.c_str());
-        return KSDB_E_DB;
-    }
-    if (sqlite3_changes(db) != 0) return 0;
-    if (!insert || ksdb_sql_exec(h, db, nullptr, KSDB_TAG, insert.get()) != SQLITE_OK) {
-        KSDB_ERR(h, "%s", insert_failed.c_str());
-        return KSDB_E_DB;
-    }
-    return 0;
-}
-
-// Applies one KEY=value setting through a key table: every entry of the key
-// writes its column (unless it is only recorded), and with record_in_misc
-// the pair is kept in service_misc together with the column it maps to
-// (both NULL for a free key, which the export of /etc/default/services then
-// carries through).
-int _ksdb_apply_setting(ksdb_handle *h, sqlite3 *db, const ksdb_service_setting_map_entry *map,
-                        int record_in_misc, const char *key, const char *value) {
-    const char *table = nullptr;
-    const char *column = nullptr;
-    for (const ksdb_service_setting_map_entry *e = map; e->key; ++e) {
-        if (std::strcmp(e->key, key) != 0) continue;
-        table = e->table_name;
-        column = e->column_name;
-        if (e->misc_only) break;
-        SqlStr update, insert;
-        if (e->is_int) {
-            const int v = static_cast<int>(std::strtol(value, nullptr, 10));
-            update = sql_printf("UPDATE %s SET %s=%d", table, column, v);
-            insert = sql_printf("INSERT INTO %s (%s) VALUES(%d)", table, column, v);
-        } else {
-            update = sql_printf("UPDATE %s SET %s=%Q", table, column, value);
-            insert = sql_printf("INSERT INTO %s (%s) VALUES(%Q)", table, column, value);
-        }
-        if (int rc = update_else_insert(h, db, update, insert,
-                                        strprintf("Failed to UPDATE %s\n", table),
-                                        strprintf("Failed to INSERT INTO %s\n", table)))
-            return rc;
-    }
-    if (record_in_misc && *key && value) {
-        SqlStr sql = sql_printf(
-            "DELETE FROM service_misc WHERE key=%Q;INSERT OR IGNORE INTO service_misc "
-            "(key,val,table_name,column_name) VALUES(%Q,%Q,%Q,%Q)",
-            key, key, value, table, column);
-        if (!sql || ksdb_sql_exec(h, db, nullptr, KSDB_TAG, sql.get()) != SQLITE_OK) {
-            KSDB_ERR(h, "Failed to replace service_misc key=%s val=%s\n", key, value);
-            return KSDB_E_DB;
-        }
-    }
-    return 0;
-}
-
 // A line as every importer here sees it: leading blanks skipped (the line
 // is already cut at its newline).
 char *line_start(char *line) {
@@ -427,27 +346,6 @@ char *quoted_or_self(char *s) {
     if (close) *close = '\0';
     return open + 1;
 }
-
-// Opens a managed file, writes the template and whatever more() adds, and
-// puts the file in place.  Any failure leaves the old file as it was.
-template <class More>
-int write_template_file(ksdb_handle *h, sqlite3 *db, const char *path,
-                        const char *const *pieces, More &&more) {
-    ManagedFile out(h, path);
-    if (!out.ok()) {
-        KSDB_ERR(h, "Cannot open temporary file %s\n", path);
-        return KSDB_E_FILE;
-    }
-    if (int rc = ksdb_template_write(h, db, out.fp(), pieces)) return rc;
-    if (int rc = more(out)) return rc;
-    if (out.commit() != 0) {
-        KSDB_ERR(h, "Cannot move file to %s\n", path);
-        return KSDB_E_FILE;
-    }
-    return 0;
-}
-
-int no_more(ManagedFile &) { return 0; }
 
 // ---- /etc/default/services ---------------------------------------------------------
 
@@ -670,7 +568,7 @@ int export_winbind_marker(ksdb_handle *h, sqlite3 *db) {
 
 int export_samba(ksdb_handle *h, sqlite3 *db) {
     int rc = logged(h, KSDB_TAG, "_ksdb_service_export", [&] {
-        return write_template_file(h, db, kSmbConf, kSambaTemplate, no_more);
+        return write_template_file(h, db, kSmbConf, kSambaTemplate);
     });
     if (rc) return rc;
     if ((rc = export_admin_shares(h, db))) return rc;
@@ -845,7 +743,7 @@ int export_ftp(ksdb_handle *h, sqlite3 *db) {
         return 0;
     });
     if (rc) return rc;
-    return write_template_file(h, db, kFtpsConf, kFtpsTemplate, no_more);
+    return write_template_file(h, db, kFtpsConf, kFtpsTemplate);
 }
 
 // ---- DAAP -------------------------------------------------------------------------

@@ -7,6 +7,7 @@
 
 #include "platform/platform.h"
 #include "util/ksdb_misc_utils.h"
+#include "util/ksdb_raii.h"
 
 #include <apr_strings.h>
 #include <fcntl.h>
@@ -122,25 +123,6 @@ bool spec_matches(const ksdb_file_spec &entry, const char *path) {
     return std::strcmp(entry.path, path) == 0;
 }
 
-// A file descriptor closed on scope exit.
-class Fd {
-  public:
-    explicit Fd(int fd) : fd_(fd) {}
-    ~Fd() {
-        if (fd_ >= 0) ::close(fd_);
-    }
-    Fd(const Fd &) = delete;
-    Fd &operator=(const Fd &) = delete;
-    int get() const { return fd_; }
-    int release() {
-        int fd = fd_;
-        fd_ = -1;
-        return fd;
-    }
-
-  private:
-    int fd_;
-};
 
 // Writes all of [buf, buf + n) to fd, across partial writes.
 bool write_all(int fd, const char *buf, size_t n) {

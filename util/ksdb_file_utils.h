@@ -3,6 +3,8 @@
 #pragma once
 
 #include "core/ksdb_internal.h"
+#include "util/ksdb_conf_reader.h"
+#include "util/ksdb_raii.h"
 
 #include <optional>
 #include <string>
@@ -65,54 +67,6 @@ class ManagedFile {
 // pool, so an importer that reads its files on every run does not grow the
 // pool.  nullopt where ksdb_file_load gives null.
 std::optional<std::string> load_file(ksdb_handle *h, const char *path, size_t max_len = 0);
-
-// Walks a NUL-terminated text line by line, in place: every newline is
-// replaced by NUL and fn(line) is called with the line (without its
-// newline, leading blanks kept).  fn returns false to stop.
-template <class Fn>
-void for_each_line(char *text, Fn &&fn) {
-    char *p = text;
-    while (p && *p) {
-        char *nl = std::strchr(p, '\n');
-        if (nl) *nl = '\0';
-        if (!fn(p)) return;
-        p = nl ? nl + 1 : nullptr;
-    }
-}
-
-// Like for_each_line, for files in which a line may continue on the next:
-// a newline preceded by a backslash (with only blanks between) joins the
-// next line, the backslash, the blanks and the newline becoming one blank.
-// fn(line, following) also receives the text that follows the (joined)
-// line in the file, not yet touched, or nullptr after the last line.
-template <class Fn>
-void for_each_joined_line(char *text, Fn &&fn) {
-    char *p = text;
-    while (p && *p) {
-        char *w = p;  // the joined line is written over its own text
-        char *r = p;
-        char *next;
-        for (;;) {
-            char *nl = std::strchr(r, '\n');
-            char *end = nl ? nl : r + std::strlen(r);
-            char *b = end;
-            while (b > r && (b[-1] == ' ' || b[-1] == '\t')) --b;
-            const bool joined = nl && b > r && b[-1] == '\\';
-            const size_t n = static_cast<size_t>((joined ? b - 1 : end) - r);
-            std::memmove(w, r, n);
-            w += n;
-            if (!joined) {
-                next = nl ? nl + 1 : nullptr;
-                break;
-            }
-            *w++ = ' ';
-            r = nl + 1;
-        }
-        *w = '\0';
-        if (!fn(p, static_cast<const char *>(next))) return;
-        p = next;
-    }
-}
 
 // The folder work of ksdb_share_conf_spec (the volume's ._share subvolume
 // and the share's folder are made when missing) with the file's live path,

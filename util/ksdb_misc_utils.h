@@ -2,6 +2,7 @@
 #pragma once
 
 #include "core/ksdb_internal.h"
+#include "util/ksdb_raii.h"
 
 #include <string>
 #include <string_view>
@@ -14,24 +15,5 @@ namespace ksdb {
 // "$(id)" reaches the program as one argument and runs nothing.
 std::string shell_quote(std::string_view value);
 
-// A popen()ed command closed on scope exit.
-class Pipe {
-  public:
-    Pipe(const char *command, const char *mode) : f_(popen(command, mode)) {}
-    ~Pipe() { close(); }
-    Pipe(const Pipe &) = delete;
-    Pipe &operator=(const Pipe &) = delete;
-    FILE *get() const { return f_; }
-    explicit operator bool() const { return f_ != nullptr; }
-    // pclose's wait status; -1 when nothing was open.
-    int close() {
-        int st = f_ ? pclose(f_) : -1;
-        f_ = nullptr;
-        return st;
-    }
-
-  private:
-    FILE *f_;
-};
 
 }  // namespace ksdb

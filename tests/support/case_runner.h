@@ -1,0 +1,72 @@
+// The case runner: expected files and given trees are data, kept in case
+// folders, and one runner checks both laws on each:
+//
+//   export law   export(db.sql) leaves exactly the files of expect/
+//   import law   import(given/ + expect/) gives the rows of `rows`
+//
+// A case folder tests/cases/<area>/<case>/ holds
+//
+//   case       "key: value" lines:
+//                category: CIFS_SHARE      the category run (name or number)
+//                laws: export import       the laws that apply (default: both)
+//                export-status: 4          the export's expected status (default 0);
+//                                          when not 0, no file below the root may change
+//                import-status: 0          the import's expected status (default 0);
+//                                          when not 0, the rows must be those of the seed
+//                losses: ...               what the import does not bring back (free
+//                                          text, may repeat; shown when the law fails)
+//                log: text                 a line the export's or import's log must hold
+//                                          (may repeat)
+//   given/     a tree put below the debug root before each law (a volume is
+//              a folder holding ._share; empty folders hold a file ".keep",
+//              which is not copied)
+//   db.sql     statements run after ksdb_create on the export law's database
+//   expect/    every file the export must leave, byte for byte, at its path
+//              below the root ("expect/etc/exports" is ROOT/etc/exports)
+//   modes      optional: "<octal mode> <uid>:<gid> <live path>" per line,
+//              checked after the export
+//   calls      optional: the calls the export must make of the recording
+//              fakes, in order, one per line, the program and its arguments
+//              separated by tabs, "{root}" standing for the debug root
+//   absent     optional: live paths, one per line, the export must not write
+//   seed.sql   statements run after ksdb_create before the import
+//   rows       the import's rows: a line "> QUERY" followed by the rows the
+//              query must give, one per line, columns joined by "|", NULL as
+//              <NULL>; lines starting with "#" are comments
+#pragma once
+
+#include <string>
+#include <vector>
+
+namespace ksdb_test {
+
+struct CaseSpec {
+    std::string dir;    // the case folder
+    std::string name;   // "<area>/<case>"
+    int category = -1;
+    bool export_law = true;
+    bool import_law = true;
+    int export_status = 0;
+    int import_status = 0;
+    std::vector<std::string> losses;
+    std::vector<std::string> log_lines;
+};
+
+// Every case folder below `root` (sorted by name); a malformed "case" file
+// is reported as a failure of that case.
+std::vector<CaseSpec> find_cases(const std::string &root);
+
+// Runs one law of one case as the current test; failures are reported
+// through GoogleTest.
+void run_export_law(const CaseSpec &spec);
+void run_import_law(const CaseSpec &spec);
+
+// Registers the export and import law of every case below `root` as
+// GoogleTest tests "Cases_<area>.<case>_export" and "..._import" (every
+// character but letters and digits becomes "_").
+void register_case_tests(const std::string &root);
+
+// A category by name (any case) or number; -1 when unknown.
+int category_from_text(const std::string &text);
+
+}  // namespace ksdb_test
