@@ -167,10 +167,11 @@ class CaseTest : public RootTest {
         }
         check_modes();
         check_calls();
-        if (exists(spec_.dir + "/absent"))
-            for (const std::string &live : lines(read_file(spec_.dir + "/absent")))
-                if (!trim(live).empty() && live[0] != '#')
-                    EXPECT_FALSE(exists(at(trim(live)))) << live << " should not be written";
+        if (!exists(spec_.dir + "/absent")) return;
+        for (const std::string &live : lines(read_file(spec_.dir + "/absent"))) {
+            if (trim(live).empty() || live[0] == '#') continue;
+            EXPECT_FALSE(exists(at(trim(live)))) << live << " should not be written";
+        }
     }
 
     void check_modes() {
