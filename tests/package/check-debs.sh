@@ -82,12 +82,14 @@ fi
 section "lintian"
 if command -v lintian >/dev/null 2>&1; then
     # Errors and warnings fail; informational tags are shown.
-    if ! lintian --fail-on error,warning --display-info "$out/libksdb_${version}_${arch}.changes" 2>&1 |
-            grep -v '^running with root privileges' | tee "$work/lintian.log"; then
-        :
-    fi
+    rc=0
+    lintian --fail-on error,warning --display-info "$out/libksdb_${version}_${arch}.changes" \
+        >"$work/lintian.log" 2>&1 || rc=$?
+    grep -v '^running with root privileges' "$work/lintian.log" || true
     if grep -q '^[EW]: ' "$work/lintian.log"; then
         complain "lintian reports errors or warnings"
+    elif [ "$rc" -ne 0 ]; then
+        complain "lintian failed with status $rc"
     else
         echo "lintian: no errors, no warnings"
     fi
@@ -103,7 +105,7 @@ touch "$admin/available"
 # The throwaway root's package database holds the packages ours depend on
 # as the host has them, so dpkg checks the dependencies for real; their
 # files stay on the host, where the programs below find them.
-for p in $packages; do depends "$p"; echo; done | tr ',|' '\n\n' |
+for p in $packages; do depends "$p"; echo; done | tr ',|' '\n' |
     sed 's/(.*//; s/:any//; s/[[:space:]]//g' | grep -v '^$' | grep -v '^libksdb0$' | sort -u |
     while read -r dep; do
         dpkg-query -s "$dep" 2>/dev/null || continue
