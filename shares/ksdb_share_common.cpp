@@ -50,9 +50,11 @@ const ValueRule kShareName{"a share name", "[]/%",
                            kValueNotEmpty | kValuePathComponent | kValueNoTrailingBackslash |
                                kValueNoLeadingBlank | kValueNoTrailingBlank};
 const ValueRule kSharePath{"a share path", "%", kValueNoTrailingBackslash};
-const ValueRule kAccountEntry{"an account in a Samba list", "\",%\\", kValueNotEmpty};
+const ValueRule kAccountEntry{"an account in a Samba list", "\",%\\",
+                              kValueNotEmpty | kValueNoLeadingBlank | kValueNoTrailingBlank};
 const ValueRule kHostEntry{"a host in a Samba list", "\",%",
-                           kValueNotEmpty | kValueNoTrailingBackslash};
+                           kValueNotEmpty | kValueNoTrailingBackslash | kValueNoLeadingBlank |
+                               kValueNoTrailingBlank};
 const ValueRule kAccountValue{"a Samba account name", "%",
                               kValueNotEmpty | kValueNoTrailingBackslash};
 const ValueRule kAppName{"an application folder name", "/%", kValuePathComponent};

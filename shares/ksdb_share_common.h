@@ -60,11 +60,12 @@ extern const ValueRule kShareName;
 extern const ValueRule kSharePath;
 // A user or group name in a quoted, comma-separated access list: no quote,
 // comma, backslash (it would name a domain account) or "%" (Samba would
-// substitute it), not empty.  A leading "@", "+" or "&" is refused
-// separately (guard_account_name): it would turn a user into a group.
+// substitute it), not empty, no blank at either end (the importer trims
+// entries).  A leading "@", "+" or "&" is refused separately
+// (guard_account_name): it would turn a user into a group.
 extern const ValueRule kAccountEntry;
 // A host name or network in a quoted, comma-separated host list: no quote,
-// comma or "%", not empty, no backslash at the end.
+// comma or "%", not empty, no blank at either end, no backslash at the end.
 extern const ValueRule kHostEntry;
 // A single account name as a parameter's whole value ("force user"): one
 // line, no "%", not empty, no backslash at the end.
