@@ -2,17 +2,21 @@
 // share (the global Shares.conf files and each share's own samba.conf with
 // its side files), the DFS link file, the user and group quotas, and the
 // importers that read the per-share files back into the share tables.
+//
+// The export works in two passes.  The first reads every row and builds
+// every section in memory, checking each value it writes; a value that
+// would change the structure of a file is refused (status 4) before
+// anything is made or written.  The second prepares the configuration
+// folders and writes the files.
 #define KSDB_MODULE "ksdb_cifs"
-#include "shares/ksdb_cifs.h"
+#include "core/ksdb_area.h"
 
 #include "core/ksdb_areas.h"
-#include "util/ksdb_file_utils.h"
+#include "shares/ksdb_share_common.h"
 #include "util/ksdb_misc_utils.h"
 #include "util/ksdb_string_utils.h"
 
 #include <strings.h>
-#include <sys/stat.h>
-#include <unistd.h>
 
 #include <cerrno>
 #include <cstdio>
@@ -25,9 +29,11 @@
 #include <utility>
 #include <vector>
 
-namespace ksdb {
-
+namespace ksdb::cifs {
 namespace {
+
+using shares::AclEntry;
+using shares::AclKind;
 
 constexpr char kSharesConf[] = "/etc/quillfold/samba/Shares.conf";
 constexpr char kUsbSharesConf[] = "/run/usb/samba/Shares.conf";
@@ -37,10 +43,15 @@ constexpr char kUsbConfVolume[] = "etc/quillfold/usb";
 constexpr char kGuestSuffix[] = ",\"guest\"";
 constexpr long long kMiB = 1048576;
 
+// A DFS link field: the importer splits a line at every "!".
+const ValueRule kDfsField{"a DFS link field", "!", 0};
+
 // ---- export ------------------------------------------------------------------
 
 // Every CIFS share with its options; a share without a zfs_attr row is left
-// out (inner join).  Columns by index below.
+// out (inner join).  After the columns every share file needs come the
+// share's id, the force user's id and the byte lengths of the texts that
+// are written (a text holding a NUL byte reads shorter than it is).
 constexpr char kShareQuery[] =
     "SELECT S.name,'\"'||S.comment||'\"',S.path,S.user_id,S.group_id,S.user_access,"
     "S.group_access,S.everyone_access,S.non_owner_delete,CIFS.cifs_access,"
@@ -52,7 +63,11 @@ constexpr char kShareQuery[] =
     "S.type,(SELECT V.lv_name FROM _volume V WHERE V.id=S.volume_id)||'/'||S.name,"
     "(SELECT V.lv_name FROM _volume V WHERE V.id=S.volume_id),Z.logbias,S.visible_snapdir,"
     "CIFS.cifs_recycle_age_limit,CIFS.cifs_recycle_mb_limit,IFNULL(Z.sync,'standard'),"
-    "CIFS.cifs_enabledfs,IFNULL(SS.enabled,0),Z.bit_rot_protection FROM share S INNER JOIN "
+    "CIFS.cifs_enabledfs,IFNULL(SS.enabled,0),Z.bit_rot_protection,"
+    "S.id,CIFS.force_user,length(CAST(S.name AS BLOB)),length(CAST(S.comment AS BLOB)),"
+    "length(CAST(S.path AS BLOB)),length(CAST((SELECT uname FROM `$user` U WHERE "
+    "U.id=CIFS.force_user) AS BLOB)),length(CAST(S.type AS BLOB)),"
+    "length(CAST(S.visible_snapdir AS BLOB)) FROM share S INNER JOIN "
     "cifs_share_option CIFS ON CIFS.share_id=S.id INNER JOIN zfs_attr Z ON Z.share_id=S.id "
     "LEFT JOIN snapshot_schedule SS ON SS.share_id=S.id ORDER BY S.name ASC";
 
@@ -79,6 +94,14 @@ enum ShareColumn {
     kRecycleMbLimit = 34,
     kEnableDfs = 36,
     kSnapshotEnabled = 37,
+    kShareId = 39,
+    kForceUserId = 40,
+    kNameBytes = 41,
+    kCommentBytes = 42,
+    kPathBytes = 43,
+    kForceUserBytes = 44,
+    kTypeBytes = 45,
+    kSnapdirBytes = 46,
 };
 
 constexpr char kAdminNameQuery[] =
@@ -87,66 +110,15 @@ constexpr char kAdminNameQuery[] =
 constexpr char kDomainPrefixQuery[] =
     "SELECT CASE WHEN security='user' THEN '' ELSE workgroup||'\\' END FROM service_cifs";
 
-// The seven account lists of a share, each one string of double-quoted
-// names joined by commas (groups with a leading "@"), ordered by name, or
-// NULL.  The first %Q is the domain prefix, the second the share name.
-struct ListQuery {
-    const char *what;  // the list's name in the failure message
-    const char *sql;
+// What every share's section takes from outside its row, read at the first
+// share: the administrators list, the domain prefix of account names, and
+// the access entries of all shares.
+struct ExportContext {
+    std::optional<std::string> admin;
+    bool acl_ready = false;
+    std::string prefix;
+    shares::AclIndex users, groups, hosts;
 };
-const ListQuery kListQueries[] = {
-    {"read_user_list",
-     "SELECT GROUP_CONCAT('\"'||%Q||T.uname||'\"',',') FROM (SELECT U.uname AS uname FROM share "
-     "S INNER JOIN user_acl UA ON UA.share_id=S.id AND UA.proto='cifs' AND UA.read=1 AND "
-     "UA.write=0 INNER JOIN `$user` U ON U.id=UA.user_id WHERE S.name=%Q ORDER BY U.uname) AS T"},
-    {"read_group_list",
-     "SELECT GROUP_CONCAT('\"@'||%Q||T.gname||'\"',',') FROM (SELECT G.gname AS gname FROM "
-     "share S INNER JOIN group_acl GA ON GA.share_id=S.id AND GA.proto='cifs' AND GA.read=1 AND "
-     "GA.write=0 INNER JOIN `$group` G ON G.id=GA.group_id WHERE S.name=%Q ORDER BY G.gname) AS "
-     "T"},
-    {"write_user_list",
-     "SELECT GROUP_CONCAT('\"'||%Q||T.uname||'\"',',') FROM (SELECT U.uname AS uname FROM share "
-     "AS S INNER JOIN user_acl UA ON UA.share_id=S.id AND UA.proto='cifs' AND UA.write=1 INNER "
-     "JOIN `$user` U ON U.id=UA.user_id WHERE S.name=%Q ORDER BY U.uname) AS T"},
-    {"write_group_list",
-     "SELECT GROUP_CONCAT('\"@'||%Q||T.gname||'\"',',') FROM (SELECT G.gname AS gname FROM "
-     "share S INNER JOIN group_acl GA ON GA.share_id=S.id AND GA.proto='cifs' AND GA.write=1 "
-     "INNER JOIN `$group` G ON G.id=GA.group_id WHERE S.name=%Q ORDER BY G.gname) AS T"},
-    {"valid_user_list",
-     "SELECT GROUP_CONCAT('\"'||%Q||T.uname||'\"',',') FROM (SELECT U.uname AS uname FROM share "
-     "S INNER JOIN user_acl UA ON UA.share_id=S.id AND UA.proto='cifs' INNER JOIN `$user` U ON "
-     "U.id=UA.user_id WHERE S.name=%Q ORDER BY U.uname) AS T"},
-    // Only cloud users (primary group 97) without access are listed as
-    // invalid: other users without an entry of their own are kept out by
-    // the valid-users list of a disabled share already.
-    {"invalid_user_list",
-     "SELECT GROUP_CONCAT('\"'||%Q||T.uname||'\"',',') FROM (SELECT U.uname AS uname FROM share "
-     "S INNER JOIN user_acl UA ON UA.share_id=S.id AND UA.proto='cifs' AND UA.read=0 AND "
-     "UA.write=0 INNER JOIN `$user` U ON U.id=UA.user_id AND U.group_id=97 WHERE S.name=%Q "
-     "ORDER BY U.uname) AS T"},
-    {"valid_group_list",
-     "SELECT GROUP_CONCAT('\"@'||%Q||T.gname||'\"',',') FROM (SELECT G.gname AS gname FROM "
-     "share S INNER JOIN group_acl GA ON GA.share_id=S.id AND GA.proto='cifs' INNER JOIN "
-     "`$group` G ON G.id=GA.group_id WHERE S.name=%Q ORDER BY G.gname) AS T"},
-};
-enum {
-    kReadUsers,
-    kReadGroups,
-    kWriteUsers,
-    kWriteGroups,
-    kValidUsers,
-    kInvalidUsers,
-    kValidGroups
-};
-
-constexpr char kAllowedHostsQuery[] =
-    "SELECT GROUP_CONCAT('\"'||T.name||'\"',',') FROM (SELECT H.name AS name FROM share S INNER "
-    "JOIN host_acl HA ON HA.share_id=S.id AND HA.proto='cifs' AND HA.read=1 INNER JOIN host H ON "
-    "H.id=HA.host_id WHERE S.name=%Q ORDER BY H.name) AS T";
-constexpr char kDeniedHostsQuery[] =
-    "SELECT GROUP_CONCAT('\"'||T.name||'\"',',') FROM (SELECT H.name AS name FROM share S INNER "
-    "JOIN host_acl HA ON HA.share_id=S.id AND HA.proto='cifs' AND HA.read=0 INNER JOIN host H ON "
-    "H.id=HA.host_id WHERE S.name=%Q ORDER BY H.name) AS T";
 
 // The access lists of one share as the share sections use them; an empty
 // string stands for a list without entries.
@@ -154,52 +126,97 @@ struct AclLists {
     std::string read, write, valid, invalid, allowed_hosts, denied_hosts;
 };
 
-// "a" "," "b", or either alone when the other is empty.
-std::string join_lists(const std::optional<std::string> &a, const std::optional<std::string> &b) {
-    std::string out = a.value_or("");
-    if (b && !b->empty()) {
-        if (!out.empty()) out += ',';
-        out += *b;
-    }
-    return out;
-}
-
 // "== 1" of the share query's text columns: the text reads as the integer 1.
 bool is_one(const char *v) { return v && std::strtol(v, nullptr, 10) == 1; }
 
 bool non_empty(const char *v) { return v && *v; }
 
+// Reads the domain prefix and every CIFS access entry once: -1 after the
+// failure line of the list the failed read would have given first.
+int load_acl(ksdb_handle *h, sqlite3 *db, ExportContext &ctx, const char *share) {
+    std::optional<std::string> prefix;
+    if (sql_scalar(h, db, nullptr, KSDB_TAG, &prefix, kDomainPrefixQuery) != 0) {
+        KSDB_ERR(h, "Failed DB Query for cifs service\n");
+        return -1;
+    }
+    ctx.prefix = prefix.value_or("");
+    if (!ctx.prefix.empty()) {
+        // The prefix is the workgroup and a backslash.
+        const std::string workgroup = ctx.prefix.substr(0, ctx.prefix.size() - 1);
+        if (int rc = guard_value(h, workgroup, rules::kSambaListEntry,
+                                 {"service_cifs", "workgroup", "cifs"}))
+            return rc;
+    }
+    if (ctx.users.load(h, db, AclKind::kUsers, "cifs") != 0) {
+        KSDB_ERR(h, "Failed to get read_user_list for share '%s'\n", share);
+        return -1;
+    }
+    if (ctx.groups.load(h, db, AclKind::kGroups, "cifs") != 0) {
+        KSDB_ERR(h, "Failed to get read_group_list for share '%s'\n", share);
+        return -1;
+    }
+    if (ctx.hosts.load(h, db, AclKind::kHosts, "cifs") != 0) {
+        KSDB_ERR(h, "Failed to get host_acl for share '%s'\n", share);
+        return -1;
+    }
+    ctx.acl_ready = true;
+    return 0;
+}
+
 // The timed access-list step of one share: the seven account lists and the
-// allowed and denied hosts.  0, or -1 when a query fails.
-int _ksdb_cifs_selectdb_acl_list(ksdb_handle *h, sqlite3 *db, const char *share,
-                                 const char *access, AclLists *out) {
+// allowed and denied hosts, every name in them checked.  0, -1 when the
+// entries cannot be read, or 4 for a name refused.
+int _ksdb_cifs_selectdb_acl_list(ksdb_handle *h, sqlite3 *db, ExportContext &ctx,
+                                 long long share_id, const char *share, const char *access,
+                                 AclLists *out) {
     return logged(h, KSDB_TAG, "_ksdb_cifs_selectdb_acl_list", [&]() -> int {
-        std::optional<std::string> prefix;
-        if (sql_scalar(h, db, nullptr, KSDB_TAG, &prefix, kDomainPrefixQuery) != 0) {
-            KSDB_ERR(h, "Failed DB Query for cifs service\n");
-            return -1;
-        }
-        const std::string domain = prefix.value_or("");
-        std::optional<std::string> lists[std::size(kListQueries)];
-        for (size_t i = 0; i < std::size(kListQueries); ++i) {
-            if (sql_scalar(h, db, nullptr, KSDB_TAG, &lists[i], kListQueries[i].sql,
-                           domain.c_str(), share) != 0) {
-                KSDB_ERR(h, "Failed to get %s for share '%s'\n", kListQueries[i].what, share);
-                return -1;
-            }
-        }
-        out->read = join_lists(lists[kReadUsers], lists[kReadGroups]);
-        out->write = join_lists(lists[kWriteUsers], lists[kWriteGroups]);
-        out->valid = join_lists(lists[kValidUsers], lists[kValidGroups]);
-        out->invalid = lists[kInvalidUsers].value_or("");
-        std::optional<std::string> allowed, denied;
-        if (sql_scalar(h, db, nullptr, KSDB_TAG, &allowed, kAllowedHostsQuery, share) != 0 ||
-            sql_scalar(h, db, nullptr, KSDB_TAG, &denied, kDeniedHostsQuery, share) != 0) {
-            KSDB_ERR(h, "Failed to get host_acl for share '%s'\n", share);
-            return -1;
-        }
-        out->allowed_hosts = allowed.value_or("");
-        out->denied_hosts = denied.value_or("");
+        if (!ctx.acl_ready)
+            if (int rc = load_acl(h, db, ctx, share)) return rc;
+        const std::vector<AclEntry> &users = ctx.users.of(share_id);
+        const std::vector<AclEntry> &groups = ctx.groups.of(share_id);
+        const std::vector<AclEntry> &hosts = ctx.hosts.of(share_id);
+        const std::string user_lead = ctx.prefix, group_lead = "@" + ctx.prefix;
+        auto read_only = [](const AclEntry &e) { return e.read == 1 && e.write == 0; };
+        auto writer = [](const AclEntry &e) { return e.write == 1; };
+        auto any = [](const AclEntry &) { return true; };
+        // Only cloud users (primary group 97) without access are listed as
+        // invalid: other users without an entry of their own are kept out by
+        // the valid-users list of a disabled share already.
+        auto cloud_denied = [](const AclEntry &e) {
+            return e.read == 0 && e.write == 0 && e.group_id == 97;
+        };
+        std::string l[7];
+        const struct {
+            AclKind kind;
+            const std::vector<AclEntry> &entries;
+            const std::string &lead;
+            std::function<bool(const AclEntry &)> keep;
+        } lists[] = {
+            {AclKind::kUsers, users, user_lead, read_only},
+            {AclKind::kGroups, groups, group_lead, read_only},
+            {AclKind::kUsers, users, user_lead, writer},
+            {AclKind::kGroups, groups, group_lead, writer},
+            {AclKind::kUsers, users, user_lead, any},
+            {AclKind::kUsers, users, user_lead, cloud_denied},
+            {AclKind::kGroups, groups, group_lead, any},
+        };
+        for (size_t i = 0; i < std::size(lists); ++i)
+            if (int rc = shares::join_quoted(h, lists[i].kind, lists[i].entries, lists[i].lead,
+                                             lists[i].keep, &l[i]))
+                return rc;
+        out->read = shares::join_lists(l[0], l[1]);
+        out->write = shares::join_lists(l[2], l[3]);
+        out->valid = shares::join_lists(l[4], l[6]);
+        out->invalid = l[5];
+        const std::string none;
+        if (int rc = shares::join_quoted(
+                h, AclKind::kHosts, hosts, none, [](const AclEntry &e) { return e.read == 1; },
+                &out->allowed_hosts))
+            return rc;
+        if (int rc = shares::join_quoted(
+                h, AclKind::kHosts, hosts, none, [](const AclEntry &e) { return e.read == 0; },
+                &out->denied_hosts))
+            return rc;
         KSDB_DEBUG(h,
                    "Share[%s] cifs_access[%s] read_list[%s] write_list[%s] valid_list[%s] "
                    "invalid_list[%s]\n",
@@ -209,104 +226,95 @@ int _ksdb_cifs_selectdb_acl_list(ksdb_handle *h, sqlite3 *db, const char *share,
     });
 }
 
-// The same text to the target file and to the share's own file.
-void print2(ManagedFile &a, ManagedFile &b, const char *format, ...) KSDB_PRINTF(3, 4);
-void print2(ManagedFile &a, ManagedFile &b, const char *format, ...) {
-    va_list ap;
-    va_start(ap, format);
-    std::string text = vstrprintf(format, ap);
-    va_end(ap);
-    a.write(text);
-    b.write(text);
-}
-
 // "+admin" (the administrators group) and the administrator's name, each in
 // double quotes: the administrators keep their rights on every share
 // whatever its lists say.
-std::string admin_list(ksdb_handle *h, sqlite3 *db) {
+int admin_list(ksdb_handle *h, sqlite3 *db, ExportContext &ctx) {
+    if (ctx.admin) return 0;
     std::optional<std::string> name;
     if (sql_scalar(h, db, nullptr, KSDB_TAG, &name, kAdminNameQuery) != 0) {
         KSDB_ERR(h, "Failed DB Query for cifs service\n");
         name.reset();
     }
-    return "\"+admin\",\"" + name.value_or("Administrator") + "\"";
-}
-
-// A one-line side file of the share's configuration folder.
-void put_side_file(ksdb_handle *h, const char *volume, const char *share, const char *name,
-                   const std::string &text) {
-    std::string live;
-    if (share_conf_path(h, volume, share, name, &live) != 0) return;
-    std::string path = effective_path(h, live);
-    if (ksdb_file_put_one_line(path.c_str(), text.c_str()) != 0)
-        KSDB_WARN(h, "Cannot write %s\n", path.c_str());
-}
-
-// Compares an access word as the database does (the column ignores case).
-bool access_is(const char *access, const char *word) {
-    return access && strcasecmp(access, word) == 0;
+    const std::string admin = name.value_or("Administrator");
+    if (int rc = guard_value(h, admin, rules::kSambaListEntry,
+                             {"service_cifs", "domain_admin_user", "cifs"}))
+        return rc;
+    ctx.admin = "\"+admin\",\"" + admin + "\"";
+    return 0;
 }
 
 // The access lines of a share section by its default access.
-void write_access_lines(ManagedFile &target, ManagedFile &own, const char *access,
-                        const AclLists &acl, const std::string &admin, const char *guest) {
+void write_access_lines(std::string &out, const char *access, const AclLists &acl,
+                        const std::string &admin, const char *guest) {
     const std::string &rd = acl.read;
     const std::string &wr = acl.write;
-    if (access_is(access, "disabled")) {
+    const char *a = admin.c_str();
+    if (shares::access_is(access, "disabled")) {
         // Nobody but the listed accounts and the administrators.
         if (rd.empty() && !wr.empty()) {
-            print2(target, own, "  write list = %s,%s\n", wr.c_str(), admin.c_str());
-            print2(target, own, "  valid users = %s,%s%s\n", wr.c_str(), admin.c_str(), guest);
+            out += strprintf("  write list = %s,%s\n", wr.c_str(), a);
+            out += strprintf("  valid users = %s,%s%s\n", wr.c_str(), a, guest);
         } else if (rd.empty()) {
-            print2(target, own, "  write list = %s\n", admin.c_str());
-            print2(target, own, "  valid users = %s%s\n", admin.c_str(), guest);
+            out += strprintf("  write list = %s\n", a);
+            out += strprintf("  valid users = %s%s\n", a, guest);
         } else if (!wr.empty()) {
-            print2(target, own, "  read list = %s\n", rd.c_str());
-            print2(target, own, "  write list = %s,%s\n", wr.c_str(), admin.c_str());
-            print2(target, own, "  valid users = %s,%s%s\n", acl.valid.c_str(), admin.c_str(),
-                   guest);
+            out += strprintf("  read list = %s\n", rd.c_str());
+            out += strprintf("  write list = %s,%s\n", wr.c_str(), a);
+            out += strprintf("  valid users = %s,%s%s\n", acl.valid.c_str(), a, guest);
         } else {
-            print2(target, own, "  read list = %s\n", rd.c_str());
-            print2(target, own, "  write list = %s\n", admin.c_str());
-            print2(target, own, "  valid users = %s,%s%s\n", rd.c_str(), admin.c_str(), guest);
+            out += strprintf("  read list = %s\n", rd.c_str());
+            out += strprintf("  write list = %s\n", a);
+            out += strprintf("  valid users = %s,%s%s\n", rd.c_str(), a, guest);
         }
-    } else if (access_is(access, "readonly")) {
+    } else if (shares::access_is(access, "readonly")) {
         if (!wr.empty())
-            print2(target, own, "  write list = %s,%s\n", wr.c_str(), admin.c_str());
+            out += strprintf("  write list = %s,%s\n", wr.c_str(), a);
         else
-            print2(target, own, "  write list = %s\n", admin.c_str());
+            out += strprintf("  write list = %s\n", a);
     } else {
-        if (!rd.empty()) print2(target, own, "  read list = %s\n", rd.c_str());
-        print2(target, own, "  writeable = 1\n");
+        if (!rd.empty()) out += strprintf("  read list = %s\n", rd.c_str());
+        out += "  writeable = 1\n";
     }
 }
 
 // The include line of the first application on the share that brings a
 // readable Samba include file (the target file only): at most one per
-// share.
-void write_application_include(ksdb_handle *h, sqlite3 *db, ManagedFile &target,
-                               const char *dataset, const char *share) {
+// share.  Every application name is checked before any file is looked at.
+int application_include(ksdb_handle *h, sqlite3 *db, const char *dataset, const char *share,
+                        std::string *out) {
     SqlTable apps;
     if (apps.query(h, db, KSDB_TAG,
-                   "SELECT A.app_name FROM `$application_on_share` A WHERE A.zfs_name=%Q",
+                   "SELECT A.app_name,length(CAST(A.app_name AS BLOB)) FROM "
+                   "`$application_on_share` A WHERE A.zfs_name=%Q",
                    dataset) != SQLITE_OK) {
         KSDB_WARN(h, "Failed DB Query for applications on share '%s'\n", share);
-        return;
+        return 0;
     }
+    std::vector<std::string> names;
     for (int r = 0; r < apps.rows(); ++r) {
-        const char *app = apps.str(r, 0);
+        std::optional<std::string> app = shares::exact_text(apps.at(r, 0), apps.at(r, 1));
+        if (!app) continue;
+        const std::string row = std::string(dataset) + ":" + *app;
+        if (int rc = guard_value(h, *app, shares::rules::kAppName,
+                                 {"$application_on_share", "app_name", row}))
+            return rc;
+        names.push_back(std::move(*app));
+    }
+    for (const std::string &app : names) {
         const std::string candidates[] = {
-            strprintf("/apps/%s/etc/samba.include", app),
-            strprintf("/apps/%s/etc/samba.include.x86_64", app),
-            strprintf("/apps/%s/etc/samba.%s.include.x86_64", share, app),
+            "/apps/" + app + "/etc/samba.include",
+            "/apps/" + app + "/etc/samba.include.x86_64",
+            "/apps/" + std::string(share) + "/etc/samba." + app + ".include.x86_64",
         };
         for (const std::string &live : candidates) {
-            if (access(effective_path(h, live).c_str(), R_OK) == 0) {
-                target.printf("  include = %s\n", live.c_str());
-                return;
+            if (fs::readable(h, live)) {
+                *out = "  include = " + live + "\n";
+                return 0;
             }
         }
     }
+    return 0;
 }
 
 // A mask string: "0664" or "0777" with its group and other digits taken
@@ -318,159 +326,219 @@ std::string mask_string(const char *base, const char *group, const char *other) 
     return m;
 }
 
-// Copies the section of a USB share from the USB Shares.conf into the
-// share's own file below the USB configuration folder.  A section header
-// that contains the share name anywhere switches copying on, any other
-// header switches it off.
-int copy_usb_section(ksdb_handle *h, const char *share) {
-    std::string live;
-    if (share_conf_path(h, kUsbConfVolume, share, "samba", &live) != 0) return 0;
-    ManagedFile own(h, ksdb_file_spec{live.c_str(), 98, 98, 0644});
-    if (!own.ok()) {
-        KSDB_ERR(h, "Cannot open temporary file of cifs share conf for write (%s)\n",
-                 std::strerror(errno));
-        return KSDB_E_FILE;
+// One share as the export writes it.
+struct Section {
+    std::string name, volume;
+    bool usb = false;      // the USB Shares.conf is its target
+    std::string text;      // the section, in the target and in the share's own file
+    std::string include;   // the application include, in the target only
+    std::string recycle, type, snapdir;  // the side files' lines
+};
+
+// Builds the section of one row, checking every value it writes: 0, 3 when
+// the access lists cannot be read, or 4.
+int build_section(ksdb_handle *h, sqlite3 *db, ExportContext &ctx, const SqlTable &rows, int r,
+                  Section *s) {
+    auto col = [&](int c) { return rows.at(r, c); };
+    auto exact = [&](int c, int bytes) { return shares::exact_text(col(c), col(bytes)); };
+    s->name = exact(kName, kNameBytes).value_or("");
+    s->volume = col(kVolume);
+    const std::string &name = s->name;
+    auto from = [&](const char *table, const char *column) {
+        return ValueSource{table, column, name};
+    };
+    if (int rc = shares::guard_share_name(h, name, from("share", "name"))) return rc;
+    const std::string path = exact(kPath, kPathBytes).value_or("");
+    if (int rc = guard_value(h, path, shares::rules::kSharePath, from("share", "path"))) return rc;
+    // The comment column arrives in double quotes (NULL stays NULL); a
+    // stored NUL byte cuts the quoted text short of its closing quote.
+    const char *quoted = col(kQuotedComment);
+    if (quoted) {
+        const size_t len = std::strlen(quoted);
+        const long long bytes = std::strtoll(rows.str(r, kCommentBytes), nullptr, 10);
+        const bool cut = static_cast<long long>(len) < bytes + 2;
+        std::string comment(quoted + 1, cut ? len - 1 : len - 2);
+        if (cut) comment.push_back('\0');
+        if (int rc = guard_value(h, comment, rules::kSambaValue, from("share", "comment")))
+            return rc;
     }
-    if (FILE *in = ksdb_file_open(h, kUsbSharesConf, "r")) {
-        char line[1024];
-        bool copying = false;
-        while (std::fgets(line, sizeof line, in)) {
-            if (line[0] == '[') copying = std::strstr(line, share) != nullptr;
-            if (copying) own.write(line);
-        }
-        std::fclose(in);
+    s->usb = path.compare(0, 7, "/media/") == 0;
+    std::string &out = s->text;
+    out += "[" + name + "]\n";
+    out += "  path = " + path + "\n";
+    out += "  comment = " + std::string(quoted ? quoted : "") + "\n";
+    if (is_one(col(kHideShare))) out += "  browseable = 0\n";
+    const char *guest = "";
+    if (is_one(col(kGuestAccess))) {
+        if (int rc = guard_value(h, col(kGuestAccess), rules::kSambaValue,
+                                 from("cifs_share_option", "cifs_guest_access")))
+            return rc;
+        out += strprintf("  guest ok = %s\n", col(kGuestAccess));
+        guest = kGuestSuffix;
     }
-    return own.commit() != 0 ? KSDB_E_FILE : 0;
+    if (is_one(col(kEnableDfs))) out += "  msdfs root = yes\n";
+    if (is_one(col(kEnableMasks))) {
+        static const struct {
+            int column;
+            const char *name;
+        } kMasks[] = {{kGroupCreateMask, "cifs_group_create_mask"},
+                      {kEveryoneCreateMask, "cifs_everyone_create_mask"},
+                      {kGroupDirectoryMask, "cifs_group_directory_mask"},
+                      {kEveryoneDirectoryMask, "cifs_everyone_directory_mask"}};
+        for (const auto &m : kMasks)
+            if (non_empty(col(m.column)))
+                if (int rc = guard_value(h, std::string_view(col(m.column), 1),
+                                         rules::kSambaValue, from("cifs_share_option", m.name)))
+                    return rc;
+        std::string create = mask_string("0664", col(kGroupCreateMask), col(kEveryoneCreateMask));
+        out += "  force create mode = " + create + "\n";
+        out += "  create mask = " + create + "\n";
+        std::string dir =
+            mask_string("0777", col(kGroupDirectoryMask), col(kEveryoneDirectoryMask));
+        if (is_one(col(kNonOwnerDelete))) dir[0] = '1';  // the sticky bit
+        out += "  force directory mode = " + dir + "\n";
+        out += "  directory mask = " + dir + "\n";
+    }
+    if (int rc = admin_list(h, db, ctx)) return rc;
+    const std::string &admin = *ctx.admin;
+    out += "  admin users = " + admin + "\n";
+
+    const char *access = col(kAccess);
+    AclLists acl;
+    const long long share_id = std::strtoll(rows.str(r, kShareId), nullptr, 10);
+    if (int rc = _ksdb_cifs_selectdb_acl_list(h, db, ctx, share_id, name.c_str(),
+                                              access ? access : "", &acl))
+        return rc == KSDB_E_INVAL ? rc : static_cast<int>(KSDB_E_DB);
+
+    if (col(kAvailable) && std::strtol(col(kAvailable), nullptr, 10) == 0)
+        out += "  available = 0\n";
+    write_access_lines(out, access, acl, admin, guest);
+    if (!acl.invalid.empty()) out += "  invalid users = " + acl.invalid + "\n";
+    if (!acl.allowed_hosts.empty()) out += "  hosts allow = " + acl.allowed_hosts + "\n";
+    // Denied hosts stay commented out: Samba does not enforce them, and the
+    // importer reads them back from this line.
+    if (!acl.denied_hosts.empty()) out += "  #hosts allow = " + acl.denied_hosts + "\n";
+
+    const int age = col(kRecycleAgeLimit) ? std::atoi(col(kRecycleAgeLimit)) : 0;
+    const int size = col(kRecycleMbLimit) ? std::atoi(col(kRecycleMbLimit)) : 0;
+    s->recycle = strprintf("%d,%d", age, size);
+
+    if (std::strtol(rows.str(r, kSnapshotEnabled), nullptr, 10) != 0)
+        out += "  follow symlinks = 1\n";
+    std::optional<std::string> force_user = exact(kForceUser, kForceUserBytes);
+    if (force_user && !force_user->empty()) {
+        if (int rc = guard_value(h, *force_user, shares::rules::kAccountValue,
+                                 {"$user", "uname", rows.str(r, kForceUserId)}))
+            return rc;
+        out += "  force user = " + *force_user + "\n";
+    }
+
+    s->type = exact(kType, kTypeBytes).value_or("share");
+    s->snapdir = exact(kVisibleSnapdir, kSnapdirBytes).value_or("");
+    if (int rc = guard_value(h, s->type, rules::kLine, from("share", "type"))) return rc;
+    if (int rc = guard_value(h, s->snapdir, rules::kLine, from("share", "visible_snapdir")))
+        return rc;
+    return application_include(h, db, rows.str(r, kDataset), name.c_str(), &s->include);
 }
 
-int _ksdb_cifs_share_share_export(ksdb_handle *h, sqlite3 *db) {
-    ManagedFile main_out(h, kSharesConf);
-    if (!main_out.ok()) {
-        KSDB_ERR(h, "Cannot open temporary file of cifs share conf for write (%s)\n",
-                 std::strerror(errno));
-        return KSDB_E_FILE;
-    }
-    ManagedFile usb_out(h, kUsbSharesConf);
-    if (!usb_out.ok()) {
-        // main_out closes and removes its temporary file on the way out.
-        KSDB_ERR(h, "Cannot open temporary file of usb share conf for write (%s)\n",
-                 std::strerror(errno));
-        return KSDB_E_FILE;
-    }
+// The first pass: every share's section, in name order.  Rows without a
+// volume are left out.
+int build_sections(ksdb_handle *h, sqlite3 *db, std::vector<Section> *out) {
     SqlTable rows;
     if (rows.query(h, db, KSDB_TAG, kShareQuery) != SQLITE_OK) {
         KSDB_ERR(h, "Failed DB Query for cifs share\n");
         return KSDB_E_DB;
     }
-
+    ExportContext ctx;
     for (int r = 0; r < rows.rows(); ++r) {
-        auto col = [&](int c) { return rows.at(r, c); };
-        const char *name = rows.str(r, kName);
-        const char *volume = col(kVolume);
-        if (!volume) continue;
-        std::string own_path;
-        if (share_conf_path(h, volume, name, "samba", &own_path) != 0) continue;
-        ManagedFile own(h, ksdb_file_spec{own_path.c_str(), 98, 98, 0644});
-        if (!own.ok()) {
-            KSDB_ERR(h, "Cannot open temporary file of cifs share conf for write (%s)\n",
-                     std::strerror(errno));
-            return KSDB_E_FILE;
-        }
-        const char *path = rows.str(r, kPath);
-        ManagedFile &target = std::strncmp(path, "/media/", 7) == 0 ? usb_out : main_out;
-
-        print2(target, own, "[%s]\n", name);
-        print2(target, own, "  path = %s\n", path);
-        print2(target, own, "  comment = %s\n", rows.str(r, kQuotedComment));
-        if (is_one(col(kHideShare))) print2(target, own, "  browseable = 0\n");
-        const char *guest = "";
-        if (is_one(col(kGuestAccess))) {
-            print2(target, own, "  guest ok = %s\n", col(kGuestAccess));
-            guest = kGuestSuffix;
-        }
-        if (is_one(col(kEnableDfs))) print2(target, own, "  msdfs root = yes\n");
-        if (is_one(col(kEnableMasks))) {
-            std::string create =
-                mask_string("0664", col(kGroupCreateMask), col(kEveryoneCreateMask));
-            print2(target, own, "  force create mode = %s\n", create.c_str());
-            print2(target, own, "  create mask = %s\n", create.c_str());
-            std::string dir =
-                mask_string("0777", col(kGroupDirectoryMask), col(kEveryoneDirectoryMask));
-            if (is_one(col(kNonOwnerDelete))) dir[0] = '1';  // the sticky bit
-            print2(target, own, "  force directory mode = %s\n", dir.c_str());
-            print2(target, own, "  directory mask = %s\n", dir.c_str());
-        }
-        const std::string admin = admin_list(h, db);
-        print2(target, own, "  admin users = %s\n", admin.c_str());
-
-        const char *access = col(kAccess);
-        AclLists acl;
-        if (_ksdb_cifs_selectdb_acl_list(h, db, name, access ? access : "", &acl) != 0)
-            return KSDB_E_DB;
-
-        if (col(kAvailable) && std::strtol(col(kAvailable), nullptr, 10) == 0)
-            print2(target, own, "  available = 0\n");
-        write_access_lines(target, own, access, acl, admin, guest);
-        if (!acl.invalid.empty())
-            print2(target, own, "  invalid users = %s\n", acl.invalid.c_str());
-        if (!acl.allowed_hosts.empty())
-            print2(target, own, "  hosts allow = %s\n", acl.allowed_hosts.c_str());
-        // Denied hosts stay commented out: Samba does not enforce them, and
-        // the importer reads them back from this line.
-        if (!acl.denied_hosts.empty())
-            print2(target, own, "  #hosts allow = %s\n", acl.denied_hosts.c_str());
-
-        const int age = col(kRecycleAgeLimit) ? std::atoi(col(kRecycleAgeLimit)) : 0;
-        const int size = col(kRecycleMbLimit) ? std::atoi(col(kRecycleMbLimit)) : 0;
-        put_side_file(h, volume, name, "recycle", strprintf("%d,%d", age, size));
-
-        if (std::strtol(rows.str(r, kSnapshotEnabled), nullptr, 10) != 0)
-            print2(target, own, "  follow symlinks = 1\n");
-        if (non_empty(col(kForceUser))) print2(target, own, "  force user = %s\n", col(kForceUser));
-
-        put_side_file(h, volume, name, "datasettype", col(kType) ? col(kType) : "share");
-        put_side_file(h, volume, name, "snapdir", rows.str(r, kVisibleSnapdir));
-
-        if (own.commit() != 0) return KSDB_E_FILE;
-
-        write_application_include(h, db, target, rows.str(r, kDataset), name);
-    }
-
-    // A USB file that cannot be replaced leaves the USB shares as they were;
-    // only the volume shares' file decides the result.
-    usb_out.commit();
-    if (main_out.commit() != 0) return KSDB_E_FILE;
-
-    for (int r = 0; r < rows.rows(); ++r) {
-        const char *volume = rows.at(r, kVolume);
-        if (!volume || std::strcmp(volume, "media") != 0) continue;
-        if (int rc = copy_usb_section(h, rows.str(r, kName))) return rc;
+        if (!rows.at(r, kVolume)) continue;
+        Section s;
+        if (int rc = build_section(h, db, ctx, rows, r, &s)) return rc;
+        out->push_back(std::move(s));
     }
     return 0;
 }
 
 // The DFS links, one line each: share id, folder, target address, target
-// share, volume and share, joined by "!!".
-int export_dfs(ksdb_handle *h, sqlite3 *db) {
-    ManagedFile out(h, kDfsConf);
-    if (!out.ok()) {
-        KSDB_ERR(h, "Cannot open temporary file of cifs dfs conf for write (%s)\n",
-                 std::strerror(errno));
-        return KSDB_E_FILE;
-    }
+// share, volume and share, joined by "!!".  A NULL value is written as the
+// C library prints a null string.
+int build_dfs(ksdb_handle *h, sqlite3 *db, std::string *out) {
     SqlTable links;
     if (links.query(h, db, KSDB_TAG,
-                    "SELECT D.share_id,D.folder,D.address,D.remote_share,D.volume,D.share FROM "
+                    "SELECT D.share_id,D.folder,D.address,D.remote_share,D.volume,D.share,"
+                    "length(CAST(D.share_id AS BLOB)),length(CAST(D.folder AS BLOB)),"
+                    "length(CAST(D.address AS BLOB)),length(CAST(D.remote_share AS BLOB)),"
+                    "length(CAST(D.volume AS BLOB)),length(CAST(D.share AS BLOB)) FROM "
                     "cifs_dfs_option D") != SQLITE_OK) {
         KSDB_ERR(h, "Failed DB Query for cifs_dfs_option\n");
         return KSDB_E_DB;
     }
-    // A NULL value is written as the C library prints a null string.
-    auto v = [&](int r, int c) { return links.at(r, c) ? links.at(r, c) : "(null)"; };
-    for (int r = 0; r < links.rows(); ++r)
-        out.printf("%s!!%s!!%s!!%s!!%s!!%s\n", v(r, 0), v(r, 1), v(r, 2), v(r, 3), v(r, 4),
-                   v(r, 5));
-    return out.commit() != 0 ? KSDB_E_FILE : 0;
+    static const char *const kColumns[] = {"share_id", "folder", "address",
+                                           "remote_share", "volume", "share"};
+    for (int r = 0; r < links.rows(); ++r) {
+        const std::string row = std::string(links.str(r, 0)) + "/" + links.str(r, 1);
+        for (int c = 0; c < 6; ++c) {
+            std::optional<std::string> v = shares::exact_text(links.at(r, c), links.at(r, c + 6));
+            if (v) {
+                if (int rc = guard_value(h, *v, kDfsField, {"cifs_dfs_option", kColumns[c], row}))
+                    return rc;
+            }
+            *out += v ? *v : "(null)";
+            *out += c < 5 ? "!!" : "\n";
+        }
+    }
+    return 0;
+}
+
+// The second pass: each share's side files and own file, then the two
+// global files, then the own copies of the USB shares.  A share whose
+// configuration folder cannot be prepared is left out of every file.
+int write_sections(ksdb_handle *h, const std::vector<Section> &sections, ManagedFile &main_out,
+                   ManagedFile &usb_out) {
+    std::string usb_text;
+    for (const Section &s : sections) {
+        const char *volume = s.volume.c_str(), *name = s.name.c_str();
+        std::string own_path;
+        if (share_conf_path(h, volume, name, "samba", &own_path) != 0) continue;
+        ManagedFile own(h, shares::share_file_spec(own_path));
+        if (!own.ok()) {
+            KSDB_ERR(h, "Cannot open temporary file of cifs share conf for write (%s)\n",
+                     std::strerror(errno));
+            return KSDB_E_FILE;
+        }
+        own.write(s.text);
+        const std::pair<const char *, const std::string *> side[] = {
+            {"recycle", &s.recycle}, {"datasettype", &s.type}, {"snapdir", &s.snapdir}};
+        for (const auto &[file, line] : side)
+            if (shares::write_side_file(h, volume, name, file, *line) != 0)
+                KSDB_WARN(h, "Cannot write %s.conf of share '%s'\n", file, name);
+        if (own.commit() != 0) return KSDB_E_FILE;
+        ManagedFile &target = s.usb ? usb_out : main_out;
+        target.write(s.text);
+        target.write(s.include);
+        if (s.usb) usb_text += s.text + s.include;
+    }
+    // A USB file that cannot be replaced leaves the USB shares as they were;
+    // only the volume shares' file decides the result.
+    usb_out.commit();
+    if (main_out.commit() != 0) return KSDB_E_FILE;
+
+    // Each USB share's own copy holds every section of the USB file whose
+    // header contains the share's name anywhere.
+    for (const Section &s : sections) {
+        if (s.volume != "media") continue;
+        std::string live;
+        if (share_conf_path(h, kUsbConfVolume, s.name.c_str(), "samba", &live) != 0) continue;
+        ManagedFile own(h, shares::share_file_spec(live));
+        if (!own.ok()) {
+            KSDB_ERR(h, "Cannot open temporary file of cifs share conf for write (%s)\n",
+                     std::strerror(errno));
+            return KSDB_E_FILE;
+        }
+        own.write(shares::sections_naming(usb_text, s.name));
+        if (own.commit() != 0) return KSDB_E_FILE;
+    }
+    return 0;
 }
 
 // Hands each user and group quota to the file-system attribute setter.  The
@@ -504,49 +572,66 @@ int export_quotas(ksdb_handle *h, sqlite3 *db) {
     return 0;
 }
 
+int export_all(ksdb_handle *h, sqlite3 *db) {
+    ManagedFile main_out(h, kSharesConf);
+    if (!main_out.ok()) {
+        KSDB_ERR(h, "Cannot open temporary file of cifs share conf for write (%s)\n",
+                 std::strerror(errno));
+        return KSDB_E_FILE;
+    }
+    ManagedFile usb_out(h, kUsbSharesConf);
+    if (!usb_out.ok()) {
+        // main_out closes and removes its temporary file on the way out.
+        KSDB_ERR(h, "Cannot open temporary file of usb share conf for write (%s)\n",
+                 std::strerror(errno));
+        return KSDB_E_FILE;
+    }
+    std::vector<Section> sections;
+    if (int rc = build_sections(h, db, &sections)) return rc;
+    std::string dfs;
+    if (int rc = build_dfs(h, db, &dfs)) return rc;
+
+    if (int rc = write_sections(h, sections, main_out, usb_out)) return rc;
+    ManagedFile dfs_out(h, kDfsConf);
+    if (!dfs_out.ok()) {
+        KSDB_ERR(h, "Cannot open temporary file of cifs dfs conf for write (%s)\n",
+                 std::strerror(errno));
+        return KSDB_E_FILE;
+    }
+    dfs_out.write(dfs);
+    if (dfs_out.commit() != 0) return KSDB_E_FILE;
+    return export_quotas(h, db);
+}
+
 // ---- import ------------------------------------------------------------------
 
-// The key/value pairs of one share section, in file order; a key given
-// twice keeps its last value.
-using KeyValues = std::vector<std::pair<std::string, std::string>>;
 // Parsed share sections by share name.
 using ShareConfs = std::map<std::string, KeyValues>;
-
-void set_key(KeyValues &kv, std::string key, std::string value) {
-    for (auto &entry : kv) {
-        if (entry.first == key) {
-            entry.second = std::move(value);
-            return;
-        }
-    }
-    kv.emplace_back(std::move(key), std::move(value));
-}
 
 bool look_ahead_skips(const char *following) {
     return following && (*following == '#' || *following == '$' || *following == ';');
 }
 
-// Reads one per-share samba.conf into `arg` (a ShareConfs), under the share
-// name the enumerator gives.  A share whose file cannot be parsed is
-// recorded as absent.
-int _ksdb_cifs_read_share_conf(ksdb_handle *h, sqlite3 *, const char *volume, const char *share,
-                               void *arg) {
-    auto &confs = *static_cast<ShareConfs *>(arg);
+// Reads one per-share samba.conf into `confs` under the share name the
+// enumerator gives.  A share whose file cannot be parsed is recorded as
+// absent.
+int _ksdb_cifs_read_share_conf(ksdb_handle *h, const char *volume, const char *share,
+                               ShareConfs &confs) {
     const std::string live = strprintf("/%s/._share/%s/samba.conf", volume, share);
-    if (access(effective_path(h, live).c_str(), R_OK) != 0) {
+    if (!shares::path_stays_inside(live)) return 0;
+    ConfFile conf(h, live);
+    if (conf.missing()) {
         KSDB_INFO(h, "This is not CIFS share. name = '%s/%s'\n", volume, share);
         return 0;
     }
-    std::optional<std::string> loaded = load_file(h, live.c_str());
-    if (!loaded) {
+    if (!conf.ok()) {
         KSDB_ERR(h, "Cannot load %s\n", live.c_str());
         confs.erase(share);
         return KSDB_E_FILE;
     }
-    std::string &text = *loaded;
     std::optional<KeyValues> section;
     bool two_sections = false;
-    for_each_joined_line(text.data(), [&](char *line, const char *following) {
+    conf.joined_lines([&](char *line, const char *following) {
         skip_space(&line);
         if (*line == '[') {
             if (section) {
@@ -565,9 +650,8 @@ int _ksdb_cifs_read_share_conf(ksdb_handle *h, sqlite3 *, const char *volume, co
         char *cursor = line;
         char *key = nullptr, *value = nullptr, *extra = nullptr;
         if (split(&cursor, "=", &key, &value, &extra, nullptr) != 2) return true;
-        key = ksdb_trim(key, " \t\r\n", " \t\r\n", 1);
-        value = ksdb_trim(value, " \t\r\n", " \t\r\n", 1);
-        set_key(*section, key, value);
+        section->set(ksdb_trim(key, " \t\r\n", " \t\r\n", 1),
+                     ksdb_trim(value, " \t\r\n", " \t\r\n", 1));
         return true;
     });
     if (two_sections || !section) {
@@ -679,59 +763,13 @@ void apply_key(cifs_share_info &rec, const std::string &key, const std::string &
     }
 }
 
-// The entries of a comma-separated list, each trimmed of blanks and of the
-// double quotes around it.  A list value loses only its outermost quotes
-// when it is read ("a","b" arrives as a","b), so a quote is removed at
-// either end of an entry on its own.  Empty entries are dropped.
-std::vector<std::string> list_entries(const std::optional<std::string> &list) {
-    std::vector<std::string> out;
-    if (!list) return out;
-    size_t start = 0;
-    while (start <= list->size()) {
-        size_t comma = list->find(',', start);
-        if (comma == std::string::npos) comma = list->size();
-        std::string_view e = trim_blanks(std::string_view(*list).substr(start, comma - start));
-        if (!e.empty() && e.front() == '"') e.remove_prefix(1);
-        if (!e.empty() && e.back() == '"') e.remove_suffix(1);
-        if (!e.empty()) out.emplace_back(e);
-        start = comma + 1;
-    }
-    return out;
-}
-
-int _ksdb_cifs_get_host_id(ksdb_handle *h, sqlite3 *db, const char *name, int *id) {
-    SqlTable t;
-    if (t.query(h, db, KSDB_TAG, "SELECT H.id FROM host H WHERE name=%Q", name) != SQLITE_OK ||
-        t.rows() > 1) {
-        KSDB_ERR(h, "Squery (SELECT host) fail.\n");
-        return -1;
-    }
-    if (t.rows() == 1) {
-        *id = std::atoi(t.str(0, 0));
-        return 0;
-    }
-    if (ksdb_sql_exec_mprintf(h, db, nullptr, KSDB_TAG, "INSERT INTO host (name) VALUES(%Q)",
-                              name) != SQLITE_OK) {
-        KSDB_ERR(h, "Squery (INSERT host) fail.\n");
-        return -1;
-    }
-    *id = static_cast<int>(sqlite3_last_insert_rowid(db));
-    return 0;
-}
-
 int insert_hosts(ksdb_handle *h, sqlite3 *db, int share_id, const std::optional<std::string> &list,
                  int rights, const char *failure) {
-    for (const std::string &host : list_entries(list)) {
+    if (!list) return 0;
+    for (const std::string &host : shares::split_list(*list)) {
         int host_id = 0;
-        if (_ksdb_cifs_get_host_id(h, db, host.c_str(), &host_id) != 0) return -1;
-        if (sql_insert_then_update(
-                h, db, KSDB_TAG,
-                sql_printf("INSERT OR IGNORE INTO host_acl (share_id,host_id,proto,read,write) "
-                           "VALUES(%d,%d,'cifs',%d,%d)",
-                           share_id, host_id, rights, rights),
-                sql_printf("UPDATE host_acl SET read=%d,write=%d WHERE share_id=%d AND "
-                           "host_id=%d AND proto='cifs'",
-                           rights, rights, share_id, host_id)) != SQLITE_OK) {
+        if (shares::get_host_id(h, db, host.c_str(), &host_id) != 0) return -1;
+        if (shares::put_host_acl(h, db, share_id, host_id, "cifs", rights, rights) != SQLITE_OK) {
             KSDB_ERR(h, "%s", failure);
             return -1;
         }
@@ -748,112 +786,73 @@ int insert_accounts(ksdb_handle *h, sqlite3 *db, int share_id, const cifs_share_
     const std::pair<const std::optional<std::string> *, int> lists[] = {
         {&rec.read_list, 1}, {&rec.write_list, 2}, {&rec.invalid_users, 3}};
     for (const auto &[list, level] : lists)
-        for (const std::string &name : list_entries(*list))
-            if (!ksdb_is_admin_user(h, name.c_str())) levels[name] = level;
+        if (*list)
+            for (const std::string &name : shares::split_list(**list))
+                if (!ksdb_is_admin_user(h, name.c_str())) levels[name] = level;
 
     for (const auto &[entry, level] : levels) {
-        std::string name = entry;
-        const bool group = name[0] == '@';
-        if (group) name.erase(0, 1);
-        const char *table = group ? "group" : "user";
-        const char key = group ? 'g' : 'u';
-        // A domain account is written DOMAIN\name and has a rid.
-        const size_t backslash = name.find('\\');
-        const bool domain = backslash != std::string::npos;
-        if (domain) name.erase(0, backslash + 1);
-        const char *rid = domain ? "NOT " : "";
-        const int read = level == 1 || level == 2;
-        const int write = level == 2;
-        if (sql_insert_then_update(
-                h, db, KSDB_TAG,
-                sql_printf("INSERT OR IGNORE INTO %s_acl (share_id,%s_id,proto,read,write) "
-                           "VALUES(%d,(SELECT id FROM '$%s' WHERE %cname=%Q AND rid IS "
-                           "%sNULL),'cifs',%d,%d)",
-                           table, table, share_id, table, key, name.c_str(), rid, read, write),
-                sql_printf("UPDATE %s_acl SET read=%d,write=%d WHERE share_id=%d AND "
-                           "%s_id=(SELECT id FROM '$%s' WHERE %cname=%Q AND rid IS %sNULL) AND "
-                           "proto='cifs'",
-                           table, read, write, share_id, table, table, key, name.c_str(),
-                           rid)) != SQLITE_OK) {
-            KSDB_ERR(h, "Failed DB insert into %s_acl\n", table);
+        const shares::AccountRef account = shares::parse_account(entry, true);
+        if (shares::put_account_acl(h, db, share_id, "cifs", account, level == 1 || level == 2,
+                                    level == 2) != SQLITE_OK) {
+            KSDB_ERR(h, "Failed DB insert into %s_acl\n", account.group ? "group" : "user");
             return -1;
         }
     }
     return 0;
 }
 
-// Reads a one-line side file of the share's configuration folder; false
-// when it cannot be read.
-bool get_side_file(ksdb_handle *h, const std::string &conf_dir, const char *file, size_t size,
-                   std::string *out) {
-    std::string path = effective_path(h, conf_dir + "/" + file);
-    std::vector<char> buf(size);
-    if (ksdb_file_get_one_line(path.c_str(), buf.data(), buf.size()) != 0) return false;
-    *out = buf.data();
-    return true;
-}
-
-// "/<volume>/<share>" with both parts non-empty and neither "..": the only
-// share paths the importer accepts (anything else could lead it out of the
-// volume).
-bool split_share_path(const std::string &path, std::string *volume, std::string *share) {
-    if (path.size() < 2 || path[0] != '/') return false;
-    const size_t slash = path.find('/', 1);
-    if (slash == std::string::npos || slash == 1 || slash + 1 >= path.size()) return false;
-    *volume = path.substr(1, slash - 1);
-    *share = path.substr(slash + 1);
-    size_t start = 1;
-    while (start <= path.size()) {
-        size_t end = path.find('/', start);
-        if (end == std::string::npos) end = path.size();
-        if (path.compare(start, end - start, "..") == 0) return false;
-        start = end + 1;
+// Makes a missing share folder: 0777 whatever the umask, owned by root (the
+// section carries no owner), so every user can write until an
+// administrator narrows it.  False (logged) when it cannot be made.
+bool make_share_folder(ksdb_handle *h, const std::string &path) {
+    KSDB_WARN(h, "'%s' not exist, ignored. Create it.\n", path.c_str());
+    if (!fs::make_dir(h, path, 0777)) {
+        int err = errno;
+        KSDB_WARN(h, "Error in mkdir(%s) %d (%s)\n", path.c_str(), err, std::strerror(err));
+        return false;
+    }
+    if (!fs::chown(h, path, 0, 0)) {
+        int err = errno;
+        KSDB_WARN(h, "Error in chown(%s) %d (%s)\n", path.c_str(), err, std::strerror(err));
+        return false;
     }
     return true;
 }
 
-// Writes one share into the share tables: 0 (also for a share whose missing
-// folder could not be made, which is skipped), or -1.
+// Writes one share into the share tables: 0 (also for a share that is
+// skipped: a path that would lead out of the file system's root, or a
+// missing folder that could not be made), or -1.
 int _ksdb_cifs_insertdb_share_info(ksdb_handle *h, sqlite3 *db, const cifs_share_info &rec) {
     const std::string path = rec.path.value_or("");
     const char *name = rec.name.c_str();
+    // A relative path, or one through "..", is never looked at: it could
+    // lead out of the volume (or the debug root).
+    if (!shares::path_stays_inside(path)) {
+        KSDB_ERR(h, "share path (%s) should be /vol/share format\n", path.c_str());
+        return 0;
+    }
+    // The folder first, then the form of its path: a share whose folder is
+    // missing and cannot be made is skipped, whatever its path.
+    struct stat st;
+    if (!fs::stat(h, path, &st)) {
+        if (!make_share_folder(h, path) || !fs::stat(h, path, &st)) return 0;
+    }
     std::string volume, share_dir;
-    // The form is checked before anything is made, so a refused share
-    // leaves no folder behind.
-    if (!split_share_path(path, &volume, &share_dir)) {
+    if (!shares::split_volume_share(path, &volume, &share_dir)) {
         KSDB_ERR(h, "share path (%s) should be /vol/share format\n", path.c_str());
         return -1;
     }
 
-    struct stat st;
-    if (ksdb_file_stat(h, path.c_str(), &st) != 0) {
-        KSDB_WARN(h, "'%s' not exist, ignored. Create it.\n", path.c_str());
-        // The section carries no owner: the new folder belongs to root, and
-        // its mode 0777 (set explicitly, whatever the umask) lets every user
-        // write until an administrator narrows it.
-        const std::string dir = effective_path(h, path);
-        if (mkdir(dir.c_str(), 0777) != 0) {
-            int err = errno;
-            KSDB_WARN(h, "Error in mkdir(%s) %d (%s)\n", path.c_str(), err, std::strerror(err));
-            return 0;
-        }
-        if (chown(dir.c_str(), 0, 0) != 0) {
-            int err = errno;
-            KSDB_WARN(h, "Error in chown(%s) %d (%s)\n", path.c_str(), err, std::strerror(err));
-            return 0;
-        }
-        chmod(dir.c_str(), 0777);
-        if (ksdb_file_stat(h, path.c_str(), &st) != 0) return 0;
-    }
-
     const std::string conf_dir = share_conf_dir(volume, share_dir);
-    std::string type, snapdir, recycle;
-    if (!get_side_file(h, conf_dir, "datasettype.conf", 32, &type)) type = "share";
-    if (!get_side_file(h, conf_dir, "snapdir.conf", 256, &snapdir)) snapdir.clear();
+    const std::string type =
+        shares::read_side_file(h, conf_dir, "datasettype.conf", 32).value_or("share");
+    const std::string snapdir =
+        shares::read_side_file(h, conf_dir, "snapdir.conf", 256).value_or("");
     // The recycle limits are read from the dataset-type file, not from
     // recycle.conf: kept so, which makes them 0 days and 25000 MB in
     // practice.
-    if (!get_side_file(h, conf_dir, "datasettype.conf", 64, &recycle)) recycle = "0,25000";
+    const std::string recycle =
+        shares::read_side_file(h, conf_dir, "datasettype.conf", 64).value_or("0,25000");
     int age_limit = 0, size_limit = 25000;
     std::sscanf(recycle.c_str(), "%64d,%64d", &age_limit, &size_limit);
 
@@ -893,10 +892,10 @@ int _ksdb_cifs_insertdb_share_info(ksdb_handle *h, sqlite3 *db, const cifs_share
     }
     const int share_id = std::atoi(id_row.str(0, 0));
 
-    const char *access = rec.readonly                               ? "readonly"
-                         : rec.writeable                            ? "writeable"
+    const char *access = rec.readonly                                   ? "readonly"
+                         : rec.writeable                                ? "writeable"
                          : rec.valid_users && !rec.valid_users->empty() ? "disabled"
-                                                                    : "readonly";
+                                                                        : "readonly";
     // The statement names cifs_recycle_age_limit twice and the size limit
     // column never: SQLite keeps the last assignment, so the age column
     // receives the size limit.  Kept exactly so.
@@ -936,29 +935,30 @@ int _ksdb_cifs_hash2db_share_info(ksdb_handle *h, sqlite3 *db, const ShareConfs 
     for (const auto &[share, pairs] : confs) {
         cifs_share_info rec;
         rec.name = share;
-        for (const auto &[key, value] : pairs) apply_key(rec, key, value);
+        for (const auto &[key, value] : pairs.items()) apply_key(rec, key, value);
         if (_ksdb_cifs_insertdb_share_info(h, db, rec) != 0) return -1;
     }
     return 0;
 }
 
-int insert_dfs_link(ksdb_handle *h, sqlite3 *db, int share_id, const char *volume,
-                    const char *share, const char *folder, const char *address,
-                    const char *remote_share) {
+void insert_dfs_link(ksdb_handle *h, sqlite3 *db, int share_id, const char *volume,
+                     const char *share, const char *folder, const char *address,
+                     const char *remote_share) {
     if (ksdb_sql_exec_mprintf(h, db, nullptr, KSDB_TAG,
                               "INSERT INTO cifs_dfs_option (share_id,volume,share,folder,address,"
                               "remote_share) VALUES(%d,%Q,%Q,%Q,%Q,%Q)",
                               share_id, volume, share, folder, address,
                               remote_share) != SQLITE_OK)
         KSDB_ERR(h, "Failed to UPDATE cifs_dfs_option\n");
-    return 0;
 }
 
 // True when "ls -l" of the link shows it pointing at the address and share.
+// A link whose path would lead out of the share is not looked at.
 bool link_matches(ksdb_handle *h, const char *volume, const char *share, const char *folder,
                   const char *address, const char *remote_share) {
-    const std::string link = effective_path(h, strprintf("/%s/%s/%s", volume, share, folder));
-    const std::string cmd = "ls " + shell_quote(link) + " -l";
+    const std::string live = strprintf("/%s/%s/%s", volume, share, folder);
+    if (!shares::path_stays_inside(live)) return false;
+    const std::string cmd = "ls " + shell_quote(fs::real_path(h, live)) + " -l 2>/dev/null";
     Pipe ls(cmd.c_str(), "r");
     if (!ls) return false;
     char line[1024];
@@ -976,14 +976,13 @@ bool link_matches(ksdb_handle *h, const char *volume, const char *share, const c
 // four: the share is then the first one holding a link of that name to that
 // target.  The share id in the file is not used: shares are found by name.
 int _ksdb_cifs_dfs_import(ksdb_handle *h, sqlite3 *db) {
-    std::optional<std::string> loaded = load_file(h, kDfsConf);
-    if (!loaded) {
+    ConfFile conf(h, kDfsConf);
+    if (!conf.ok()) {
         KSDB_ERR(h, "Cannot load %s\n", kDfsConf);
         return 0;
     }
-    std::string &text = *loaded;
     int rc = 0;
-    for_each_line(text.data(), [&](char *line) {
+    conf.lines([&](char *line) {
         char *cursor = line;
         char *f[7] = {};
         int n = splitchr(&cursor, "!!", &f[0], &f[1], &f[2], &f[3], &f[4], &f[5], &f[6], nullptr);
@@ -1018,80 +1017,54 @@ int _ksdb_cifs_dfs_import(ksdb_handle *h, sqlite3 *db) {
     return rc;
 }
 
-}  // namespace
+// The share of a "path = /media/<share>" line of the USB file, or nullopt.
+std::optional<std::string> usb_share_of(std::string_view line) {
+    const size_t at = line.find("path = /");
+    if (at == std::string_view::npos) return std::nullopt;
+    std::string_view rest = line.substr(at + 8);
+    const size_t end = rest.find_first_of(" /");
+    if (end == std::string_view::npos || rest[end] != '/' || rest.substr(0, end) != "media")
+        return std::nullopt;
+    std::string share(rest.substr(end + 1));
+    if (share.empty() || value_refusal(share, rules::kPathComponent)) return std::nullopt;
+    return share;
+}
 
-int _ksdb_cifs_grant_cloud_users(ksdb_handle *h, sqlite3 *db, int share_id, const char *proto,
-                                 const char *access) {
-    SqlTable users;
-    if (users.query(h, db, KSDB_TAG,
-                    "SELECT uname FROM `$user` WHERE group_id IN (97,98) AND uname NOT IN "
-                    "('admin','ftp')") != SQLITE_OK) {
-        KSDB_ERR(h, "Failed DB Query for cloud user list\n");
-        return -1;
+int import_usb(ksdb_handle *h, sqlite3 *db) {
+    ShareConfs confs;
+    // An unreadable USB file is no error: there are no USB shares.
+    ConfFile conf(h, kUsbSharesConf);
+    if (conf.ok()) {
+        conf.lines([&](char *line) {
+            if (std::optional<std::string> share = usb_share_of(line))
+                _ksdb_cifs_read_share_conf(h, "media", share->c_str(), confs);
+            return true;
+        });
     }
-    int read = 0, write = 0;
-    if (access_is(access, "readonly")) {
-        read = 1;
-    } else if (access_is(access, "writeable")) {
-        read = 1;
-        write = 1;
-    }
-    for (int r = 0; r < users.rows(); ++r) {
-        if (ksdb_sql_exec_mprintf(h, db, nullptr, KSDB_TAG,
-                                  "INSERT OR IGNORE INTO user_acl (share_id,user_id,proto,read,"
-                                  "write) VALUES(%d,(SELECT id FROM `$user` WHERE uname=%Q),%Q,"
-                                  "%d,%d)",
-                                  share_id, users.str(r, 0), proto, read, write) != SQLITE_OK) {
-            KSDB_ERR(h, "Failed DB insert 'INSERT user_acl'\n");
-            return -1;
-        }
+    if (_ksdb_cifs_hash2db_share_info(h, db, confs) != 0) {
+        KSDB_ERR(h, "Cannot insert cifs share conf to database\n");
+        return KSDB_E_DB;
     }
     return 0;
 }
 
-}  // namespace ksdb
-
-int ksdb_cifs_share_export(ksdb_handle *h, sqlite3 *db) {
-    return ksdb::logged(h, KSDB_TAG, "ksdb_cifs_share_export", [&] {
-        if (int rc = ksdb::_ksdb_cifs_share_share_export(h, db)) return rc;
-        if (int rc = ksdb::export_dfs(h, db)) return rc;
-        return ksdb::export_quotas(h, db);
+int import_volume_shares(ksdb_handle *h, sqlite3 *db) {
+    ShareConfs confs;
+    int rc = shares::for_each_share_folder(h, db, [&](const char *volume, const char *share) {
+        return _ksdb_cifs_read_share_conf(h, volume, share, confs);
     });
+    if (rc != 0) return rc;
+    if (_ksdb_cifs_hash2db_share_info(h, db, confs) != 0) {
+        KSDB_ERR(h, "Cannot insert cifs share conf to database\n");
+        return KSDB_E_DB;
+    }
+    if (int dfs = _ksdb_cifs_dfs_import(h, db)) return dfs;
+    return ksdb_service_update_setting_by_share(h, db, "cifs");
 }
 
-int ksdb_cifs_share_import(ksdb_handle *h, sqlite3 *db) {
-    return ksdb::logged(h, KSDB_TAG, "ksdb_cifs_share_import", [&] {
-        ksdb::ShareConfs confs;
-        int rc = ksdb_foreach_share_subvolume(h, db, ksdb::_ksdb_cifs_read_share_conf, &confs, 0);
-        if (rc != 0) return rc;
-        if (ksdb::_ksdb_cifs_hash2db_share_info(h, db, confs) != 0) {
-            KSDB_ERR(h, "Cannot insert cifs share conf to database\n");
-            return static_cast<int>(KSDB_E_DB);
-        }
-        if (int dfs = ksdb::_ksdb_cifs_dfs_import(h, db)) return dfs;
-        return ksdb_service_update_setting_by_share(h, db, "cifs");
-    });
-}
+}  // namespace
+}  // namespace ksdb::cifs
 
-int ksdb_cifs_usb_share_import(ksdb_handle *h, sqlite3 *db) {
-    return ksdb::logged(h, KSDB_TAG, "ksdb_cifs_usb_share_import", [&] {
-        ksdb::ShareConfs confs;
-        if (FILE *in = ksdb_file_open(h, ksdb::kUsbSharesConf, "r")) {
-            char line[1024];
-            while (std::fgets(line, sizeof line, in)) {
-                const char *at = std::strstr(line, "path = ");
-                if (!at) continue;
-                char volume[64], rest[64];
-                if (std::sscanf(at, "path = /%63[^ /]/%63[^\n]", volume, rest) == 2 &&
-                    std::strcmp(volume, "media") == 0)
-                    ksdb::_ksdb_cifs_read_share_conf(h, db, volume, rest, &confs);
-            }
-            std::fclose(in);
-        }
-        if (ksdb::_ksdb_cifs_hash2db_share_info(h, db, confs) != 0) {
-            KSDB_ERR(h, "Cannot insert cifs share conf to database\n");
-            return static_cast<int>(KSDB_E_DB);
-        }
-        return 0;
-    });
-}
+KSDB_STEP(ksdb_cifs_share_export) { return ksdb::cifs::export_all(h, db); }
+KSDB_STEP(ksdb_cifs_share_import) { return ksdb::cifs::import_volume_shares(h, db); }
+KSDB_STEP(ksdb_cifs_usb_share_import) { return ksdb::cifs::import_usb(h, db); }

@@ -1,0 +1,9 @@
+INSERT INTO service_cifs (security,workgroup,domain_admin_user,user_home_directory,hostname_lookups) VALUES('ads','WG','dadmin',0,0);
+INSERT INTO _volume (id,lv_name,blk_size) VALUES('vol1','vol1',1024);
+INSERT INTO `$user` (id,uname,group_id,is_privileged,rid) VALUES(1000,'alice',100,0,5),(1001,'bob',100,0,6),(1004,'erin',100,0,7);
+INSERT INTO `$group` (id,gname,is_privileged,rid) VALUES(100,'staff',0,8),(101,'eng',0,9);
+INSERT INTO share (id,zfs_name,volume_id,name,path,comment,user_id,group_id) VALUES(6,'vol1/private','vol1','private','/vol1/private','Private',0,0);
+INSERT INTO cifs_share_option (share_id,available,cifs_access,cifs_guest_access) VALUES(6,1,'disabled',1);
+INSERT INTO zfs_attr (share_id) VALUES(6);
+INSERT INTO user_acl (share_id,user_id,proto,read,write) VALUES(6,1000,'cifs',1,0),(6,1001,'cifs',1,1),(6,1004,'cifs',0,0);
+INSERT INTO group_acl (share_id,group_id,proto,read,write) VALUES(6,101,'cifs',1,0),(6,100,'cifs',1,1);

@@ -1,0 +1,83 @@
+// The shares-common pieces that the CIFS cases do not reach: the strict
+// list reader, the access entries in the forms of the other protocols, the
+// access words and the line copy of USB shares.
+#define KSDB_MODULE "test_share_common"
+#include "shares/ksdb_share_common.h"
+#include "tests/support/test_support.h"
+
+using namespace ksdb_test;
+namespace shares = ksdb::shares;
+
+namespace {
+
+using Rows = std::vector<std::string>;
+
+class ShareCommonTest : public RootTest {
+  protected:
+    void SetUp() override {
+        ASSERT_EQ(ksdb_create(h(), db()), 0);
+        sql().exec(
+            "INSERT INTO `$user` (id,uname,group_id,is_privileged,rid) VALUES"
+            "(1000,'alice',100,0,NULL),(1001,'WG\\bob',100,0,NULL);"
+            "INSERT INTO `$group` (id,gname,is_privileged,rid) VALUES(100,'staff',0,NULL)");
+    }
+};
+
+}  // namespace
+
+TEST_F(ShareCommonTest, StrictListsKeepQuotedSeparatorsAndRefuseLongOrOpenNames) {
+    std::vector<std::string> out;
+    ASSERT_EQ(shares::split_list_strict(h(), "\"a, b\" ,c,, \"@d\"", ',', &out), 0);
+    EXPECT_EQ(out, (Rows{"a, b", "c", "@d"}));
+    ASSERT_EQ(shares::split_list_strict(h(), " h1\t\"my host\":x  h2 ", ' ', &out), 0);
+    EXPECT_EQ(out, (Rows{"h1", "my host", "h2"}));
+    EXPECT_EQ(shares::split_list_strict(h(), "a,\"open", ',', &out), KSDB_E_FILE);
+    EXPECT_EQ(shares::split_list_strict(h(), std::string(128, 'x'), ',', &out), KSDB_E_FILE);
+    EXPECT_EQ(shares::split_list_strict(h(), std::string(127, 'x'), ',', &out), 0);
+    const std::string text = log();
+    EXPECT_NE(text.find("(error) Name is too long or unterminated '\"'.\n"), std::string::npos);
+    EXPECT_NE(text.find("(error) Name is too long.\n"), std::string::npos);
+    // The loose reader drops a quote at either end of each entry on its own.
+    EXPECT_EQ(shares::split_list("a\",\"b , \"c\"", ','), (Rows{"a", "b", "c"}));
+}
+
+TEST_F(ShareCommonTest, AccountAndHostEntriesInEveryProtocolsForm) {
+    // Without domain marks the whole name counts (a backslash included);
+    // an unknown account is skipped; without the update an entry is kept.
+    auto put = [&](const char *entry, int read, int write, bool update) {
+        return shares::put_account_acl(h(), db(), 7, "afp", shares::parse_account(entry, false),
+                                       read, write, update);
+    };
+    EXPECT_EQ(put("WG\\bob", 1, 1, true), SQLITE_OK);
+    EXPECT_EQ(put("@staff", 1, 0, true), SQLITE_OK);
+    EXPECT_EQ(put("nobody", 1, 0, true), SQLITE_OK);
+    EXPECT_EQ(put("WG\\bob", 0, 0, false), SQLITE_OK);
+    EXPECT_EQ(sql().rows("SELECT share_id,user_id,proto,read,write FROM user_acl"),
+              Rows{"7|1001|afp|1|1"});
+    EXPECT_EQ(sql().rows("SELECT share_id,group_id,proto,read,write FROM group_acl"),
+              Rows{"7|100|afp|1|0"});
+
+    int id = 0, again = 0;
+    ASSERT_EQ(shares::get_host_id(h(), db(), "pc1", &id, "Query"), 0);
+    ASSERT_EQ(shares::get_host_id(h(), db(), "pc1", &again, "Query"), 0);
+    EXPECT_EQ(id, again);
+    EXPECT_EQ(shares::put_host_acl_root(h(), db(), 7, id, "nfs", 1, 1, "ins\n", "upd\n"), 0);
+    EXPECT_EQ(shares::put_host_acl(h(), db(), 7, id, "rsync", 1, 1), SQLITE_OK);
+    EXPECT_EQ(sql().rows("SELECT proto,read,write,root FROM host_acl ORDER BY proto"),
+              (Rows{"nfs|1|1|1", "rsync|1|1|0"}));
+    sql().exec("DROP TABLE host_acl");
+    EXPECT_EQ(shares::put_host_acl_root(h(), db(), 7, id, "nfs", 0, 0, "ins\n", "upd\n"),
+              KSDB_E_DB);
+    EXPECT_NE(log().find("(error) ins\n"), std::string::npos);
+}
+
+TEST_F(ShareCommonTest, AccessWordsAndUsbLineCopies) {
+    EXPECT_STREQ(shares::access_word(1), "writeable");
+    EXPECT_STREQ(shares::access_word(7), "disabled");
+    EXPECT_EQ(shares::access_index("ReadOnly"), 0);
+    EXPECT_EQ(shares::access_index("other"), -1);
+    EXPECT_EQ(shares::access_rights("WRITEABLE").write, 1);
+    EXPECT_EQ(shares::lines_naming("\"/media/usb\" *(ro)\n\"/vol1/a\" *(rw)\n\"/media/usbdisk\"\n",
+                                   "usb"),
+              "\"/media/usb\" *(ro)\n\"/media/usbdisk\"\n");
+}
