@@ -178,7 +178,7 @@ TEST_F(FileUtilsTest, LoadHonoursMaxLenAndStripsTrailingNuls) {
 // Every reader refuses a FIFO, a folder, a device and a file beyond the
 // limit, at once (a FIFO opened blocking would hang: the alarm ends that).
 TEST_F(FileUtilsTest, ReadersTakeRegularFilesOnlyAndNeverBlock) {
-    alarm(30);
+    alarm(10);
     mkdirs(at("/etc/dir"));
     ASSERT_EQ(mkfifo(at("/etc/fifo").c_str(), 0644), 0);
     ASSERT_EQ(symlink("/dev/zero", at("/etc/device").c_str()), 0);
