@@ -391,8 +391,9 @@ typedef struct ksdb_observer {
     void (*file)(void *arg, const char *target, const char *tmp_path, int phase, int status);
     void *arg;
     /* A managed file was committed (status 0) or could not be (status
-     * non-zero, the target as it was): `outcome` is one of KSDB_FILE_*,
-     * what the commit did or would have done. */
+     * non-zero: the target as it was, unless only the final flush of its
+     * folder failed): `outcome` is one of KSDB_FILE_*, what the commit did
+     * or would have done. */
     void (*file_done)(void *arg, const char *target, int outcome, int status);
 } ksdb_observer;
 /* Installs `observer` (copied) for the calling thread; NULL removes it. */
