@@ -370,17 +370,31 @@ KSDB_API int ksdb_category_steps(int category, int direction, ksdb_step_info *st
  * schema is not current (run ksdb_create); 3 when a statement fails. */
 KSDB_API int ksdb_connect(ksdb_handle *handle, sqlite3 *db);
 
+/* What a commit of a managed file did to its target (the `outcome` of
+ * ksdb_observer.file_done). */
+#define KSDB_FILE_UNCHANGED 0 /* same content, owner and mode: nothing written */
+#define KSDB_FILE_CHANGED 1   /* new content replaced the old file */
+#define KSDB_FILE_NEW 2       /* there was no file at the target */
+#define KSDB_FILE_FIXED 3     /* same content; only owner or mode were set */
+
 /* Progress of the driver and of the managed-file layer, reported on the
  * calling thread to an observer the caller installs (for progress displays
- * and reports of replaced files).  Any member may be NULL. */
+ * and reports of replaced files).  Any member may be NULL; zero the whole
+ * record before filling it, so members added later stay NULL. */
 typedef struct ksdb_observer {
     /* A step of an import or export begins (phase 0) or ends (phase 1, with
      * its status). */
     void (*step)(void *arg, const char *name, int phase, int status);
     /* A managed file is about to be put in place (phase 0: `tmp_path` holds
-     * the new content) or has been (phase 1, with the status of the update). */
+     * the new content; it is the target itself when the content is already
+     * there) or has been (phase 1, with the status of the update). */
     void (*file)(void *arg, const char *target, const char *tmp_path, int phase, int status);
     void *arg;
+    /* A managed file was committed (status 0) or could not be (status
+     * non-zero: the target as it was, unless only the final flush of its
+     * folder failed): `outcome` is one of KSDB_FILE_*, what the commit did
+     * or would have done. */
+    void (*file_done)(void *arg, const char *target, int outcome, int status);
 } ksdb_observer;
 /* Installs `observer` (copied) for the calling thread; NULL removes it. */
 KSDB_API void ksdb_set_observer(const ksdb_observer *observer);
@@ -425,15 +439,26 @@ KSDB_API int ksdb_file_spec_lookup(const char *path, ksdb_file_spec *spec);
 /* The managed file table, in its fixed order; *count receives its length. */
 KSDB_API const ksdb_file_spec *ksdb_file_spec_table(size_t *count);
 
+/* The readers take regular files only (a FIFO, a device or a folder is
+ * refused without blocking) of at most KSDB_FILE_READ_LIMIT bytes to read. */
+#define KSDB_FILE_READ_LIMIT (32u << 20)
 KSDB_API char *ksdb_file_load(ksdb_handle *handle, const char *path, size_t max_len, size_t *len);
+/* Read modes open regular files only; write modes never follow a symbolic
+ * link at the path. */
 KSDB_API FILE *ksdb_file_open(ksdb_handle *handle, const char *path, const char *mode);
+/* A new private file (mode 0600, made exclusively) below ROOT/tmp. */
 KSDB_API FILE *ksdb_file_open_tempfile(ksdb_handle *handle, const ksdb_file_spec *spec,
                                        char **tmp_path);
+/* Puts the content of `tmp_path` at the managed file through the one
+ * writer (compared first; a private file beside the target, flushed, given
+ * owner and mode, the old file kept as <target>.bak, one rename) and
+ * removes `tmp_path`: 0, or 5 with the target and `tmp_path` as they were. */
 KSDB_API int ksdb_file_update(ksdb_handle *handle, const ksdb_file_spec *spec,
                               const char *tmp_path);
 KSDB_API int ksdb_file_stat(ksdb_handle *handle, const char *path, struct stat *st);
 KSDB_API void ksdb_file_unlink(ksdb_handle *handle, const char *path);
-/* Single-line files; these take the path as it stands (no debug root). */
+/* Single-line files; these take the path as it stands (no debug root).
+ * The writer keeps an existing file's owner and mode (else 0644). */
 KSDB_API int ksdb_file_get_one_line(const char *path, char *buf, size_t size);
 KSDB_API int ksdb_file_put_one_line(const char *path, const char *text);
 

@@ -50,14 +50,18 @@ TEST_F(MiscTest, TemplateReplacesEachFieldByItsValue) {
     EXPECT_EQ(write({"a{SQL{SELECT 1}}b{SQL{SELECT 2}}c\n"}, out), 0);
     EXPECT_EQ(out, "a1b2c\n");
 
-    db_.exec("CREATE TABLE service_ftp(force_ftps TEXT); INSERT INTO service_ftp VALUES('1');");
+    db_.exec("CREATE TABLE lang(val TEXT); INSERT INTO lang VALUES('zh_TW');"
+             "CREATE TABLE t(v TEXT); INSERT INTO t VALUES('{SQL{SELECT 9}}');");
     EXPECT_EQ(write({"<Global>\n",
-                     "  TLSRequired {SQL{SELECT CASE WHEN force_ftps='1' THEN 'on' ELSE 'off' "
-                     "END FROM service_ftp}}\n\n",
-                     "", "tail without newline", "}}x{SQL{SELECT 'y'}}"},
+                     "{SQL{SELECT CASE WHEN S.val LIKE 'zh%%' THEN 'cp950' ELSE 'utf8' END FROM "
+                     "lang S}} {SQL{SELECT '100%%'}}\n",
+                     "", "x{SQL{SELECT 1 WHERE 0}}y [{SQL{SELECT NULL}}] <{SQL{}}>\n",
+                     "v={SQL{SELECT v FROM t}}\n", "a {SQL{ b\n", "}}x{SQL{SELECT 'y'}}"},
                     out),
               0);
-    EXPECT_EQ(out, "<Global>\n  TLSRequired on\n\ntail without newline}}xy");
+    // No row, NULL and an empty query write nothing; a value is never
+    // scanned again; an unclosed field is text.
+    EXPECT_EQ(out, "<Global>\ncp950 100%\nxy [] <>\nv={SQL{SELECT 9}}\na {SQL{ b\n}}xy");
 }
 
 TEST_F(MiscTest, TemplateValuesDoNotGrowTheCallersPool) {
@@ -74,20 +78,6 @@ TEST_F(MiscTest, TemplateValuesDoNotGrowTheCallersPool) {
     h()->call_pool = nullptr;
     EXPECT_EQ(after, before + 8);
     EXPECT_EQ(out, "x=a long enough value to notice\n");
-}
-
-TEST_F(MiscTest, TemplateWithoutPiecesWritesNothing) {
-    std::string out;
-    EXPECT_EQ(write({}, out), 0);
-    EXPECT_EQ(out, "");
-    EXPECT_EQ(ksdb_template_write(h(), db_, stdout, nullptr), 0);
-}
-
-TEST_F(MiscTest, TemplateFieldWithoutRowOrWithNullWritesNothing) {
-    std::string out;
-    EXPECT_EQ(write({"x{SQL{SELECT 1 WHERE 0}}y\n", "[{SQL{SELECT NULL}}]\n", "<{SQL{}}>\n"}, out),
-              0);
-    EXPECT_EQ(out, "xy\n[]\n<>\n");
 }
 
 TEST_F(MiscTest, TemplateStopsWithStatus3WhenAQueryGivesTwoRowsOrFails) {
@@ -132,16 +122,6 @@ TEST_F(MiscTest, TemplateRunsA2047CharacterQueryAndRefuses2048) {
     EXPECT_NE(log().find("Buffer too small.\n"), std::string::npos);
 }
 
-TEST_F(MiscTest, TemplateQueryWritesPercentSignsDoubled) {
-    db_.exec("CREATE TABLE lang(val TEXT); INSERT INTO lang VALUES('zh_TW');");
-    std::string out;
-    EXPECT_EQ(write({"{SQL{SELECT CASE WHEN S.val LIKE 'zh%%' THEN 'cp950' ELSE 'utf8' END FROM "
-                     "lang S}} {SQL{SELECT '100%%'}}\n"},
-                    out),
-              0);
-    EXPECT_EQ(out, "cp950 100%\n");
-}
-
 TEST_F(MiscTest, TemplateRefusesAQueryWithAFormatDirective) {
     // A query is a format used without arguments: "%s" would read an
     // argument that is not there, so the field fails instead.
@@ -149,21 +129,23 @@ TEST_F(MiscTest, TemplateRefusesAQueryWithAFormatDirective) {
     EXPECT_EQ(write({"a\n", "{SQL{SELECT '%s'}}\n"}, out), 3);
     EXPECT_EQ(out, "a\n");
     EXPECT_NE(log().find("Query Error for embed sql: SELECT '%s'\n"), std::string::npos);
-}
-
-TEST_F(MiscTest, TemplateWritesValuesAndUnclosedFieldsLiterally) {
-    db_.exec("CREATE TABLE t(v TEXT); INSERT INTO t VALUES('{SQL{SELECT 9}}');");
-    std::string out;
-    EXPECT_EQ(write({"v={SQL{SELECT v FROM t}}\n", "a {SQL{ b\n", "c {SQL{SELECT 1} }\n"}, out),
-              0);
-    EXPECT_EQ(out, "v={SQL{SELECT 9}}\na {SQL{ b\nc {SQL{SELECT 1} }\n");
-}
-
-TEST_F(MiscTest, TemplateFieldsDoNotNest) {
-    // The query ends at the first "}}": the inner opener becomes SQL text
-    // and the query fails.
-    std::string out;
+    // Fields do not nest: the query ends at the first "}}" and fails.
     EXPECT_EQ(write({"{SQL{SELECT {SQL{SELECT 1}}}}\n"}, out), 3);
+    EXPECT_EQ(ksdb_template_write(h(), db_, stdout, nullptr), 0);
+}
+
+TEST_F(MiscTest, TemplateRefusesAValueThatWouldAddALine) {
+    db_.exec("CREATE TABLE t(v TEXT); INSERT INTO t VALUES('ok'), ('a\ninjected = yes'), ('b\rc');");
+    std::string out;
+    EXPECT_EQ(write({"first\n", "x = {SQL{SELECT v FROM t WHERE rowid=1}}\n"}, out), 0);
+    for (int row = 2; row <= 3; ++row) {
+        const std::string piece = "y = {SQL{SELECT v FROM t WHERE rowid=" + std::to_string(row) + "}}\n";
+        EXPECT_EQ(write({"first\n", piece.c_str(), "never\n"}, out), KSDB_E_INVAL) << row;
+        EXPECT_EQ(out, "first\n") << row;
+    }
+    EXPECT_NE(log().find("Refused template.field of 'SELECT v FROM t WHERE rowid=2': a line feed in a line\n"),
+              std::string::npos)
+        << log();
 }
 
 // ---- command helpers -------------------------------------------------------------
@@ -206,16 +188,6 @@ TEST(MiscCommand, ExecScanfAndSafeSystem) {
     EXPECT_EQ(WEXITSTATUS(st), 0);
 }
 
-TEST(MiscCommand, CategoryNames) {
-    EXPECT_STREQ(ksdb_cat2str(0), "NONE");
-    EXPECT_STREQ(ksdb_cat2str(13), "VOLUME");
-    EXPECT_STREQ(ksdb_cat2str(21), "CIFS_SHARE");
-    EXPECT_STREQ(ksdb_cat2str(38), "DICTIONARY");
-    EXPECT_STREQ(ksdb_cat2str(46), "REPLISYNC_KEY");
-    EXPECT_STREQ(ksdb_cat2str(47), "UNKNOWN");
-    EXPECT_STREQ(ksdb_cat2str(-1), "UNKNOWN");
-}
-
 // ---- accounts ----------------------------------------------------------------------
 
 TEST_F(MiscTest, IsAdminUser) {
@@ -223,15 +195,11 @@ TEST_F(MiscTest, IsAdminUser) {
     EXPECT_EQ(ksdb_is_admin_user(h(), "admin"), 1);
     EXPECT_EQ(ksdb_is_admin_user(h(), "administrator"), 1);
     EXPECT_EQ(ksdb_is_admin_user(h(), "@ADMIN"), 0);
-    EXPECT_EQ(ksdb_is_admin_user(h(), "@admin"), 0);
     EXPECT_EQ(ksdb_is_admin_user(h(), "root"), 0);
     EXPECT_EQ(ksdb_is_admin_user(h(), "admin2"), 0);
-    EXPECT_EQ(ksdb_is_admin_user(h(), ""), 0);
-}
-
-TEST_F(MiscTest, IsAdminUserAssertsOnNull) {
     EXPECT_DEATH(ksdb_is_admin_user(h(), nullptr), "username");
 }
+
 
 TEST_F(MiscTest, AdminUsers) {
     // No service_cifs table: the query fails, the list still has a value.
@@ -274,21 +242,17 @@ TEST_F(MiscTest, GuestIds) {
 
 TEST(MiscNames, CheckDomainName) {
     EXPECT_EQ(ksdb_check_domain_name("nas1.local"), 0);
-    EXPECT_EQ(ksdb_check_domain_name("a"), 0);
     EXPECT_EQ(ksdb_check_domain_name("my_nas-2.corp.example"), 0);
     EXPECT_EQ(ksdb_check_domain_name(nullptr), -EAGAIN);
     EXPECT_EQ(ksdb_check_domain_name(""), -EAGAIN);
     EXPECT_EQ(ksdb_check_domain_name("-nas"), 1);
     EXPECT_EQ(ksdb_check_domain_name(".nas"), 1);
     EXPECT_EQ(ksdb_check_domain_name("nas 1"), 2);
-    EXPECT_EQ(ksdb_check_domain_name("nas/1"), 2);
     EXPECT_EQ(ksdb_check_domain_name("n\xc3\xa4s"), 2);
     EXPECT_EQ(ksdb_check_domain_name("nas..local"), 4);
     EXPECT_EQ(ksdb_check_domain_name("nas.local."), 4);
     EXPECT_EQ(ksdb_check_domain_name("192.168.1.10"), 4);
-    EXPECT_EQ(ksdb_check_domain_name("12345"), 4);
     EXPECT_EQ(ksdb_check_domain_name("nas.123"), 4);
-    EXPECT_EQ(ksdb_check_domain_name("nas.1-_"), 4);
 
     const std::string longest = std::string(255, 'a');
     EXPECT_EQ(ksdb_check_domain_name(longest.c_str()), 0);
@@ -304,13 +268,9 @@ TEST(MiscNames, CheckDomainName) {
 
 TEST(MiscNames, Units) {
     EXPECT_EQ(ksdb_div_unit(1536, 0), 1u);
-    EXPECT_EQ(ksdb_div_unit(1536, 1), 1u);
-    EXPECT_EQ(ksdb_div_unit(2047, 0), 1u);
-    EXPECT_EQ(ksdb_div_unit(2048, 0), 2u);
     EXPECT_EQ(ksdb_div_unit(1999, 1), 1u);
     EXPECT_EQ(ksdb_mul_unit(2, 0), 2048u);
     EXPECT_EQ(ksdb_mul_unit(2, 1), 2000u);
-    EXPECT_EQ(ksdb_mul_unit(UINT64_C(1) << 40, 0), UINT64_C(1) << 50);
 }
 
 // ---- files and commands under a debug root ------------------------------------
@@ -388,29 +348,16 @@ TEST_F(VfatTest, HostileDeviceNameReachesGrepAsOneWord) {
     EXPECT_EQ(runs(), 3u);
 }
 
-TEST_F(VfatTest, OverlongCommandIsRefusedNotCut) {
+TEST_F(VfatTest, OverlongOptionLikeOrEmptyNamesAreNotLookedUp) {
     // "mount |grep " + 'name' + " |grep vfat" must fit 247 characters.
     const std::string fits(222, 'd'), too_long(223, 'd');
     table(fits + "1 on /mnt type vfat (rw)\n");
     EXPECT_EQ(ksdb_check_vfat(h(), fits.c_str()), 1);
     EXPECT_EQ(runs(), 1u);
-    EXPECT_EQ(ksdb_check_vfat(h(), too_long.c_str()), 0);
-    EXPECT_EQ(runs(), 1u);
-    EXPECT_NE(log().find("device name too long"), std::string::npos);
-
-    // Quoting counts: 60 single quotes become 240 characters.
-    const std::string quotes(60, '\'');
-    EXPECT_EQ(ksdb_check_vfat(h(), quotes.c_str()), 0);
-    EXPECT_EQ(runs(), 1u);
-}
-
-TEST_F(VfatTest, OptionLikeOrEmptyNamesAreNotLookedUp) {
-    table("/dev/sdz1 on /mnt/usb type vfat (rw)\n");
-    EXPECT_EQ(ksdb_check_vfat(h(), "-r"), 0);
-    EXPECT_EQ(ksdb_check_vfat(h(), "--file=/etc/shadow"), 0);
-    EXPECT_EQ(ksdb_check_vfat(h(), ""), 0);
+    for (const std::string &name : {too_long, std::string(60, '\''), std::string("-r"), std::string("")})
+        EXPECT_EQ(ksdb_check_vfat(h(), name.c_str()), 0) << name;
     EXPECT_EQ(ksdb_check_vfat(h(), nullptr), 0);
-    EXPECT_EQ(runs(), 0u);
+    EXPECT_EQ(runs(), 1u);
 }
 
 }  // namespace

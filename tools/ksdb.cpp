@@ -418,7 +418,10 @@ int cmd_diff(const Options &o, const std::vector<std::string> &args) {
                 files.insert(rel.string());
         }
         for (const auto &f : files) {
-            if (f.rfind("tmp/", 0) == 0 || f.rfind("var/log/", 0) == 0) continue;
+            // The writer keeps each replaced file as <name>.bak: a backup,
+            // not something the export made.
+            if (f.rfind("tmp/", 0) == 0 || f.rfind("var/log/", 0) == 0 || f.ends_with(".bak"))
+                continue;
             fs::path before = source / f, after = scratch / f;
             if (fs::exists(before) && fs::exists(after) && same_content(before, after)) continue;
             if (print_diff("/" + f, before, after)) ++changed;

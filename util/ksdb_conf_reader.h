@@ -11,6 +11,8 @@
 
 #include "core/ksdb_internal.h"
 
+#include <sys/types.h>
+
 #include <cstring>
 #include <optional>
 #include <string>
@@ -22,7 +24,7 @@ namespace ksdb {
 
 // The largest file an importer reads (a passwd file of 100,000 accounts is
 // about 6 MiB).  Larger files are refused with status 5, never allocated.
-constexpr size_t kConfFileLimit = 32u << 20;
+constexpr size_t kConfFileLimit = KSDB_FILE_READ_LIMIT;
 
 // Walks a NUL-terminated text line by line, in place: every newline is
 // replaced by NUL and fn(line) is called with the line (without its
@@ -72,6 +74,36 @@ void for_each_joined_line(char *text, Fn &&fn) {
     }
 }
 
+// Why a file could not be read (read_regular_file).
+enum class ReadError {
+    kNone,
+    kMissing,     // nothing at the path (or a path component is not a folder)
+    kOpen,        // open(2) failed otherwise (permissions, a symbolic-link loop ...)
+    kNotRegular,  // a FIFO, a device, a socket or a folder
+    kTooLarge,    // more bytes to read than the limit
+    kMemory,      // no memory for the text
+    kRead,        // read(2) failed
+};
+
+struct ReadResult {
+    ReadError error = ReadError::kNone;
+    int err = 0;         // errno of the failing call
+    mode_t mode = 0;     // the file's mode (kNotRegular)
+    long long size = 0;  // the file's size (kTooLarge)
+    explicit operator bool() const { return error == ReadError::kNone; }
+};
+
+// The one way the library reads a file, at a real path (the debug root
+// already applied), logging nothing.  The file is opened without blocking
+// (a FIFO planted under the name cannot stall the reader) and judged on the
+// open descriptor (a file swapped in after a check cannot slip through):
+// only a regular file is read.  At most `max_len` bytes are read when it is
+// non-zero; more than `limit` bytes to read refuse the file.  Symbolic
+// links are followed: readers read what the administrator points them to.
+// Never throws.
+ReadResult read_regular_file(const std::string &path, std::string *text,
+                             size_t limit = kConfFileLimit, size_t max_len = 0) noexcept;
+
 // One configuration file, read whole into scratch memory.
 class ConfFile {
   public:
@@ -109,9 +141,10 @@ class ConfFile {
 };
 
 // Reads a file into `text` with the rules of ConfFile: 0, or KSDB_E_FILE
-// (with *missing set when the file does not exist).
+// (with *missing set when the file does not exist).  At most `max_len`
+// bytes are read when it is non-zero.  Trailing NUL bytes are dropped.
 int read_conf_file(ksdb_handle *h, std::string_view live_path, std::string *text, bool *missing,
-                   size_t limit = kConfFileLimit);
+                   size_t limit = kConfFileLimit, size_t max_len = 0);
 
 // ---- taking a line apart ------------------------------------------------------
 

@@ -1,23 +1,23 @@
 // The managed-file layer: the table of files the library writes with their
-// owners and modes, loading and opening files below the debug root, the
-// temporary-file / backup / replace cycle every exporter goes through, the
-// per-share configuration folders and a few line-oriented helpers.
+// owners and modes, loading and opening files below the debug root, the C
+// calls of the temporary-file / replace cycle (both through the one writer,
+// ksdb_file_writer.cpp), the per-share configuration folders and the share
+// enumerator, and a few line-oriented helpers.
 #define KSDB_MODULE "ksdb_file_utils"
 #include "util/ksdb_file_utils.h"
 
-#include "platform/platform.h"
+#include "util/ksdb_fs.h"
 #include "util/ksdb_misc_utils.h"
 #include "util/ksdb_raii.h"
 
 #include <apr_strings.h>
 #include <fcntl.h>
 #include <fnmatch.h>
-#include <sys/random.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <atomic>
 #include <cctype>
+#include <cstdarg>
 #include <cerrno>
 #include <climits>
 #include <cstdio>
@@ -28,6 +28,7 @@
 #include <new>
 #include <string>
 #include <utility>
+#include <vector>
 
 namespace ksdb {
 namespace {
@@ -123,21 +124,6 @@ bool spec_matches(const ksdb_file_spec &entry, const char *path) {
     return std::strcmp(entry.path, path) == 0;
 }
 
-
-// Writes all of [buf, buf + n) to fd, across partial writes.
-bool write_all(int fd, const char *buf, size_t n) {
-    while (n > 0) {
-        ssize_t w = ::write(fd, buf, n);
-        if (w < 0) {
-            if (errno == EINTR) continue;
-            return false;
-        }
-        buf += w;
-        n -= static_cast<size_t>(w);
-    }
-    return true;
-}
-
 // open(2) flags for an fopen mode string.
 int open_flags(const char *mode) {
     int flags = 0;
@@ -154,18 +140,6 @@ int open_flags(const char *mode) {
     return flags;
 }
 
-// Makes `dir` and any missing parent, each with mode 0755.  Only missing
-// components are made, so below a debug root nothing above the root is
-// touched (the root itself exists).
-bool make_dirs(const std::string &dir) {
-    struct stat st;
-    if (dir.empty()) return true;
-    if (stat(dir.c_str(), &st) == 0) return S_ISDIR(st.st_mode);
-    size_t slash = dir.rfind('/');
-    if (slash != std::string::npos && slash > 0 && !make_dirs(dir.substr(0, slash))) return false;
-    if (mkdir(dir.c_str(), 0755) == 0) return true;
-    return errno == EEXIST && stat(dir.c_str(), &st) == 0 && S_ISDIR(st.st_mode);
-}
 
 // True when `name` has no ".." path component, so that a volume, share or
 // file name cannot lead a path out of the volume (or the debug root).
@@ -194,31 +168,13 @@ bool conf_value_span(const char *line, const char **value, size_t *len) {
     return true;
 }
 
-// Reports a file replacement to the observer the calling thread installed.
-void observe_file(const std::string &target, const char *tmp_path, int phase, int status) {
-    const ksdb_observer *obs = current_observer();
-    if (obs && obs->file) obs->file(obs->arg, target.c_str(), tmp_path, phase, status);
-}
-
-void random_letters(char letters[6]) {
-    static const char kAlphabet[] =
-        "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789";
-    unsigned char r[6];
-    if (getrandom(r, sizeof r, 0) != static_cast<ssize_t>(sizeof r)) {
-        for (auto &b : r) b = static_cast<unsigned char>(ksdb_rand());
-    }
-    for (int i = 0; i < 6; ++i) letters[i] = kAlphabet[r[i] % (sizeof kAlphabet - 1)];
-}
-
-std::atomic<TempLetters> g_temp_letters{random_letters};
-
 // Creates "<dir>/<name>.XXXXXX" with fresh letters, exclusively and with
 // mode 0600: O_EXCL never opens or follows a file or a symbolic link that
 // someone placed under the name; such a name is given up for new letters.
 int create_exclusive(const std::string &dir, const char *name, std::string &path) {
     for (int attempt = 0; attempt < 1000; ++attempt) {
         char letters[6];
-        g_temp_letters.load()(letters);
+        draw_temp_letters(letters);
         path = dir + "/" + name + "." + std::string(letters, sizeof letters);
         int fd = open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600);
         if (fd >= 0 || errno != EEXIST) return fd;
@@ -254,117 +210,125 @@ FILE *open_tempfile(ksdb_handle *h, const ksdb_file_spec *fspec, std::string &tm
     return fp;
 }
 
-// The part of ksdb_file_update after the temporary file was found.
-int update_file(ksdb_handle *h, const ksdb_file_spec *fspec, const char *tmp_path,
-                const std::string &target) {
-    std::string backup = target + ".bak";
 
-    // Keep the old file as <target>.bak until the new one is in place.
-    bool have_backup = false;
-    for (int attempt = 0; attempt < 5; ++attempt) {
-        int rc = _copy_file(target.c_str(), backup.c_str());
-        if (rc == 0) {
-            have_backup = true;
-            break;
+// The folders of the volume below the root (the debug root or "/") that
+// hold a "._share" folder: the share volumes.  Neither may be a link.
+std::vector<std::string> share_volumes(const ksdb_handle *h) {
+    std::vector<std::string> out;
+    const std::string root = effective_path(h, "");
+    for (const std::string &name : fs::list_dir(h, "/")) {
+        struct stat st;
+        const std::string vol = root + "/" + name;
+        if (::lstat(vol.c_str(), &st) != 0 || !S_ISDIR(st.st_mode)) continue;
+        if (::lstat((vol + "/._share").c_str(), &st) != 0 || !S_ISDIR(st.st_mode)) continue;
+        out.push_back(name);
+    }
+    return out;
+}
+
+// The subvolumes of one share volume as the file-system tool lists them.
+// Below a debug root, where the tool cannot list them (a plain tree
+// standing for the appliance), the volume's folders stand for them.  false
+// when the tool cannot be started.
+bool volume_subvolumes(const ksdb_handle *h, const std::string &volume,
+                       std::vector<std::string> *names) {
+    const std::string dir = fs::real_path(h, "/" + volume + "/._share/..");
+    const std::string cmd = "btrfs subvolume list " + shell_quote(dir) + " 2>/dev/null";
+    std::string output;
+    int status;
+    {
+        Pipe pipe(cmd.c_str(), "re");
+        if (!pipe) return false;
+        char buf[4096];
+        size_t n;
+        while ((n = std::fread(buf, 1, sizeof buf, pipe.get())) > 0) output.append(buf, n);
+        status = pipe.close();
+    }
+    if (status == 0) {
+        *names = parse_subvolume_list(output);
+    } else if (debug_root_set(h)) {
+        names->clear();
+        for (const std::string &name : fs::list_dir(h, "/" + volume)) {
+            struct stat st;
+            if (fs::lstat(h, "/" + volume + "/" + name, &st) && S_ISDIR(st.st_mode))
+                names->push_back(name);
         }
-        if (rc == -1) {
-            KSDB_DEBUG(h, "move(%s,%s) failed (source not exist)\n", target.c_str(), backup.c_str());
-            size_t slash = target.rfind('/');
-            if (slash != std::string::npos && slash > 0) {
-                std::string dir = target.substr(0, slash);
-                if (!make_dirs(dir)) KSDB_DEBUG(h, "Cannot mkdir(%s)\n", dir.c_str());
+    } else {
+        names->clear();
+    }
+    return true;
+}
+
+int foreach_share_subvolume(ksdb_handle *h, sqlite3 *db, ksdb_share_subvolume_fn callback,
+                            void *arg, int stop_on_error) {
+    for (const std::string &volume : share_volumes(h)) {
+        std::vector<std::string> names;
+        if (!volume_subvolumes(h, volume, &names)) {
+            KSDB_ERR(h, "Cannot popen 'find / -name ._share'\n");
+            return KSDB_E_SPAWN;
+        }
+        for (const std::string &subvolume : names) {
+            std::string name = subvolume;
+            if (name[0] == '.') {
+                // Hidden subvolumes count only as the folder of a share
+                // whose configuration folder exists.
+                name.erase(0, 1);
+                if (!fs::is_dir(h, share_conf_dir(volume, name))) continue;
             }
-            break;
+            int rc = callback(h, db, volume.c_str(), name.c_str(), arg);
+            if (rc != 0 && stop_on_error) return rc;
         }
-        if (errno == EAGAIN) {
-            usleep(10000);
-            continue;
-        }
-        // The target stays where it is; the new file is moved over it.  A
-        // partial .bak left by the failed copy is not a backup and is
-        // never moved back.
-        KSDB_ERR(h, "Unexpected error %d\n", errno);
-        break;
     }
+    return 0;
+}
 
-    auto fail = [&](int rc) {
-        KSDB_ERR(h, "Failed to update %s ('mv %s %s', 'mv %s %s')\n", target.c_str(), target.c_str(),
-                 backup.c_str(), tmp_path, target.c_str());
-        return rc;
-    };
-    // Puts the previous file back after a failed step.
-    auto restore = [&] {
-        if (have_backup) _copy_file(backup.c_str(), target.c_str());
-    };
+// The first line of a single-line file as ksdb_file_get_one_line reads it
+// into buf: lines are taken as fgets takes them, at most size - 1 bytes at
+// a time, until one that does not begin with white space.
+int get_one_line(const char *fname, char *buf, size_t sz_buf) {
+    buf[0] = '\0';
+    std::string text;
+    if (sz_buf < 2 || !read_regular_file(fname, &text)) return -1;
+    size_t pos = 0;
+    while (pos < text.size()) {
+        size_t nl = text.find('\n', pos);
+        size_t n = (nl == std::string::npos ? text.size() : nl + 1) - pos;
+        if (n > sz_buf - 1) n = sz_buf - 1;
+        std::memcpy(buf, text.data() + pos, n);
+        buf[n] = '\0';
+        pos += n;
+        // Lines beginning with white space are continuation or comment
+        // lines; the first other line is the value.
+        if (!std::isspace(static_cast<unsigned char>(buf[0]))) break;
+    }
+    if (buf[0] == '\0') return -1;
+    size_t len = std::strlen(buf);
+    while (len > 0 && (buf[len - 1] == '\n' || buf[len - 1] == '\r')) buf[--len] = '\0';
+    return 0;
+}
 
-    int rc = _copy_file(tmp_path, target.c_str());
-    if (rc != 0) {
-        int err = errno;
-        KSDB_ERR(h, "move(%s,%s) failed (rc=%d errno=%d). Reverting: %s-->%s\n", tmp_path,
-                 target.c_str(), rc, err, backup.c_str(), target.c_str());
-        restore();
-        return fail(rc);
+// The file behind `fname` as ksdb_file_update puts it in place: read with
+// the readers' rules, given to the writer, removed once it is in place.
+int update_from(ksdb_handle *h, const ksdb_file_spec *fspec, const char *tmp_path) {
+    std::string content;
+    const ReadResult r = read_regular_file(tmp_path, &content);
+    if (r.error == ReadError::kMissing) {
+        KSDB_INFO(h, "Skipping update of non-existent %s\n", tmp_path);
+        return 0;
     }
-    rc = chown(target.c_str(), static_cast<uid_t>(fspec->uid), static_cast<gid_t>(fspec->gid));
-    if (rc != 0) {
-        KSDB_ERR(h, "chown(%s,%d,%d) failed (errno=%d).\n", target.c_str(), fspec->uid, fspec->gid,
-                 errno);
-        restore();
-        return fail(rc);
+    if (!r) {
+        KSDB_ERR(h, "Cannot read %s (%s)\n", tmp_path,
+                 r.error == ReadError::kNotRegular ? "not a regular file"
+                 : r.error == ReadError::kTooLarge ? "too large"
+                                                    : std::strerror(r.err));
+        return KSDB_E_FILE;
     }
-    rc = chmod(target.c_str(), static_cast<mode_t>(fspec->mode));
-    if (rc != 0) {
-        KSDB_ERR(h, "chmod(%s,%04o) failed (errno=%d).\n", target.c_str(), fspec->mode, errno);
-        restore();
-        return fail(rc);
-    }
-    unlink(backup.c_str());
-    KSDB_INFO(h, "Update %s\n", target.c_str());
+    if (int rc = write_file(h, effective_path(h, fspec->path), *fspec, content)) return rc;
+    ::unlink(tmp_path);
     return 0;
 }
 
 }  // namespace
-
-int _copy_file(const char *source, const char *destination) {
-    struct stat st;
-    if (stat(source, &st) != 0) return -1;
-    if (rename(source, destination) == 0) return 0;
-    if (errno == ENOENT) return -ENOENT;
-
-    // Another file system (or a rename refused for another reason): copy.
-    Fd in(open(source, O_RDONLY | O_CLOEXEC));
-    if (in.get() < 0) return -11;
-    // Not truncated: a longer destination keeps its tail beyond the copy.
-    Fd out(open(destination, O_WRONLY | O_CREAT | O_CLOEXEC, 0644));
-    if (out.get() < 0) return -12;
-    constexpr size_t kChunk = 65536;
-    std::unique_ptr<char[]> buf(new (std::nothrow) char[kChunk]);
-    if (!buf) return -13;
-    off_t left = st.st_size;
-    while (left > 0) {
-        size_t want = left < static_cast<off_t>(kChunk) ? static_cast<size_t>(left) : kChunk;
-        ssize_t n = read(in.get(), buf.get(), want);
-        if (n < 0 && errno == EINTR) continue;
-        if (n <= 0) {
-            if (n == 0) errno = EIO;  // the source is shorter than it was
-            return -17;
-        }
-        if (!write_all(out.get(), buf.get(), static_cast<size_t>(n))) return -17;
-        left -= n;
-    }
-    if (::close(out.release()) != 0) return -17;
-
-    struct timespec times[2] = {st.st_atim, st.st_mtim};
-    if (utimensat(AT_FDCWD, destination, times, 0) != 0) return -14;
-    if (chown(destination, st.st_uid, st.st_gid) != 0) return -15;
-    if (chmod(destination, st.st_mode & 07777) != 0) return -16;
-    if (unlink(source) != 0) return -ESRCH;
-    return 0;
-}
-
-TempLetters set_temp_letters(TempLetters source) {
-    return g_temp_letters.exchange(source ? source : random_letters);
-}
 
 std::string share_conf_dir(std::string_view volume, std::string_view share) {
     std::string out = "/";
@@ -374,84 +338,29 @@ std::string share_conf_dir(std::string_view volume, std::string_view share) {
     return out;
 }
 
-std::string share_subvolume_command(const ksdb_handle *h) {
-    // find prints each "<volume>/._share" folder and then the subvolumes of
-    // that volume; awk turns the first into V=<volume> and each subvolume
-    // line into "V=<volume>,S=<name>".
-    static const char kAwk[] =
-        " | awk 'NF==1{sub(\"/._share\",\"\",$1);sub(/^\\//,\"\",$1);V=$1;next} "
-        "{print \"V=\" V \",S=\" $NF}'";
-    std::string cmd;
-    if (ksdb::debug_root_set(h)) {
-        // Below the root, with the folders printed relative to it, so the
-        // volume names come out as on the live system.  A debug root may be
-        // a plain tree standing for the appliance: where the file-system
-        // tool cannot list a volume's subvolumes, its folders stand for
-        // them, printed as the tool prints subvolumes.
-        cmd = "find " + ksdb::shell_quote(h->debug_root) +
-              " -maxdepth 2 -mindepth 2 -name ._share -type d -printf '%P\\n'"
-              " -exec sh -c 'btrfs subvolume list \"$1\" 2>/dev/null || find \"$1\" -mindepth 1"
-              " -maxdepth 1 -type d -printf \"ID 0 gen 0 top level 5 path %f\\n\"' sh {}/.. \\;" +
-              kAwk;
-    } else {
-        cmd = std::string("find / -maxdepth 2 -mindepth 2 -name ._share -type d -print"
-                          " -exec btrfs subvolume list {}/.. 2>/dev/null \\;") + kAwk;
+std::vector<std::string> parse_subvolume_list(std::string_view output) {
+    std::vector<std::string> out;
+    while (!output.empty()) {
+        const size_t nl = output.find('\n');
+        std::string_view line = output.substr(0, nl);
+        output = nl == std::string_view::npos ? std::string_view() : output.substr(nl + 1);
+        // "ID n gen n top level n path NAME": the fields before the name are
+        // numbers, so the first " path " ends them.
+        if (!line.starts_with("ID ")) continue;
+        const size_t at = line.find(" path ");
+        if (at == std::string_view::npos) continue;
+        std::string_view name = line.substr(at + 6);
+        if (!name.empty() && name.back() == '\r') name.remove_suffix(1);
+        if (!name.empty()) out.emplace_back(name);
     }
-    return cmd;
-}
-
-// The file loader behind ksdb_file_load and load_file: checks the file,
-// reads at most max_len bytes (all when 0) into the n-byte buffer alloc(n)
-// gives (the result pool, or a scratch string), terminates it and sets *len
-// without trailing NUL bytes.
-template <class Alloc>
-char *load_into(ksdb_handle *h, const char *fname, size_t max_len, size_t *len, Alloc &&alloc) {
-    *len = 0;
-    std::string path = effective_path(h, fname);
-    struct stat st;
-    if (stat(path.c_str(), &st) != 0) {
-        KSDB_INFO(h, "Cannot stat <%s>\n", path.c_str());
-        return nullptr;
-    }
-    if (!S_ISREG(st.st_mode) && !S_ISLNK(st.st_mode)) {
-        KSDB_ERR(h, "<%s> is not regular file. mode=%o\n", path.c_str(), st.st_mode);
-        return nullptr;
-    }
-    FILE *f = std::fopen(path.c_str(), "rbe");
-    if (!f) {
-        KSDB_ERR(h, "Cannot open <%s> for read\n", fname);
-        return nullptr;
-    }
-    std::unique_ptr<FILE, int (*)(FILE *)> closer(f, std::fclose);
-    size_t n = static_cast<size_t>(st.st_size);
-    if (max_len != 0 && max_len < n) n = max_len;
-    char *buf = alloc(n + 1);
-    if (!buf) {
-        KSDB_ERR(h, "Cannot allocate %zd bytes from pool\n", n + 1);
-        return nullptr;
-    }
-    if (std::fread(buf, 1, n, f) != n) {
-        KSDB_ERR(h, "Failed on fread() for shadow file\n");
-        return nullptr;
-    }
-    buf[n] = '\0';
-    if (n > 0 && buf[n - 1] == '\0') {
-        while (n > 0 && buf[n - 1] == '\0') --n;
-    }
-    *len = n;
-    return buf;
+    return out;
 }
 
 std::optional<std::string> load_file(ksdb_handle *h, const char *path, size_t max_len) {
     KSDB_ASSERT(path);
     std::string text;
-    size_t len = 0;
-    if (!load_into(h, path, max_len, &len, [&text](size_t n) {
-            text.resize(n);  // n - 1 bytes and the terminator's place
-            return text.data();
-        }))
-        return std::nullopt;
-    text.resize(len);
+    bool missing;
+    if (read_conf_file(h, path, &text, &missing, kConfFileLimit, max_len) != 0) return std::nullopt;
     return text;
 }
 
@@ -489,73 +398,13 @@ int share_conf_path(ksdb_handle *h, const char *volume, const char *share, const
     return 0;
 }
 
-// ---- ManagedFile -------------------------------------------------------------
-
-ManagedFile::ManagedFile(ksdb_handle *h, const ksdb_file_spec &spec)
-    : h_(h), path_(spec.path ? spec.path : ""), spec_(spec) {
-    spec_.path = path_.c_str();
-    open();
-}
-
-ManagedFile::ManagedFile(ksdb_handle *h, const char *live_path)
-    : h_(h), path_(live_path ? live_path : "") {
-    ksdb_file_spec_lookup(path_.c_str(), &spec_);
-    spec_.path = path_.c_str();
-    open();
-}
-
-ManagedFile::~ManagedFile() { abandon(); }
-
-void ManagedFile::open() {
-    fp_ = open_tempfile(h_, &spec_, tmp_path_);
-    owns_tmp_ = fp_ != nullptr;
-}
-
-void ManagedFile::printf(const char *format, ...) {
-    if (!fp_) return;
-    va_list ap;
-    va_start(ap, format);
-    std::vfprintf(fp_, format, ap);
-    va_end(ap);
-}
-
-void ManagedFile::write(std::string_view text) {
-    if (fp_ && !text.empty()) std::fwrite(text.data(), 1, text.size(), fp_);
-}
-
-int ManagedFile::commit() {
-    if (!fp_) {
-        abandon();
-        return KSDB_E_FILE;
-    }
-    // The content reaches the disk before the file takes the target's
-    // place, so a crash never leaves an empty file behind a valid name.
-    bool bad = std::fflush(fp_) != 0 || std::ferror(fp_) || fsync(fileno(fp_)) != 0;
-    bad = std::fclose(fp_) != 0 || bad;
-    fp_ = nullptr;
-    if (bad) {
-        abandon();
-        return KSDB_E_FILE;
-    }
-    int rc = ksdb_file_update(h_, &spec_, tmp_path_.c_str());
-    // After a successful update the name may already belong to another
-    // writer's new temporary file: it is no longer ours.  A failed move can
-    // leave the temporary file where it was: remove it.
-    if (rc == 0) owns_tmp_ = false;
-    abandon();
-    return rc;
-}
-
-void ManagedFile::abandon() {
-    if (fp_) std::fclose(fp_);
-    fp_ = nullptr;
-    if (owns_tmp_) unlink(tmp_path_.c_str());
-    owns_tmp_ = false;
-}
-
 }  // namespace ksdb
-
 // ---- C interface -----------------------------------------------------------------
+//
+// Every call runs inside the C boundary: no exception leaves the library.
+
+#define KSDB_C_CALL(fallback, ...) \
+    ksdb::boundary_value(h, KSDB_TAG, __func__, fallback, [&] { __VA_ARGS__ })
 
 extern "C" {
 
@@ -590,8 +439,21 @@ char *ksdb_file_load(ksdb_handle *h, const char *fname, size_t max_len, size_t *
     KSDB_ASSERT(fname);
     size_t ignored;
     if (!len) len = &ignored;
-    return ksdb::load_into(h, fname, max_len, len, [h](size_t n) {
-        return static_cast<char *>(apr_palloc(ksdb::result_pool(h), n));
+    *len = 0;
+    return KSDB_C_CALL(static_cast<char *>(nullptr), {
+        std::string text;
+        bool missing;
+        if (ksdb::read_conf_file(h, fname, &text, &missing, ksdb::kConfFileLimit, max_len) != 0)
+            return static_cast<char *>(nullptr);
+        char *buf = static_cast<char *>(apr_palloc(ksdb::result_pool(h), text.size() + 1));
+        if (!buf) {
+            KSDB_ERR(h, "Cannot allocate %zd bytes from pool\n", text.size() + 1);
+            return static_cast<char *>(nullptr);
+        }
+        std::memcpy(buf, text.data(), text.size());
+        buf[text.size()] = '\0';
+        *len = text.size();
+        return buf;
     });
 }
 
@@ -603,138 +465,120 @@ FILE *ksdb_file_open(ksdb_handle *h, const char *fname, const char *mode) {
         errno = EINVAL;
         return nullptr;
     }
-    std::string path = ksdb::effective_path(h, fname);
-    // Opened without blocking (a FIFO would wait for a writer) and checked
-    // on the open descriptor, so a file swapped in after a check cannot
-    // slip through.
-    ksdb::Fd fd(open(path.c_str(), flags | O_NONBLOCK | O_NOCTTY | O_CLOEXEC, 0644));
-    if (fd.get() < 0) return nullptr;
-    struct stat st;
-    if (fstat(fd.get(), &st) != 0) return nullptr;
-    if (!S_ISREG(st.st_mode)) {
-        errno = EINVAL;
-        return nullptr;
-    }
-    int fl = fcntl(fd.get(), F_GETFL);
-    if (fl >= 0) fcntl(fd.get(), F_SETFL, fl & ~O_NONBLOCK);
-    FILE *f = fdopen(fd.get(), mode);
-    if (f) fd.release();
-    return f;
+    return KSDB_C_CALL(static_cast<FILE *>(nullptr), {
+        std::string path = ksdb::effective_path(h, fname);
+        // Opened without blocking (a FIFO would wait for a writer), never
+        // through a link for writing, and checked on the open descriptor,
+        // so a file swapped in after a check cannot slip through.
+        const int extra = (flags & (O_WRONLY | O_RDWR)) ? O_NOFOLLOW : 0;
+        ksdb::Fd fd(open(path.c_str(), flags | extra | O_NONBLOCK | O_NOCTTY | O_CLOEXEC, 0644));
+        if (fd.get() < 0) return static_cast<FILE *>(nullptr);
+        struct stat st;
+        if (fstat(fd.get(), &st) != 0) return static_cast<FILE *>(nullptr);
+        if (!S_ISREG(st.st_mode)) {
+            errno = EINVAL;
+            return static_cast<FILE *>(nullptr);
+        }
+        if ((flags & O_ACCMODE) == O_RDONLY &&
+            static_cast<unsigned long long>(st.st_size) > ksdb::kConfFileLimit) {
+            errno = EFBIG;
+            return static_cast<FILE *>(nullptr);
+        }
+        int fl = fcntl(fd.get(), F_GETFL);
+        if (fl >= 0) fcntl(fd.get(), F_SETFL, fl & ~O_NONBLOCK);
+        FILE *f = fdopen(fd.get(), mode);
+        if (f) fd.release();
+        return f;
+    });
 }
 
 FILE *ksdb_file_open_tempfile(ksdb_handle *h, const ksdb_file_spec *fspec, char **tmp_path) {
     KSDB_ASSERT(tmp_path);
-    std::string path;
-    FILE *fp = ksdb::open_tempfile(h, fspec, path);
-    *tmp_path = apr_pstrdup(ksdb::result_pool(h), path.c_str());
-    if (!*tmp_path) {
-        KSDB_ERR(h, "Cannot open file for write: %s\n", path.c_str());
-        if (fp) {
-            std::fclose(fp);
-            unlink(path.c_str());
+    KSDB_ASSERT(fspec);
+    KSDB_ASSERT(fspec->path);
+    *tmp_path = nullptr;
+    return KSDB_C_CALL(static_cast<FILE *>(nullptr), {
+        std::string path;
+        FILE *fp = ksdb::open_tempfile(h, fspec, path);
+        *tmp_path = apr_pstrdup(ksdb::result_pool(h), path.c_str());
+        if (!*tmp_path) {
+            KSDB_ERR(h, "Cannot open file for write: %s\n", path.c_str());
+            if (fp) {
+                std::fclose(fp);
+                unlink(path.c_str());
+            }
+            return static_cast<FILE *>(nullptr);
         }
-        return nullptr;
-    }
-    return fp;
+        return fp;
+    });
 }
 
 int ksdb_file_update(ksdb_handle *h, const ksdb_file_spec *fspec, const char *tmp_path) {
     KSDB_ASSERT(fspec);
     KSDB_ASSERT(fspec->path);
     KSDB_ASSERT(tmp_path);
-    if (access(tmp_path, F_OK) != 0) {
-        KSDB_INFO(h, "Skipping update of non-existent %s\n", tmp_path);
-        return 0;
-    }
-    std::string target = ksdb::effective_path(h, fspec->path);
-    ksdb::observe_file(target, tmp_path, 0, 0);
-    int rc = ksdb::update_file(h, fspec, tmp_path, target);
-    ksdb::observe_file(target, tmp_path, 1, rc);
-    return rc;
+    return KSDB_C_CALL(static_cast<int>(KSDB_E_FILE), return ksdb::update_from(h, fspec, tmp_path););
 }
 
 int ksdb_file_stat(ksdb_handle *h, const char *fname, struct stat *st) {
     KSDB_ASSERT(fname);
-    std::string path = ksdb::effective_path(h, fname);
-    int rc = stat(path.c_str(), st);
-    if (rc != 0) KSDB_INFO(h, "Cannot stat %s. (rc=%d)\n", path.c_str(), rc);
-    return rc;
+    return KSDB_C_CALL(-1, {
+        std::string path = ksdb::effective_path(h, fname);
+        int rc = stat(path.c_str(), st);
+        if (rc != 0) KSDB_INFO(h, "Cannot stat %s. (rc=%d)\n", path.c_str(), rc);
+        return rc;
+    });
 }
 
 void ksdb_file_unlink(ksdb_handle *h, const char *fname) {
     KSDB_ASSERT(fname);
-    unlink(ksdb::effective_path(h, fname).c_str());
+    KSDB_C_CALL(0, return unlink(ksdb::effective_path(h, fname).c_str()););
 }
 
 int ksdb_file_get_one_line(const char *fname, char *buf, size_t sz_buf) {
     KSDB_ASSERT(fname);
     KSDB_ASSERT(buf);
     KSDB_ASSERT(sz_buf);
+    const ksdb_handle *h = nullptr;
     buf[0] = '\0';
-    if (FILE *f = std::fopen(fname, "re")) {
-        int n = sz_buf > INT_MAX ? INT_MAX : static_cast<int>(sz_buf);
-        // Lines beginning with white space are continuation or comment
-        // lines; the first other line is the value.
-        while (std::fgets(buf, n, f)) {
-            if (!std::isspace(static_cast<unsigned char>(buf[0]))) break;
-        }
-        std::fclose(f);
-    }
-    if (buf[0] == '\0') return -1;
-    size_t len = std::strlen(buf);
-    while (len > 0 && (buf[len - 1] == '\n' || buf[len - 1] == '\r')) buf[--len] = '\0';
-    return 0;
+    return KSDB_C_CALL(-1, return ksdb::get_one_line(fname, buf, sz_buf););
 }
 
 int ksdb_file_put_one_line(const char *fname, const char *text) {
     KSDB_ASSERT(fname);
-    FILE *f = std::fopen(fname, "we");
-    if (!f) return -1;
-    bool bad = std::fprintf(f, "%s\n", text ? text : "") < 0;
-    bad = std::fclose(f) != 0 || bad;
-    return bad ? -1 : 0;
+    ksdb_handle *h = nullptr;
+    return KSDB_C_CALL(-1, {
+        // Written like every other file; an existing file keeps its owner
+        // and mode.  The folder must exist, as for fopen.
+        const char *slash = std::strrchr(fname, '/');
+        struct stat st;
+        if (slash && slash != fname &&
+            (::stat(std::string(fname, slash).c_str(), &st) != 0 || !S_ISDIR(st.st_mode)))
+            return -1;
+        const ksdb_file_spec keep{fname, -1, -1, -1};
+        std::string line = std::string(text ? text : "") + "\n";
+        return ksdb::write_file(h, fname, keep, line) == 0 ? 0 : -1;
+    });
 }
 
 int ksdb_share_conf_spec(ksdb_handle *h, const char *volume, const char *share, const char *name,
                          ksdb_file_spec *fspec) {
     KSDB_ASSERT(fspec);
-    std::string path;
-    if (ksdb::share_conf_path(h, volume, share, name, &path) != 0) return -1;
-    fspec->path = apr_pstrdup(h->pool, path.c_str());
-    fspec->uid = 98;
-    fspec->gid = 98;
-    fspec->mode = 0644;
-    return 0;
+    return KSDB_C_CALL(-1, {
+        std::string path;
+        if (ksdb::share_conf_path(h, volume, share, name, &path) != 0) return -1;
+        fspec->path = apr_pstrdup(h->pool, path.c_str());
+        fspec->uid = 98;
+        fspec->gid = 98;
+        fspec->mode = 0644;
+        return 0;
+    });
 }
 
 int ksdb_foreach_share_subvolume(ksdb_handle *h, sqlite3 *db, ksdb_share_subvolume_fn callback,
                                  void *arg, int stop_on_error) {
-    std::string cmd = ksdb::share_subvolume_command(h);
-    ksdb::Pipe pipe(cmd.c_str(), "re");
-    if (!pipe) {
-        KSDB_ERR(h, "Cannot popen 'find / -name ._share'\n");
-        return KSDB_E_SPAWN;
-    }
-    char line[1024];
-    while (std::fgets(line, sizeof line, pipe.get())) {
-        char volume[64], subvolume[64];
-        if (std::sscanf(line, "V=%63[^,],S=%63[^\n]%*c", volume, subvolume) != 2) {
-            KSDB_ERR(h, "Fail parse line=%s\n", line);
-            continue;
-        }
-        const char *name = subvolume;
-        if (subvolume[0] == '.') {
-            // Hidden subvolumes count only as the folder of a share whose
-            // configuration folder exists.
-            name = subvolume + 1;
-            std::string dir = ksdb::effective_path(h, ksdb::share_conf_dir(volume, name));
-            struct stat st;
-            if (stat(dir.c_str(), &st) != 0 || !S_ISDIR(st.st_mode)) continue;
-        }
-        int rc = callback(h, db, volume, name, arg);
-        if (rc != 0 && stop_on_error) return rc;
-    }
-    return 0;
+    return KSDB_C_CALL(static_cast<int>(KSDB_E_FILE),
+                       return ksdb::foreach_share_subvolume(h, db, callback, arg, stop_on_error););
 }
 
 void ksdb_fprintf2(FILE *stream1, FILE *stream2, const char *format, ...) {
@@ -759,14 +603,17 @@ char *ksdb_conf_value(char *line) {
     return v;
 }
 
+// A bounded copy that always terminates, of the value only (the text after
+// it on later lines is not the value).
 char *ksdb_conf_value_str(const char *line, char *buf, size_t sz_buf) {
     KSDB_ASSERT(buf);
     KSDB_ASSERT(sz_buf);
     const char *value;
     size_t len;
     if (!ksdb::conf_value_span(line, &value, &len)) return buf;
-    std::string v(value, len);
-    strncpyt(buf, v.c_str(), sz_buf);
+    if (len > sz_buf - 1) len = sz_buf - 1;
+    std::memcpy(buf, value, len);
+    buf[len] = '\0';
     return buf;
 }
 
@@ -801,12 +648,14 @@ int ksdb_is_dev_mounted(const char *dev) {
     if (!dev) return 0;
     FILE *f = std::fopen("/proc/mounts", "re");
     if (!f) return -1;
-    std::string prefix = "/dev/" + std::string(dev) + " ";
+    const size_t n = std::strlen(dev);
     char *line = nullptr;
     size_t cap = 0;
     int found = 0;
     while (getline(&line, &cap, f) >= 0) {
-        if (std::strncmp(line, prefix.c_str(), prefix.size()) == 0) {
+        // "/dev/<dev> " at the start of the line.
+        if (std::strncmp(line, "/dev/", 5) == 0 && std::strncmp(line + 5, dev, n) == 0 &&
+            line[5 + n] == ' ') {
             found = 1;
             break;
         }

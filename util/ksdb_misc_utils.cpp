@@ -3,8 +3,12 @@
 #define KSDB_MODULE "ksdb_misc_utils"
 #include "util/ksdb_misc_utils.h"
 
+#include "util/ksdb_conf_reader.h"
+#include "util/ksdb_value_guard.h"
+
 #include <cerrno>
 #include <cstdio>
+#include <algorithm>
 #include <string>
 
 #include <strings.h>
@@ -91,7 +95,9 @@ bool equals_nocase(const char *a, const char *b) { return strcasecmp(a, b) == 0;
 extern "C" {
 
 char *ksdb_shell_quote(ksdb_handle *h, const char *value) {
-    return ksdb::pool_strdup(h, ksdb::shell_quote(value ? value : "").c_str());
+    return ksdb::boundary_value(h, KSDB_TAG, __func__, static_cast<char *>(nullptr), [&] {
+        return ksdb::pool_strdup(h, ksdb::shell_quote(value ? value : "").c_str());
+    });
 }
 
 int ksdb_exec_vscanf(const char *command, const char *format, va_list ap) {
@@ -130,43 +136,60 @@ const char *ksdb_cat2str(int category) {
 
 // ---- templates ---------------------------------------------------------------
 
-extern "C" int ksdb_template_write(ksdb_handle *h, sqlite3 *db, FILE *out,
-                                   const char *const *pieces) {
-    if (!pieces) return 0;
+namespace ksdb {
+namespace {
+
+int template_write(ksdb_handle *h, sqlite3 *db, FILE *out, const char *const *pieces) {
     std::string sql;
     for (const char *const *piece = pieces; *piece; ++piece) {
         const char *cur = *piece;
         while (true) {
-            const char *open = std::strstr(cur, ksdb::kFieldOpen);
-            const char *query = open ? open + ksdb::kFieldOpenLen : nullptr;
-            const char *close = query ? std::strstr(query, ksdb::kFieldClose) : nullptr;
+            const char *open = std::strstr(cur, kFieldOpen);
+            const char *query = open ? open + kFieldOpenLen : nullptr;
+            const char *close = query ? std::strstr(query, kFieldClose) : nullptr;
             if (!close) {
                 // No field left (or an unclosed "{SQL{"): the rest as it is.
                 std::fputs(cur, out);
                 break;
             }
             const std::string_view text(query, static_cast<size_t>(close - query));
-            if (text.size() >= ksdb::kQueryBufferSize) {
+            if (text.size() >= kQueryBufferSize) {
                 KSDB_ERR(h, "Buffer too small.\n");
                 return KSDB_E_FILE;
             }
             // The value goes to scratch memory, not the caller's pool:
             // exporters write templates again and again.
             std::optional<std::string> value;
-            int rc = ksdb::unescape_query(text, sql)
-                         ? ksdb::sql_scalar(h, db, nullptr, KSDB_TAG, &value, "%s", sql.c_str())
+            int rc = unescape_query(text, sql)
+                         ? sql_scalar(h, db, nullptr, KSDB_TAG, &value, "%s", sql.c_str())
                          : SQLITE_MISUSE;
             if (rc != 0) {
                 KSDB_ERR(h, "Query Error for embed sql: %s\n", std::string(text).c_str());
                 return KSDB_E_DB;
             }
+            // A field stands inside a line: a value may not add one.
+            if (value) {
+                if (int refused = guard_value(h, *value, rules::kLine,
+                                              {"template", "field", text}))
+                    return refused;
+            }
             std::fwrite(cur, 1, static_cast<size_t>(open - cur), out);
-            if (value) std::fputs(value->c_str(), out);
+            if (value) std::fwrite(value->data(), 1, value->size(), out);
             // The value is written, never scanned: a "{SQL{" inside it stays text.
             cur = close + 2;
         }
     }
     return 0;
+}
+
+}  // namespace
+}  // namespace ksdb
+
+extern "C" int ksdb_template_write(ksdb_handle *h, sqlite3 *db, FILE *out,
+                                   const char *const *pieces) {
+    if (!pieces) return 0;
+    return ksdb::boundary(h, KSDB_TAG, __func__,
+                          [&] { return ksdb::template_write(h, db, out, pieces); });
 }
 
 // ---- accounts and host -------------------------------------------------------
@@ -179,29 +202,37 @@ extern "C" int ksdb_is_admin_user(ksdb_handle *h, const char *username) {
 }
 
 extern "C" char *ksdb_admin_users(ksdb_handle *h, sqlite3 *db) {
-    char *value = nullptr;
-    if (ksdb_sql_get_scaler_mprintf(
-            h, db, nullptr, KSDB_TAG, &value,
-            "SELECT CASE WHEN security='user' THEN 'Administrator' ELSE "
-            "workgroup||'\\'||domain_admin_user END FROM service_cifs") != 0) {
-        KSDB_ERR(h, "Failed DB Query for cifs service\n");
-    }
-    // +admin always leads the list, so the local administrator keeps its
-    // rights whatever the CIFS security mode says.
-    return ksdb::pool_printf(h, "\"+admin\",\"%s\"", value ? value : "Administrator");
+    return ksdb::boundary_value(h, KSDB_TAG, __func__, static_cast<char *>(nullptr), [&] {
+        char *value = nullptr;
+        if (ksdb_sql_get_scaler_mprintf(
+                h, db, nullptr, KSDB_TAG, &value,
+                "SELECT CASE WHEN security='user' THEN 'Administrator' ELSE "
+                "workgroup||'\\'||domain_admin_user END FROM service_cifs") != 0) {
+            KSDB_ERR(h, "Failed DB Query for cifs service\n");
+        }
+        // +admin always leads the list, so the local administrator keeps its
+        // rights whatever the CIFS security mode says.
+        return ksdb::pool_printf(h, "\"+admin\",\"%s\"", value ? value : "Administrator");
+    });
 }
 
+// The first line of the host-name file, at most 127 characters, without its
+// newline.  Read like every configuration file (a FIFO or a device planted
+// there is refused at once, not waited on).
 extern "C" char *ksdb_get_hostname(ksdb_handle *h) {
-    const std::string path = ksdb::effective_path(h, "/etc/hostname");
-    FILE *f = std::fopen(path.c_str(), "re");
-    if (!f) return nullptr;
-    char line[128];
-    const bool got = std::fgets(line, sizeof line, f) != nullptr;
-    std::fclose(f);
-    if (!got) return nullptr;
-    size_t n = std::strlen(line);
-    if (n > 0 && line[n - 1] == '\n') line[n - 1] = '\0';
-    return ksdb::pool_strdup(h, line);
+    return ksdb::boundary_value(h, KSDB_TAG, __func__, static_cast<char *>(nullptr), [&] {
+        constexpr size_t kLineMax = 127;
+        constexpr size_t kLimit = 64 * 1024;
+        std::string text;
+        if (!ksdb::read_regular_file(ksdb::effective_path(h, "/etc/hostname"), &text, kLimit) ||
+            text.empty())
+            return static_cast<char *>(nullptr);
+        size_t n = std::min(text.size(), kLineMax);
+        const size_t nl = text.find('\n');
+        if (nl != std::string::npos && nl < n) n = nl;
+        text.resize(n);
+        return ksdb::pool_strdup(h, text.c_str());
+    });
 }
 
 extern "C" uint32_t ksdb_guest_uid(ksdb_handle *h, sqlite3 *db) {
@@ -226,7 +257,10 @@ extern "C" uint32_t ksdb_guest_gid(ksdb_handle *h, sqlite3 *db) {
 
 // ---- devices and names -------------------------------------------------------
 
-extern "C" int ksdb_check_vfat(ksdb_handle *h, const char *device) {
+namespace ksdb {
+namespace {
+
+int check_vfat(ksdb_handle *h, const char *device) {
     if (!device || !*device || device[0] == '-') {
         // Nothing to look for, or a name grep would take for an option.
         KSDB_ERR(h, "ksdb_check_vfat: invalid device name [%s]\n", device ? device : "(null)");
@@ -252,6 +286,14 @@ extern "C" int ksdb_check_vfat(ksdb_handle *h, const char *device) {
     pipe.close();
     KSDB_DEBUG(h, "ksdb_check_vfat return: %d\n", found);
     return found;
+}
+
+}  // namespace
+}  // namespace ksdb
+
+extern "C" int ksdb_check_vfat(ksdb_handle *h, const char *device) {
+    return ksdb::boundary_value(h, KSDB_TAG, __func__, 0,
+                                [&] { return ksdb::check_vfat(h, device); });
 }
 
 extern "C" int ksdb_check_domain_name(const char *name) {

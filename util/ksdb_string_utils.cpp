@@ -1,6 +1,6 @@
 // String helpers: cursors and splitters that take configuration lines apart
-// in place, trimmers, the shell, URL and XML escapers, day-of-week sets and
-// a small INI reader.
+// in place, trimmers, the shell, URL and XML escapers and day-of-week sets.
+// (The INI reader is with the configuration reader.)
 //
 // Everything works on NUL-terminated byte strings.  The splitters and
 // trimmers change the caller's buffer; the helpers that make new strings
@@ -14,7 +14,6 @@
 
 #include <cstdio>
 #include <cstring>
-#include <memory>
 
 namespace ksdb {
 
@@ -55,6 +54,12 @@ char *pool_copy(apr_pool_t *pool, const std::string &s) {
     return apr_pstrmemdup(pool, s.data(), s.size());
 }
 
+// A pool string made by body(), or NULL when making it threw (no memory).
+template <class Body>
+char *pooled(const ksdb_handle *h, const char *func, Body &&body) noexcept {
+    return boundary_value(h, KSDB_TAG, func, static_cast<char *>(nullptr), body);
+}
+
 // split() on a va_list, so that split() and splitstr() share one body.
 int vsplit(char **ptrptr, const char *delim, va_list ap) {
     KSDB_ASSERT(ptrptr && *ptrptr);
@@ -76,44 +81,6 @@ int vsplit(char **ptrptr, const char *delim, va_list ap) {
     }
     *ptrptr = p;
     return n;
-}
-
-struct FileCloser {
-    void operator()(FILE *f) const { std::fclose(f); }
-};
-
-// One line of an INI file into buf (at most size - 1 bytes kept, the rest
-// of an over-long line dropped so that line numbers stay those of the
-// file).  False at end of file.
-bool read_ini_line(FILE *f, char *buf, size_t size) {
-    size_t n = 0;
-    bool any = false;
-    int c;
-    while ((c = getc(f)) != EOF) {
-        any = true;
-        if (c == '\n') break;
-        if (n + 1 < size) buf[n++] = static_cast<char>(c);
-    }
-    buf[n] = '\0';
-    return any;
-}
-
-// Copies at most max characters of src into dst (which holds max + 1).
-void copy_bounded(char *dst, const char *src, size_t max) {
-    size_t n = strnlen(src, max);
-    std::memcpy(dst, src, n);
-    dst[n] = '\0';
-}
-
-// Cuts an inline comment off an INI value: a ";" at the start of the value
-// or after a blank.  A ";" inside a word ("a;b") is part of the value.
-void cut_ini_comment(char *value) {
-    for (char *p = value; *p; ++p) {
-        if (*p == ';' && (p == value || p[-1] == ' ' || p[-1] == '\t')) {
-            *p = '\0';
-            return;
-        }
-    }
 }
 
 }  // namespace
@@ -424,7 +391,9 @@ char *ksdb_strip_quotes(char *str) {
 
 char *escape_for_shell(ksdb_handle *handle, const char *str) {
     KSDB_ASSERT(handle);
-    return ksdb::pool_copy(ksdb::result_pool(handle), ksdb::escape_shell(str ? str : ""));
+    return ksdb::pooled(handle, __func__, [&] {
+        return ksdb::pool_copy(ksdb::result_pool(handle), ksdb::escape_shell(str ? str : ""));
+    });
 }
 
 // Every backslash is dropped and the character after it kept (a backslash
@@ -498,22 +467,22 @@ int ksdb_hex_digit(int c) {
 // ends the C string handed back.
 char *ksdb_unescape_url(apr_pool_t *pool, const char *path) {
     KSDB_ASSERT(pool);
-    return ksdb::pool_copy(pool, ksdb::unescape_url(path ? path : ""));
+    return ksdb::pooled(nullptr, __func__, [&] { return ksdb::pool_copy(pool, ksdb::unescape_url(path ? path : "")); });
 }
 
 char *ksdb_escape_url(apr_pool_t *pool, const char *path) {
     KSDB_ASSERT(pool);
-    return ksdb::pool_copy(pool, ksdb::escape_url(path ? path : ""));
+    return ksdb::pooled(nullptr, __func__, [&] { return ksdb::pool_copy(pool, ksdb::escape_url(path ? path : "")); });
 }
 
 char *ksdb_unescape_xml(apr_pool_t *pool, const char *str) {
     KSDB_ASSERT(pool);
-    return ksdb::pool_copy(pool, ksdb::unescape_xml(str ? str : ""));
+    return ksdb::pooled(nullptr, __func__, [&] { return ksdb::pool_copy(pool, ksdb::unescape_xml(str ? str : "")); });
 }
 
 char *ksdb_escape_xml(apr_pool_t *pool, const char *str) {
     KSDB_ASSERT(pool);
-    return ksdb::pool_copy(pool, ksdb::escape_xml(str ? str : ""));
+    return ksdb::pooled(nullptr, __func__, [&] { return ksdb::pool_copy(pool, ksdb::escape_xml(str ? str : "")); });
 }
 
 // A null string counts as the empty one.
@@ -534,7 +503,9 @@ char *ksdb_pstrdup_or_none(apr_pool_t *pool, const char *value) {
 // normalising once.
 char *ksdb_normalize_smb_path(ksdb_handle *handle, const char *path) {
     KSDB_ASSERT(handle);
-    return ksdb::pool_copy(ksdb::result_pool(handle), ksdb::normalize_smb_path(path ? path : ""));
+    return ksdb::pooled(handle, __func__, [&] {
+        return ksdb::pool_copy(ksdb::result_pool(handle), ksdb::normalize_smb_path(path ? path : ""));
+    });
 }
 
 // ---- day-of-week sets --------------------------------------------------------
@@ -561,65 +532,6 @@ int ksdb_dow_to_i(const char *text) {
     for (int day = 0; day < 7; ++day)
         if (strcasestr(text, ksdb::kDayNames[day])) bits |= 1 << day;
     return bits;
-}
-
-// ---- INI reader --------------------------------------------------------------
-
-// Lines are read into a 4096-byte buffer (4095 characters kept).  Each line
-// is blank-trimmed; empty lines and lines starting with "#" or ";" are
-// skipped; "[name]" starts a section; any other line is name "=" value or,
-// without "=", name ":" value.  Section and name keep at most 50
-// characters.  The result is the number of the first line that broke the
-// format or whose handler returned 0, 0 when there was none, and -1 when
-// the file can't be opened.
-int ini_parse_file(const char *path, ini_handler handler, void *user) {
-    KSDB_ASSERT(handler);
-    constexpr size_t kLineSize = 4096;
-    constexpr size_t kNameMax = 50;
-
-    std::unique_ptr<FILE, ksdb::FileCloser> f(path ? std::fopen(path, "r") : nullptr);
-    if (!f) return -1;
-
-    auto line = std::make_unique<char[]>(kLineSize);
-    char section[kNameMax + 1] = "";
-    char name[kNameMax + 1] = "";
-    int lineno = 0;
-    int error = 0;
-    auto fail = [&] {
-        if (!error) error = lineno;
-    };
-
-    while (ksdb::read_ini_line(f.get(), line.get(), kLineSize)) {
-        ++lineno;
-        char *start = ksdb_trim_blanks(line.get());
-        if (!*start || *start == '#' || *start == ';') continue;
-
-        if (*start == '[') {
-            char *end = std::strchr(start + 1, ']');
-            if (!end) {
-                fail();
-                continue;
-            }
-            *end = '\0';
-            ksdb::copy_bounded(section, start + 1, kNameMax);
-            name[0] = '\0';
-            continue;
-        }
-
-        char *sep = std::strchr(start, '=');
-        if (!sep) sep = std::strchr(start, ':');
-        if (!sep) {
-            fail();
-            continue;
-        }
-        *sep = '\0';
-        ksdb::copy_bounded(name, ksdb_trim_blanks(start), kNameMax);
-        char *value = sep + 1;
-        ksdb::cut_ini_comment(value);
-        value = ksdb_trim_blanks(value);
-        if (!handler(user, section, name, value)) fail();
-    }
-    return error;
 }
 
 }  // extern "C"

@@ -4,10 +4,13 @@
 
 #include <apr_general.h>
 #include <dirent.h>
+#include <sched.h>
+#include <sys/mount.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstdlib>
 #include <cstring>
 #include <fstream>
@@ -49,6 +52,32 @@ TempDir::TempDir() {
 }
 
 TempDir::~TempDir() { remove_tree(path_); }
+
+ScopedTmpfs::ScopedTmpfs(const std::string &dir, size_t bytes) : dir_(dir) {
+    // Once per process: a mount namespace of its own, with nothing
+    // propagated back to the machine's.
+    static const std::string setup = [] {
+        if (unshare(CLONE_NEWNS) != 0) return std::string("unshare: ") + std::strerror(errno);
+        if (mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0)
+            return std::string("private mounts: ") + std::strerror(errno);
+        return std::string();
+    }();
+    if (!setup.empty()) {
+        why_ = "cannot mount a tmpfs here (" + setup + ")";
+        return;
+    }
+    mkdirs(dir);
+    const std::string options = "size=" + std::to_string(bytes) + ",mode=0755";
+    if (mount("tmpfs", dir.c_str(), "tmpfs", 0, options.c_str()) != 0) {
+        why_ = "cannot mount a tmpfs here (" + std::string(std::strerror(errno)) + ")";
+        return;
+    }
+    ok_ = true;
+}
+
+ScopedTmpfs::~ScopedTmpfs() {
+    if (ok_) umount2(dir_.c_str(), MNT_DETACH);
+}
 
 Handle::Handle(const Options &opts) {
     static AprInit init;

@@ -120,6 +120,25 @@ class ScopedEnv {
     std::string old_;
 };
 
+// A tmpfs of `bytes` mounted at `dir` (made when missing) for the scope of
+// the object.  The mount lives in a mount namespace of the test process's
+// own, so nothing outlives the process.  ok() is false (why() says why)
+// where the process may not mount: the caller skips.
+class ScopedTmpfs {
+  public:
+    ScopedTmpfs(const std::string &dir, size_t bytes);
+    ~ScopedTmpfs();
+    ScopedTmpfs(const ScopedTmpfs &) = delete;
+    ScopedTmpfs &operator=(const ScopedTmpfs &) = delete;
+    bool ok() const { return ok_; }
+    const std::string &why() const { return why_; }
+
+  private:
+    std::string dir_;
+    bool ok_ = false;
+    std::string why_;
+};
+
 // One recorded call of a fake program: its name, then its arguments.
 using FakeCall = std::vector<std::string>;
 
