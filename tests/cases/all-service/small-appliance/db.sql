@@ -1,0 +1,16 @@
+INSERT INTO service_cifs (user_home_directory,user_home_directory_recycle,user_home_directory_recycle_max_days,user_home_directory_recycle_max_size,enabled,security,workgroup,oplocks,hostname_lookups,allow_trusted_domains,join_ads_failed) VALUES(0,1,30,1024,1,'user','WORKGROUP',1,0,0,0);
+INSERT INTO service_afp (enabled,user_home_directory) VALUES(0,0);
+INSERT INTO service_ftp (enabled,user_home_directory,ftps,enable_masquerade,masquerade) VALUES(1,1,1,1,'192.0.2.10');
+INSERT INTO service_nfs (enabled,threads,nfsv4,domain) VALUES(1,8,1,'home.arpa');
+INSERT INTO account_default (disallow_password_change) VALUES(0);
+INSERT INTO service_rsync (enabled) VALUES(0);
+INSERT INTO service_upnpd (enabled) VALUES(0);
+INSERT INTO service_smartnetwork (enabled) VALUES(0);
+INSERT INTO service_http (enabled,use_password,share_name,http_admin) VALUES(1,0,'',1);
+INSERT INTO service_https (port,ssl_key_host) VALUES(443,'nas1');
+INSERT INTO service_dlna (enabled) VALUES(0);
+INSERT INTO service_avahi VALUES(1,1,0,1,0,1,0);
+INSERT INTO service_snmp (enabled,location) VALUES(0,'server room');
+INSERT INTO service_ssh (enabled,port,ui_enabled,remote_enabled,remote_port) VALUES(1,22,1,0,22);
+INSERT INTO service_misc VALUES('LANGUAGE','de',NULL,NULL),('UPS','usb ups',NULL,NULL);
+INSERT INTO smb_username_map (unix_uname,smb_uname,type) VALUES('alice','ALICE','UNAME');

@@ -1,0 +1,1 @@
+INSERT INTO service_cifs (user_home_directory) VALUES(0);

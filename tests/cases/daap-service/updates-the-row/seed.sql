@@ -1,0 +1,1 @@
+INSERT INTO service_daap (enabled) VALUES(1);

@@ -1,0 +1,16 @@
+INSERT INTO service_cifs (user_home_directory,user_home_directory_recycle,user_home_directory_recycle_max_days,enabled) VALUES(1,1,30,1);
+INSERT INTO service_afp (enabled,user_home_directory) VALUES(0,1);
+INSERT INTO service_ftp (enabled) VALUES(1);
+INSERT INTO service_nfs (enabled,threads,nfsv4,domain) VALUES(1,8,1,'example.com');
+INSERT INTO account_default (disallow_password_change) VALUES(1);
+INSERT INTO service_rsync (enabled) VALUES(0);
+INSERT INTO service_http (enabled,use_password,share_name,http_admin) VALUES(1,0,'web',1);
+INSERT INTO service_https (enabled,port,ssl_key_host) VALUES(1,443,'nas.local');
+INSERT INTO service_dlna (enabled) VALUES(1);
+INSERT INTO service_avahi VALUES(1,1,0,1,0,1,1);
+INSERT INTO service_snmp (enabled,contact,location) VALUES(1,'admin@example.com','Server room 2');
+INSERT INTO service_ssh (enabled,port,ui_enabled,remote_enabled,remote_port) VALUES(1,22,1,0,2222);
+INSERT INTO service_misc VALUES('LANGUAGE','de',NULL,NULL);
+INSERT INTO service_misc VALUES('MOTTO','my files',NULL,NULL);
+INSERT INTO service_misc VALUES('SSHPORT','22','service_ssh','port');
+INSERT INTO service_misc VALUES('GREETING','it''s $HOME; ~/x',NULL,NULL);

@@ -1,0 +1,1 @@
+INSERT INTO service_avahi VALUES(0,0,0,0,0,0,0);

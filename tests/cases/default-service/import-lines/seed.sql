@@ -1,0 +1,1 @@
+INSERT INTO service_avahi VALUES(1,1,1,1,1,1,1);

@@ -1,0 +1,1 @@
+INSERT INTO service_snmp (location) VALUES('room 2' || char(10) || 'reboot');

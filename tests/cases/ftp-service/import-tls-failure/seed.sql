@@ -1,0 +1,2 @@
+DROP TABLE service_ftp;
+CREATE TABLE service_ftp (enabled INT, masquerade TEXT, enable_masquerade INT);

@@ -1,0 +1,1 @@
+INSERT INTO service_nfs (enabled,threads,nfsv4,domain) VALUES(0,0,NULL,'');

@@ -1,0 +1,1 @@
+INSERT INTO service_replicate (enabled,owner) VALUES(1,'old');
