@@ -1,15 +1,22 @@
 // The ksdb command, run as a program: every command's success path, its
-// main failure paths with their exit statuses and messages, and a diff that
-// changes nothing while showing what the following export changes.
+// main failure paths with their exit statuses and messages, a diff that
+// changes nothing while showing what the following export changes, a
+// checked export that refuses what a daemon's checker rejects, and two
+// processes on one database that do not wait for each other.
 #include "tests/support/test_support.h"
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <signal.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
+#include <unistd.h>
 
+#include <chrono>
 #include <filesystem>
 #include <map>
 #include <regex>
+#include <thread>
 
 using namespace ksdb_test;
 namespace fs = std::filesystem;
@@ -25,8 +32,8 @@ struct Outcome {
 class CliTest : public ::testing::Test {
   protected:
     // Runs the command with the arguments (each quoted for the shell).
-    Outcome ksdb(const std::vector<std::string> &args) {
-        std::string cmd = "'" + std::string(KSDB_TOOL) + "'";
+    Outcome ksdb(const std::vector<std::string> &args, const std::string &env = "") {
+        std::string cmd = env + "'" + std::string(KSDB_TOOL) + "'";
         for (const auto &a : args) cmd += " '" + replace_all(a, "'", "'\\''") + "'";
         const std::string out = dir_ / "stdout", err = dir_ / "stderr";
         cmd += " >'" + out + "' 2>'" + err + "' </dev/null";
@@ -34,9 +41,9 @@ class CliTest : public ::testing::Test {
         return {WIFEXITED(st) ? WEXITSTATUS(st) : -1, read_file(out), read_file(err)};
     }
     // The same against this test's database and appliance tree.
-    Outcome on_db(std::vector<std::string> args) {
+    Outcome on_db(std::vector<std::string> args, const std::string &env = "") {
         args.insert(args.begin(), {"--db", db_, "--root", root_, "--log-level", "1"});
-        return ksdb(args);
+        return ksdb(args, env);
     }
 
     // A copy of the demo appliance below this test's folder.
@@ -66,7 +73,8 @@ TEST_F(CliTest, HelpDocumentsTheCommandsAndStatusCodes) {
     Outcome r = ksdb({"--help"});
     EXPECT_EQ(r.status, 0);
     for (const char *text : {"usage: ksdb [options] COMMAND", "  diff CATEGORY...",
-                             "  3 a database step or transaction failed", "--trace FILE"})
+                             "  3 a database step or transaction failed", "--trace FILE",
+                             "  --queue-db FILE", "  export [--check] CATEGORY...", "WAL mode"})
         EXPECT_NE(r.out.find(text), std::string::npos) << text;
     Outcome none = ksdb({});
     EXPECT_EQ(none.status, 4);
@@ -101,6 +109,13 @@ TEST_F(CliTest, FailuresGiveOneLineAndTheLibraryStatus) {
     EXPECT_EQ(query.status, 1);
     EXPECT_EQ(query.err,
               "ksdb: query failed: near \"SELEC\": syntax error (status 1: SQL logic error)\n");
+    // An extended result code is printed whole and exits with its primary
+    // code.
+    Outcome twice = ksdb({"--db", db_, "--log-level", "0", "sql",
+                          "CREATE TABLE t (x UNIQUE); INSERT INTO t VALUES (1),(1)"});
+    EXPECT_EQ(twice.status, SQLITE_CONSTRAINT);
+    EXPECT_EQ(twice.err, "ksdb: query failed: UNIQUE constraint failed: t.x (status 2067: "
+                         "constraint failed)\n");
 
     // An export on a database that was never created.
     Outcome uncreated = ksdb({"--db", dir_ / "empty.db", "--log-level", "0", "export", "CIFS_SHARE"});
@@ -128,7 +143,9 @@ TEST_F(CliTest, ImportAndExportReportEachCategoryAndTheFilesPutInPlace) {
     EXPECT_EQ(exported.status, 0) << exported.err;
     EXPECT_TRUE(std::regex_search(exported.out, std::regex(R"(^export CIFS_SHARE: ok \(\d+ ms\)\n)")))
         << exported.out;
-    EXPECT_NE(exported.out.find("  unchanged " + root_ + "/etc/quillfold/samba/Shares.conf\n"),
+    // The demo's Shares.conf already holds this content, with the owner and
+    // mode of a checkout: only they are set.
+    EXPECT_NE(exported.out.find("  fixed     " + root_ + "/etc/quillfold/samba/Shares.conf\n"),
               std::string::npos)
         << exported.out;
     EXPECT_NE(exported.out.find("  new       " + root_ + "/run/usb/samba/Shares.conf\n"),
@@ -183,6 +200,125 @@ TEST_F(CliTest, DiffChangesNothingAndShowsWhatTheExportThenChanges) {
     EXPECT_EQ(bad.status, 4);
     EXPECT_NE(bad.err.find("export HOTPLUG_USB failed"), std::string::npos) << bad.err;
     EXPECT_EQ(snapshot(), before);
+}
+
+// An application of share 'docs' brings a Samba include file: the share
+// file names it, so Samba's checker reads it with the rest.
+TEST_F(CliTest, CheckedExportRefusesWhatTheCheckerRejectsAndChangesNothing) {
+    if (!have_program("testparm")) GTEST_SKIP() << "testparm is not installed (scripts/setup-deps)";
+    demo_tree();
+    ASSERT_EQ(on_db({"create"}).status, 0);
+    ASSERT_EQ(on_db({"import", "ALL"}).status, 0);
+    ASSERT_EQ(on_db({"sql", "INSERT INTO zfs_attr (share_id) SELECT id FROM share"}).status, 0);
+    ASSERT_EQ(on_db({"sql", "INSERT INTO `$application_on_share` (zfs_name,app_name) "
+                            "VALUES('data/docs','media')"})
+                  .status,
+              0);
+    mkdirs(root_ + "/apps/media/etc");
+    write_file(root_ + "/apps/media/etc/samba.include", "  no such parameter = 1\n");
+
+    const auto before = snapshot();
+    Outcome refused = on_db({"export", "--check", "CIFS_SHARE"});
+    EXPECT_EQ(refused.status, 4);
+    EXPECT_EQ(refused.out, "check: 2 files would change\n"
+                           "  failed       " + root_ + "/etc/quillfold/samba/Shares.conf (testparm)\n"
+                           "      Unknown parameter encountered: \"no such parameter\"\n"
+                           "      Ignoring unknown parameter \"no such parameter\"\n"
+                           "  passed       " + root_ + "/run/usb/samba/Shares.conf (testparm)\n");
+    EXPECT_EQ(refused.err, "ksdb: export refused: 1 file failed the daemon's check; nothing was "
+                           "changed (status 4: invalid argument or unhandled category)\n");
+    EXPECT_EQ(snapshot(), before) << "a refused export changed a file or the database";
+
+    // A good include passes, and then the files are put in place.
+    write_file(root_ + "/apps/media/etc/samba.include", "  veto files = /*.tmp/\n");
+    Outcome passed = on_db({"export", "--check", "CIFS_SHARE"});
+    EXPECT_EQ(passed.status, 0) << passed.out << passed.err;
+    EXPECT_NE(passed.out.find("  passed       " + root_ +
+                              "/etc/quillfold/samba/Shares.conf (testparm)\n"
+                              "  passed       " + root_ + "/run/usb/samba/Shares.conf (testparm)\n"
+                              "check: 2 passed, 0 not checked\nexport CIFS_SHARE: ok"),
+              std::string::npos)
+        << passed.out;
+    EXPECT_NE(read_file(root_ + "/etc/quillfold/samba/Shares.conf")
+                  .find("  valid users = \"+admin\",\"Administrator\"\n"
+                        "  hosts allow = \"192.168.10.0/24\"\n"
+                        "  include = /apps/media/etc/samba.include\n"),
+              std::string::npos);
+
+    // Without the checker the file is reported as not checked and written.
+    ASSERT_EQ(on_db({"sql", "UPDATE cifs_share_option SET cifs_access='readonly'"}).status, 0);
+    Outcome unchecked = on_db({"export", "--check", "CIFS_SHARE"}, "PATH=/nonexistent ");
+    EXPECT_EQ(unchecked.status, 0) << unchecked.err;
+    EXPECT_NE(unchecked.out.find("  not checked  " + root_ + "/etc/quillfold/samba/Shares.conf "
+                                 "(testparm is not installed)\n"),
+              std::string::npos)
+        << unchecked.out;
+    EXPECT_EQ(read_file(root_ + "/etc/quillfold/samba/Shares.conf").find("writeable = 1"),
+              std::string::npos);
+}
+
+// One process holds a long read while another writes: in WAL mode neither
+// waits for the other (the library would retry a busy database for about
+// ten seconds).
+TEST_F(CliTest, AReaderAndAWriterDoNotWaitForEachOther) {
+    ASSERT_EQ(ksdb({"--db", db_, "--log-level", "0", "create"}).status, 0);
+    EXPECT_EQ(ksdb({"--db", db_, "sql", "PRAGMA journal_mode"}).out,
+              "journal_mode\n------------\nwal\n(1 row)\n");
+
+    const std::string trace = dir_ / "reader.trace";
+    const std::string endless = "WITH RECURSIVE n(x) AS (SELECT 1 UNION ALL SELECT x+1 FROM n) "
+                                "SELECT count(*) FROM n, sqlite_master";
+    pid_t reader = fork();
+    ASSERT_GE(reader, 0);
+    if (reader == 0) {
+        int null = open("/dev/null", O_WRONLY);
+        dup2(null, 1);
+        dup2(null, 2);
+        alarm(60);  // never outlives a broken test
+        execl(KSDB_TOOL, "ksdb", "--db", db_.c_str(), "--log-level", "4", "--trace", trace.c_str(),
+              "sql", endless.c_str(), static_cast<char *>(nullptr));
+        _exit(127);
+    }
+    // The trace names the statement just before it runs.
+    for (int i = 0; i < 200 && read_file(trace).find("sql=WITH RECURSIVE") == std::string::npos; ++i)
+        std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    std::this_thread::sleep_for(std::chrono::milliseconds(200));
+
+    auto t0 = std::chrono::steady_clock::now();
+    Outcome write = ksdb({"--db", db_, "--log-level", "0", "sql", "CREATE TABLE meanwhile (x)"});
+    Outcome read = ksdb({"--db", db_, "sql", "SELECT count(*) AS n FROM meanwhile"});
+    auto elapsed = std::chrono::steady_clock::now() - t0;
+    int status = 0;
+    EXPECT_EQ(waitpid(reader, &status, WNOHANG), 0) << "the reader stopped early";
+    kill(reader, SIGKILL);
+    waitpid(reader, &status, 0);
+
+    EXPECT_EQ(write.status, 0) << write.err;
+    EXPECT_EQ(read.out, "n\n-\n0\n(1 row)\n") << read.err;
+    EXPECT_LT(elapsed, std::chrono::seconds(3));
+}
+
+TEST_F(CliTest, TheQueueKeepsItsOwnDatabase) {
+    ASSERT_EQ(ksdb({"--db", db_, "--log-level", "0", "create"}).status, 0);
+    ASSERT_EQ(ksdb({"--db", db_, "--log-level", "0", "queue", "create"}).status, 0);
+    EXPECT_TRUE(exists(dir_ / "queue.db"));
+    // The configuration database keeps its schema and works on.
+    EXPECT_EQ(ksdb({"--db", db_, "sql", "PRAGMA user_version"}).out,
+              "user_version\n------------\n23\n(1 row)\n");
+    Outcome import = ksdb({"--db", db_, "--log-level", "1", "import", "VOLUME"});
+    EXPECT_EQ(import.status, 0) << import.err;
+    EXPECT_EQ(ksdb({"--db", db_, "sql", "SELECT count(*) AS n FROM sqlite_master WHERE "
+                                        "name IN ('queue','config')"})
+                  .out,
+              "n\n-\n0\n(1 row)\n");
+
+    // --queue-db and $KSDB_QUEUE_DB name another file.
+    const std::string other = dir_ / "other-queue.db";
+    ASSERT_EQ(ksdb({"--queue-db", other, "--log-level", "0", "queue", "create"}).status, 0);
+    ASSERT_EQ(ksdb({"--queue-db", other, "--log-level", "0", "queue", "push", "hello"}).status, 0);
+    EXPECT_EQ(ksdb({"--log-level", "0", "queue", "stat"}, "KSDB_QUEUE_DB='" + other + "' ").out,
+              "1\n");
+    EXPECT_EQ(ksdb({"--db", db_, "--log-level", "0", "queue", "stat"}).out, "0\n");
 }
 
 TEST_F(CliTest, QueueCommands) {
@@ -267,6 +403,14 @@ TEST_F(CliTest, DemoRunsTheWholeStory) {
     EXPECT_EQ(demo.status, 0) << demo.out << demo.err;
     EXPECT_EQ(demo.err, "");
     EXPECT_NE(demo.out.find("2 files would change"), std::string::npos) << demo.out;
+    // Its export runs checked.
+    if (have_program("testparm")) {
+        EXPECT_NE(demo.out.find("  passed       " + (dir_ / "demo/root") +
+                                "/etc/quillfold/samba/Shares.conf (testparm)\n"),
+                  std::string::npos)
+            << demo.out;
+    }
+    EXPECT_NE(demo.out.find("check: 3 files would change\n"), std::string::npos) << demo.out;
     EXPECT_NE(read_file(dir_ / "demo/root/etc/quillfold/samba/Shares.conf")
                   .find("[public]\n  path = /data/public\n  comment = \"Shared files for everybody\"\n"
                         "  guest ok = 1\n  admin users = \"+admin\",\"Administrator\"\n"
