@@ -43,9 +43,7 @@ KSDB_PLACEHOLDER(ksdb_share_stats_import)
 
 int ksdb_share_fs_attribute_export_per_share(ksdb_handle *, sqlite3 *, const char *) { return 0; }
 
-// Backup jobs, replication jobs, volume schedules.
-KSDB_PLACEHOLDER(ksdb_backup_import)
-KSDB_PLACEHOLDER(ksdb_backup_export)
+// Replication jobs, volume schedules.
 KSDB_PLACEHOLDER(ksdb_replisync_import)
 KSDB_PLACEHOLDER(ksdb_replisync_export)
 KSDB_PLACEHOLDER(ksdb_volume_schedule_import)
