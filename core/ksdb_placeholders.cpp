@@ -43,11 +43,9 @@ KSDB_PLACEHOLDER(ksdb_share_stats_import)
 
 int ksdb_share_fs_attribute_export_per_share(ksdb_handle *, sqlite3 *, const char *) { return 0; }
 
-// Replication jobs, volume schedules.
+// Replication jobs.
 KSDB_PLACEHOLDER(ksdb_replisync_import)
 KSDB_PLACEHOLDER(ksdb_replisync_export)
-KSDB_PLACEHOLDER(ksdb_volume_schedule_import)
-KSDB_PLACEHOLDER(ksdb_volume_schedule_export)
 
 // Cloud vault settings and the message dictionary.
 KSDB_PLACEHOLDER(ksdb_vault_import)
