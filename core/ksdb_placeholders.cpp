@@ -43,10 +43,6 @@ KSDB_PLACEHOLDER(ksdb_share_stats_import)
 
 int ksdb_share_fs_attribute_export_per_share(ksdb_handle *, sqlite3 *, const char *) { return 0; }
 
-// Replication jobs.
-KSDB_PLACEHOLDER(ksdb_replisync_import)
-KSDB_PLACEHOLDER(ksdb_replisync_export)
-
 // Cloud vault settings and the message dictionary.
 KSDB_PLACEHOLDER(ksdb_vault_import)
 KSDB_PLACEHOLDER(ksdb_vault_export)
