@@ -230,3 +230,38 @@ TEST_F(JobFilesTest, VolumeScheduleSkipsIgnoredVolumesAndAFailedScanChangesNothi
     ksdb_platform_set(nullptr);
     EXPECT_EQ(sql().scalar("SELECT COUNT(*) FROM volume_schedule"), "1");
 }
+
+TEST_F(JobFilesTest, SnapshotExportChecksEveryValueBeforeWritingAnyFile) {
+    // The schedule line is fine; the home folders' retention number that
+    // comes last would start a new line: nothing at all may be written.
+    sql().exec("INSERT INTO snapshot_schedule (share_id,enabled,minute,hour,day_of_month,"
+               "day_of_week,month,purge_manual_snapshot) VALUES(1,1,'0','1','*','*','*',0)");
+    sql().exec("INSERT INTO snapshot_management (share_id,number) VALUES(0,'7'||char(10)||'x')");
+    EXPECT_EQ(ksdb_export(h(), db(), KSDB_CAT_SNAPSHOT), 4);
+    EXPECT_NE(log().find("Refused snapshot_management.number of '(home folders)'"),
+              std::string::npos);
+    EXPECT_FALSE(exists(at("/data/._share/docs/snapshot.conf")));
+    EXPECT_FALSE(exists(at("/etc/quillfold/custom_snapshot_management.conf")));
+}
+
+TEST_F(JobFilesTest, SnapshotExportMakesTheSettingsSubvolumeOfAVolumeThatLacksIt) {
+    sql().exec("INSERT INTO _volume (id,lv_name,blk_size) VALUES('fresh','fresh',1024)");
+    sql().exec("INSERT INTO share (id,zfs_name,volume_id,name,path,user_id,group_id) "
+               "VALUES(2,'fresh/new','fresh','new','/fresh/new',0,0)");
+    sql().exec("INSERT INTO snapshot_management (share_id) VALUES(2)");
+    ASSERT_EQ(ksdb_export(h(), db(), KSDB_CAT_SNAPSHOT), 0) << log();
+    EXPECT_EQ(fake_calls("btrfs"),
+              (std::vector<FakeCall>{{"btrfs", "subvolume", "create", at("/fresh/._share")}}));
+    EXPECT_EQ(get("/fresh/._share/new/custom_snapshot_management.conf"),
+              "enabled = no\nretention_rule = lifetime\nlifetime = 2592000\nnumber = 30\n"
+              "nonempty_snapshots = no\nprev_versions = no\n");
+}
+
+TEST_F(JobFilesTest, JobFileEntitiesNeverReadOtherFiles) {
+    put("/secret", "the administrator's password");
+    put("/etc/quillfold/backup_jobs.conf",
+        "<!DOCTYPE backupJobs [<!ENTITY ext SYSTEM \"file://" + at("/secret") + "\">]>\n"
+        "<backupJobs><backupJob><job_id>1</job_id><name>a&ext;b</name></backupJob></backupJobs>\n");
+    ASSERT_EQ(ksdb_import(h(), db(), KSDB_CAT_BACKUP), 0) << log();
+    EXPECT_EQ(sql().scalar("SELECT name FROM backup WHERE id=1"), "ab");
+}
