@@ -72,8 +72,8 @@ int import_schedules(ksdb_handle *h, sqlite3 *db) {
     for (int r = 0; r < shares.rows(); ++r) {
         auto line = schedule_line(h, shares.at(r, 1), shares.str(r, 0));
         if (!line || line->empty() || (*line)[0] == '-') continue;
-        // Seven fields separated by single blanks: a flag, a cron-like time
-        // spec of five fields, a flag.
+        // Seven fields separated by single blanks: a flag, five cron-like
+        // time fields, a flag.
         std::vector<std::string> f;
         for (size_t p = 0;;) {
             size_t q = line->find(' ', p);
