@@ -43,16 +43,6 @@ KSDB_PLACEHOLDER(ksdb_share_stats_import)
 
 int ksdb_share_fs_attribute_export_per_share(ksdb_handle *, sqlite3 *, const char *) { return 0; }
 
-// Snapshots, backup jobs, replication jobs, volume schedules.
-KSDB_PLACEHOLDER(ksdb_snapshot_import)
-KSDB_PLACEHOLDER(ksdb_snapshot_export)
-KSDB_PLACEHOLDER(ksdb_backup_import)
-KSDB_PLACEHOLDER(ksdb_backup_export)
-KSDB_PLACEHOLDER(ksdb_replisync_import)
-KSDB_PLACEHOLDER(ksdb_replisync_export)
-KSDB_PLACEHOLDER(ksdb_volume_schedule_import)
-KSDB_PLACEHOLDER(ksdb_volume_schedule_export)
-
 // Cloud vault settings and the message dictionary.
 KSDB_PLACEHOLDER(ksdb_vault_import)
 KSDB_PLACEHOLDER(ksdb_vault_export)

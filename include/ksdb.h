@@ -582,6 +582,31 @@ KSDB_API int ksdb_valid_smb_username_map_type(const char *type);
 /* The `enabled` value of the SSH service (0 when unset), or -1 on error. */
 KSDB_API int ksdb_is_service_ssh_enabled(ksdb_handle *handle, sqlite3 *db);
 
+/* ---- snapshots ------------------------------------------------------------- *
+ * The snapshot look-ups.  Each may run on several threads at once with one
+ * handle; the scan writes `$snapshot` in the caller's transaction when one
+ * is open, else in one of its own (taking db_mutex). */
+
+/* Scans the volumes for the snapshots that exist and records them in
+ * `$snapshot`; `volume` and `share` filter the scan (NULL: all).  With a
+ * share, that share's rows are removed first.  0; 3 when a statement
+ * failed; 4 without a handle or connection; 8 when the listing cannot be
+ * started. */
+KSDB_API int ksdb_snapshots_import_zfs(ksdb_handle *handle, sqlite3 *db, const char *volume,
+                                       const char *share);
+/* The bytes used by the snapshot `snapshot_name` of the share folder at the
+ * live path `share_path`: 0 with *out set; 4 when an argument is missing;
+ * 11 when the snapshot cannot be found; the attribute reader's status when
+ * its usage cannot be read. */
+KSDB_API int ksdb_getSnapshotUsedInBytes(ksdb_handle *handle, sqlite3 *db, const char *share_path,
+                                         const char *snapshot_name, uint64_t *out);
+/* The name of the newest snapshot of a share (by its `zfs_name`), copied
+ * into the handle's result pool (never freed by the caller): 0 with *out
+ * set; 1 when there is none; 3 when the query failed; 4 when an argument is
+ * missing. */
+KSDB_API int ksdb_getLatestSnapshotName(ksdb_handle *handle, sqlite3 *db, const char *zfs_name,
+                                        char **out);
+
 #ifdef __cplusplus
 }
 #endif

@@ -58,7 +58,7 @@ constexpr Checker kAvahi{"xmllint", "check-xml.sh", "xmllint /usr/share/avahi/av
 constexpr Checker kXml{"xmllint", "check-xml.sh", "xmllint", Prepare::kAsIs, nullptr};
 constexpr Checker kAccounts{"pwck/grpck", "check-accounts.sh", "pwck grpck", Prepare::kAccountFiles,
                             nullptr};
-constexpr Checker kCron{"crontab -n", "check-cron.sh", "crontab", Prepare::kAsIs, nullptr};
+constexpr Checker kCron{"crontab -n", "check-cron-d.sh", "crontab", Prepare::kAsIs, nullptr};
 
 // Every file with an offline checker, by its live path ('*' stays within
 // one path component).  Files not listed are reported as not checked.

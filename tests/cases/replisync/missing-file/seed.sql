@@ -1,0 +1,1 @@
+INSERT INTO replisync (id,name,enabled) VALUES(1,'old',1);
