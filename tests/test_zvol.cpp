@@ -1,6 +1,5 @@
 // iSCSI LUN shares: what the case folders cannot express (sparse backing
-// stores, failing statements, refused comments, files that cannot be
-// replaced).
+// stores, failing statements).
 #include "tests/support/test_support.h"
 
 #include <fcntl.h>
@@ -55,23 +54,6 @@ TEST_F(ZvolTest, AFailedRowGivesThreeAndTheDriverKeepsTheTables) {
     ASSERT_EQ(ksdb_import(h(), db(), KSDB_CAT_ZVOL_SHARE), 0) << log();
     EXPECT_NE(log().find("Ignore duplicate dataset name (lun0).\n"), std::string::npos);
     EXPECT_EQ(sql().column("SELECT name FROM share"), std::vector<std::string>{"lun1"});
-}
-
-TEST_F(ZvolTest, ExportRefusesACommentThatWouldAddALineAndStopsAtAFileItCannotReplace) {
-    sql().exec("INSERT INTO share (id,zfs_name,type,volume_id,name,path,user_id,group_id,comment) "
-               "VALUES(1,'data/a','zvol','data','a','/data/a',0,0,'fine'),"
-               "(2,'data/b','zvol','data','b','/data/b',0,0,'x'||char(10)||'comment y')");
-    sql().exec("INSERT INTO zvol_share_option VALUES (1,4,'0'),(2,4,'0')");
-    EXPECT_EQ(ksdb_export(h(), db(), KSDB_CAT_ZVOL_SHARE), KSDB_E_INVAL);
-    EXPECT_FALSE(exists(at("/data/._share/a/iscsi.conf")));
-    EXPECT_NE(log().find("Refused share.comment of 'b'"), std::string::npos);
-
-    sql().exec("UPDATE share SET comment='second' WHERE id=2");
-    // A folder in the target's place (and in its backup's) cannot be replaced.
-    mkdirs(at("/data/._share/a/iscsi.conf/in-the-way"));
-    mkdirs(at("/data/._share/a/iscsi.conf.bak/in-the-way"));
-    EXPECT_EQ(ksdb_export(h(), db(), KSDB_CAT_ZVOL_SHARE), KSDB_E_FILE);
-    EXPECT_FALSE(exists(at("/data/._share/b/iscsi.conf")));
 }
 
 }  // namespace
