@@ -35,13 +35,6 @@ KSDB_PLACEHOLDER(_ksdb_afp_share_usb_share_export)
 KSDB_PLACEHOLDER(ksdb_rsync_import)
 KSDB_PLACEHOLDER(ksdb_rsync_usb_import)
 KSDB_PLACEHOLDER(ksdb_rsync_export)
-KSDB_PLACEHOLDER(ksdb_zvol_share_import)
-KSDB_PLACEHOLDER(ksdb_zvol_share_export)
-KSDB_PLACEHOLDER(ksdb_share_fs_attribute_import)
-KSDB_PLACEHOLDER(ksdb_share_fs_attribute_export)
-KSDB_PLACEHOLDER(ksdb_share_stats_import)
-
-int ksdb_share_fs_attribute_export_per_share(ksdb_handle *, sqlite3 *, const char *) { return 0; }
 
 // Cloud vault settings and the message dictionary.
 KSDB_PLACEHOLDER(ksdb_vault_import)

@@ -357,6 +357,11 @@ TEST_F(DriverTest, PerShareExportHandlesOnlyShareAttributes) {
     EXPECT_EQ(db_.rows("SELECT * FROM share"), Names{"1|data"});
     EXPECT_TRUE(g_calls.empty());
     EXPECT_TRUE(lock_free());
+    // The tables the per-share export reads, without a row for the share.
+    db_.exec("ALTER TABLE share ADD COLUMN type TEXT");
+    db_.exec("ALTER TABLE share ADD COLUMN volume_id TEXT");
+    db_.exec("CREATE TABLE zfs_attr (share_id INT, mb_refquota INT, compression INT, "
+             "bit_rot_protection INT)");
     EXPECT_EQ(ksdb_export_per_share(h_, db_, KSDB_CAT_SHARE_FS_ATTRIBUTE, "data"), 0);
     // No exit log of its own.
     EXPECT_EQ(log_.text().find("ksdb_export_per_share"), std::string::npos);

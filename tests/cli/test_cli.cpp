@@ -136,7 +136,6 @@ TEST_F(CliTest, ImportAndExportReportEachCategoryAndTheFilesPutInPlace) {
     EXPECT_EQ(import.status, 0) << import.err;
     EXPECT_TRUE(std::regex_match(import.out, std::regex(R"(import ALL: ok \(\d+ ms\)\n)")))
         << import.out;
-    ASSERT_EQ(on_db({"sql", "INSERT INTO zfs_attr (share_id) SELECT id FROM share"}).status, 0);
 
     // By number and by name in any case; the first export writes new files.
     Outcome exported = on_db({"export", "21", "cifs_service"});
@@ -159,7 +158,6 @@ TEST_F(CliTest, DiffChangesNothingAndShowsWhatTheExportThenChanges) {
     demo_tree();
     ASSERT_EQ(on_db({"create"}).status, 0);
     ASSERT_EQ(on_db({"import", "ALL"}).status, 0);
-    ASSERT_EQ(on_db({"sql", "INSERT INTO zfs_attr (share_id) SELECT id FROM share"}).status, 0);
     ASSERT_EQ(on_db({"sql", "UPDATE cifs_share_option SET cifs_access='readonly' WHERE "
                             "share_id=(SELECT id FROM share WHERE name='public')"})
                   .status,

@@ -1,0 +1,165 @@
+// Share file-system attributes and statistics: what the case folders
+// cannot express (the single-share export, failing tools, quota-group
+// texts from the platform, disk-space figures, the demo appliance).  The
+// case folders' export and import laws on the same data are the round
+// trip: import(files) gives the rows from which export gives the same
+// commands and files.
+#include "tests/support/test_support.h"
+
+#include "ksdb_platform.h"
+
+#include <sys/statvfs.h>
+
+#include <cerrno>
+#include <cstring>
+#include <filesystem>
+#include <map>
+
+using namespace ksdb_test;
+
+namespace {
+
+// Quota-group figures by effective path; "/data/gone" fails.
+std::map<std::string, ksdb_qgroup_info> g_figures;
+
+int fake_qgroup(const char *path, ksdb_qgroup_info *info) {
+    auto it = g_figures.find(path);
+    if (it == g_figures.end()) return std::strstr(path, "/data/gone") ? -EIO : -ENOENT;
+    *info = it->second;
+    return 0;
+}
+
+class FsAttributeTest : public RootTest {
+  protected:
+    void SetUp() override {
+        ASSERT_EQ(ksdb_create(h(), db()), 0);
+        mkdirs(at("/data/._share"));
+        g_figures.clear();
+        ksdb_platform_ops ops{};
+        ops.btrfs_get_qgroup_info = fake_qgroup;
+        ksdb_platform_set(&ops);
+    }
+    void TearDown() override { ksdb_platform_set(nullptr); }
+    // A share; attrs "compression,bit_rot_protection,mb_refquota" as SQL,
+    // or "" for no zfs_attr row.
+    void share(int id, const std::string &name, const std::string &attrs,
+               const std::string &type = "share", const std::string &volume = "data") {
+        const std::string zfs = volume + "/" + name;
+        sql().exec("INSERT INTO share (id,zfs_name,type,volume_id,name,path,user_id,group_id) "
+                   "VALUES(" + std::to_string(id) + ",'" + zfs + "','" + type + "','" + volume +
+                   "','" + name + "','/" + zfs + "',0,0)");
+        if (!attrs.empty())
+            sql().exec("INSERT INTO zfs_attr (share_id,compression,bit_rot_protection,mb_refquota) "
+                       "VALUES(" + std::to_string(id) + "," + attrs + ")");
+    }
+    std::string conf(const std::string &name) { return "/data/._share/" + name + "/fs.conf"; }
+    // The calls that apply a share's attributes (nullptr: flag untouched).
+    std::vector<FakeCall> applied(const std::string &name, const char *c, const char *b,
+                                  const char *quota) {
+        const std::string p = at("/data/" + name);
+        std::vector<FakeCall> calls;
+        if (c) calls.push_back({"chattr", c, p});
+        if (b) calls.push_back({"chattr", b, p});
+        calls.push_back({"btrfs", "quota", "enable", p});
+        calls.push_back({"btrfs", "qgroup", "limit", quota, p});
+        return calls;
+    }
+};
+
+TEST_F(FsAttributeTest, SingleShareExportTakesNullAsOffAndTouchesOnlyThatShare) {
+    share(1, "docs", "NULL,NULL,NULL");
+    share(2, "media", "1,1,7");
+    ASSERT_EQ(ksdb_export_per_share(h(), db(), KSDB_CAT_SHARE_FS_ATTRIBUTE, "docs"), 0) << log();
+    EXPECT_EQ(fake_calls(), applied("docs", "-c", "+C", "none"));
+    EXPECT_EQ(get(conf("docs")), "compression = \nbitrotprotection = \nrefquota = \n");
+    EXPECT_FALSE(exists(at(conf("media"))));
+
+    clear_fake_calls();
+    EXPECT_EQ(ksdb_export_per_share(h(), db(), KSDB_CAT_SHARE_FS_ATTRIBUTE, "nope"), 0);
+    EXPECT_EQ(ksdb_export_per_share(h(), db(), KSDB_CAT_SHARE_FS_ATTRIBUTE, nullptr), KSDB_E_INVAL);
+    EXPECT_EQ(ksdb_export_per_share(h(), db(), KSDB_CAT_CIFS_SHARE, "docs"), KSDB_E_INVAL);
+    EXPECT_TRUE(fake_calls().empty());
+}
+
+TEST_F(FsAttributeTest, NamesWithShellCharactersReachTheToolsAsOneArgument) {
+    const std::string name = "it''s $(touch pwned) & `touch pwned`;x";  // SQL-quoted
+    const std::string real = "it's $(touch pwned) & `touch pwned`;x";
+    share(1, name, "1,1,5");
+    ASSERT_EQ(ksdb_export(h(), db(), KSDB_CAT_SHARE_FS_ATTRIBUTE), 0) << log();
+    EXPECT_EQ(fake_calls(), applied(real, "+c", "-C", "5M"));
+    EXPECT_EQ(get(conf(real)), "compression = 1\nbitrotprotection = 1\nrefquota = 5\n");
+    EXPECT_FALSE(exists(at("/pwned")));
+    EXPECT_FALSE(exists("pwned"));
+}
+
+TEST_F(FsAttributeTest, AFailingToolGivesEightAndKeepsThatShareAsItWas) {
+    share(1, "docs", "1,1,100");
+    share(2, "media", "NULL,NULL,50");
+    const std::string old = "compression = 0\nbitrotprotection = 0\nrefquota = 1\n";
+    put(conf("docs"), old);
+    const auto before = sql().rows("SELECT * FROM zfs_attr ORDER BY share_id");
+    ScopedEnv fail("KSDB_FAKE_FAIL", "chattr");
+    EXPECT_EQ(ksdb_export(h(), db(), KSDB_CAT_SHARE_FS_ATTRIBUTE), KSDB_E_SPAWN);
+    EXPECT_EQ(get(conf("docs")), old);
+    // The share that needs no chattr is still applied and written.
+    EXPECT_EQ(fake_calls("btrfs"), applied("media", nullptr, nullptr, "50M"));
+    EXPECT_EQ(get(conf("media")), "compression = \nbitrotprotection = \nrefquota = 50\n");
+    EXPECT_EQ(ksdb_export_per_share(h(), db(), KSDB_CAT_SHARE_FS_ATTRIBUTE, "docs"),
+              KSDB_E_SPAWN);
+    EXPECT_EQ(get(conf("docs")), old);
+    EXPECT_EQ(sql().rows("SELECT * FROM zfs_attr ORDER BY share_id"), before);
+}
+
+TEST_F(FsAttributeTest, ImportStoresTheQuotaGroupTextsAndLogsOnlyRealFailures) {
+    ksdb_qgroup_info docs{};
+    docs.max_referenced = 200 * 1048576ULL;
+    std::strcpy(docs.logbias, "latency");
+    std::strcpy(docs.sync, "always");
+    g_figures[at("/data/docs")] = docs;
+    share(1, "docs", "");
+    share(2, "gone", "");
+    share(3, "snap", "", "readonly");
+    ASSERT_EQ(ksdb_import(h(), db(), KSDB_CAT_SHARE_FS_ATTRIBUTE), 0) << log();
+    EXPECT_EQ(sql().rows("SELECT share_id,mb_refquota,logbias,origin,sync FROM zfs_attr"),
+              (std::vector<std::string>{"1|200|latency|<NULL>|always", "2|0|<NULL>|<NULL>|<NULL>",
+                                        "3|0|<NULL>|<NULL>|<NULL>"}));
+    EXPECT_NE(log().find("Failed to get quota config for data/gone (Input/output error)\n"),
+              std::string::npos);
+    EXPECT_EQ(log().find("Failed to get quota config for data/snap"), std::string::npos);
+}
+
+TEST_F(FsAttributeTest, AUsbShareWithoutQuotaGroupIsMeasuredOnItsFileSystem) {
+    mkdirs(at("/media/USB_disk1"));
+    share(1, "USB_disk1", "", "share", "media");
+    ASSERT_EQ(ksdb_import(h(), db(), KSDB_CAT_SHARE_STATS), 0) << log();
+    struct statvfs sv;
+    ASSERT_EQ(statvfs(at("/media/USB_disk1").c_str(), &sv), 0);
+    const double avail = static_cast<double>(sv.f_bavail) * sv.f_bsize;
+    const double used = static_cast<double>(sv.f_blocks) * sv.f_frsize - avail;
+    // Free space moves while the test runs: within 64 MiB.
+    EXPECT_NEAR(std::stod(sql().scalar("SELECT available FROM _zfs_stat")), avail, 64 << 20);
+    EXPECT_NEAR(std::stod(sql().scalar("SELECT used FROM _zfs_stat")), used, 64 << 20);
+    EXPECT_EQ(sql().scalar("SELECT usedbydataset=used FROM _zfs_stat"), "1");
+
+    sql().exec("DROP TABLE _zfs_stat");
+    EXPECT_EQ(ksdb_import(h(), db(), KSDB_CAT_SHARE_STATS), KSDB_E_DB);
+}
+
+TEST_F(FsAttributeTest, AllImportOfTheDemoApplianceGivesEveryShareItsAttributes) {
+    namespace fs = std::filesystem;
+    fs::copy(KSDB_CASES_DIR "/../../examples/demo-root", root(),
+             fs::copy_options::recursive | fs::copy_options::overwrite_existing);
+    ASSERT_EQ(ksdb_import(h(), db(), KSDB_CAT_ALL), 0) << log();
+    EXPECT_EQ(sql().rows("SELECT S.name,Z.share_id IS NOT NULL FROM share S LEFT JOIN zfs_attr Z "
+                         "ON Z.share_id=S.id ORDER BY S.name"),
+              (std::vector<std::string>{"archive|1", "docs|1", "public|1"}));
+    EXPECT_EQ(sql().rows("SELECT Z.mb_refquota,Z.compression,Z.bit_rot_protection FROM zfs_attr Z "
+                         "JOIN share S ON S.id=Z.share_id WHERE S.name='docs'"),
+              std::vector<std::string>{"10240|1|1"});
+    ASSERT_EQ(ksdb_export(h(), db(), KSDB_CAT_CIFS_SHARE), 0) << log();
+    const std::string shares = get("/etc/quillfold/samba/Shares.conf");
+    for (const char *s : {"[archive]\n", "[docs]\n", "[public]\n"})
+        EXPECT_NE(shares.find(s), std::string::npos) << s;
+}
+
+}  // namespace

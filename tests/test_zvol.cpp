@@ -1,0 +1,59 @@
+// iSCSI LUN shares: what the case folders cannot express (sparse backing
+// stores, failing statements).
+#include "tests/support/test_support.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+using namespace ksdb_test;
+
+namespace {
+
+class ZvolTest : public RootTest {
+  protected:
+    void SetUp() override {
+        ASSERT_EQ(ksdb_create(h(), db()), 0);
+        sql().exec("INSERT INTO _volume (id,lv_name,blk_size) VALUES('data','data',1024)");
+    }
+    void lun(const std::string &name, const std::string &data = std::string(4096, 'x')) {
+        mkdirs(at("/data/._share/" + name));
+        mkdirs(at("/data/" + name + "/.iscsi"));
+        put("/data/" + name + "/.iscsi/iscsi_lun_backing_store", data);
+    }
+};
+
+TEST_F(ZvolTest, ASparseBackingStoreIsSizedAndMarkedSparse) {
+    lun("vm");
+    // 10 GiB long, 1 MiB of it written.
+    int fd = open(at("/data/vm/.iscsi/iscsi_lun_backing_store").c_str(), O_WRONLY);
+    ASSERT_GE(fd, 0);
+    ASSERT_EQ(ftruncate(fd, 10LL << 30), 0);
+    const std::string mib(1 << 20, 'd');
+    ASSERT_EQ(pwrite(fd, mib.data(), mib.size(), 0), static_cast<ssize_t>(mib.size()));
+    close(fd);
+    ASSERT_EQ(ksdb_import(h(), db(), KSDB_CAT_ZVOL_SHARE), 0) << log();
+    EXPECT_EQ(sql().rows("SELECT S.name,Z.kb_size,Z.is_sparse FROM share S JOIN zvol_share_option "
+                         "Z ON Z.share_id=S.id"),
+              std::vector<std::string>{"vm|10485760|1"});
+    EXPECT_NE(log().find("Cannot load /data/._share/vm/iscsi.conf. Ignore zvol share config.\n"),
+              std::string::npos);
+}
+
+TEST_F(ZvolTest, AFailedRowGivesThreeAndTheDriverKeepsTheTables) {
+    lun("lun0");
+    lun("lun1");
+    sql().exec("ALTER TABLE zvol_share_option RENAME TO zvol_away");
+    EXPECT_EQ(ksdb_import(h(), db(), KSDB_CAT_ZVOL_SHARE), KSDB_E_DB);
+    EXPECT_NE(log().find("Fail on 'INSERT INTO zvol_share_option'"), std::string::npos);
+    EXPECT_EQ(sql().scalar("SELECT COUNT(*) FROM share"), "0");
+
+    // A share row the database refuses is passed over; the others are kept.
+    sql().exec("ALTER TABLE zvol_away RENAME TO zvol_share_option");
+    sql().exec("CREATE TRIGGER no_lun0 BEFORE INSERT ON share WHEN NEW.name='lun0' "
+               "BEGIN SELECT RAISE(ABORT,'refused'); END");
+    ASSERT_EQ(ksdb_import(h(), db(), KSDB_CAT_ZVOL_SHARE), 0) << log();
+    EXPECT_NE(log().find("Ignore duplicate dataset name (lun0).\n"), std::string::npos);
+    EXPECT_EQ(sql().column("SELECT name FROM share"), std::vector<std::string>{"lun1"});
+}
+
+}  // namespace
