@@ -13,7 +13,7 @@
 // rewrites fs.conf.  The statistics import measures every share (a share
 // published from a snapshot on its newest snapshot) into _zfs_stat.
 #define KSDB_MODULE "ksdb_fs_attribute"
-#include "shares/ksdb_fs_attribute.h"
+#include "storage/ksdb_snapshot.h"
 
 #include "core/ksdb_area.h"
 #include "core/ksdb_areas.h"

@@ -94,22 +94,15 @@ int record_lun(ksdb_handle *h, sqlite3 *db, const char *volume, const char *shar
 // Every LUN share of every volume; a share that fails does not stop the
 // others: 0, 3 when any failed, 8 when the listing cannot be run.
 int _ksdb_zvol_scan_shares(ksdb_handle *h, sqlite3 *db) {
-    const std::string cmd = share_subvolume_command(h);
-    Pipe listing(cmd.c_str(), "re");
-    if (!listing) {
-        KSDB_ERR(h, "Cannot popen 'find / -name ._share'\n");
-        return KSDB_E_SPAWN;
-    }
     int result = 0;
-    char line[2048];
-    while (std::fgets(line, sizeof line, listing.get())) {
-        line[std::strcspn(line, "\n")] = '\0';
-        char volume[64], share[64];
-        if (std::sscanf(line, "V=%63[^,],S=%63[^\n]%*c", volume, share) != 2) continue;
-        if (share[0] == '.') continue;
-        if (record_lun(h, db, volume, share) != 0) result = KSDB_E_DB;
-    }
-    return result;
+    int rc = ksdb_foreach_share_subvolume(
+        h, db,
+        [](ksdb_handle *h, sqlite3 *db, const char *volume, const char *share, void *arg) {
+            if (record_lun(h, db, volume, share) != 0) *static_cast<int *>(arg) = KSDB_E_DB;
+            return 0;
+        },
+        &result, 0);
+    return rc != 0 ? rc : result;
 }
 
 // ---- export ------------------------------------------------------------------

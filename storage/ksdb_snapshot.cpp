@@ -5,6 +5,7 @@
 // size and newest-name look-ups.
 #define KSDB_MODULE "ksdb_snapshot"
 #include "core/ksdb_area.h"
+#include "storage/ksdb_snapshot.h"
 #include "core/ksdb_areas.h"
 #include "platform/platform.h"
 #include "util/ksdb_job_files.h"
@@ -528,6 +529,32 @@ KSDB_STEP(ksdb_snapshot_export) {
                         [&] { return export_home_retention(h, db); });
 }
 
+namespace ksdb {
+
+int latest_snapshot(ksdb_handle *h, sqlite3 *db, const char *zfs_name, std::string *name) {
+    SqlTable t;
+    if (t.query(h, db, KSDB_TAG,
+                "SELECT name FROM `$snapshot` WHERE created_on=(SELECT MAX(created_on) FROM "
+                "`$snapshot` WHERE zfs_name=%Q)",
+                zfs_name) != SQLITE_OK) {
+        KSDB_ERR(h, "ksdb_getLatestSnapshotName: Failed DB Query for 'SELECT FROM $snapshot'. "
+                    "%s\n", sqlite3_errmsg(db));
+        return KSDB_E_DB;
+    }
+    if (t.rows() == 0 || !t.at(0, 0)) {
+        KSDB_ERR(h, "ksdb_getLatestSnapshotName: No dataset found in $snapshot.\n");
+        return KSDB_E_STEP;
+    }
+    *name = t.at(0, 0);
+    return 0;
+}
+
+bool latest_snapshot_name(ksdb_handle *h, sqlite3 *db, const char *zfs_name, std::string *name) {
+    return latest_snapshot(h, db, zfs_name, name) == 0;
+}
+
+}  // namespace ksdb
+
 extern "C" {
 
 int ksdb_snapshots_import_zfs(ksdb_handle *h, sqlite3 *db, const char *volume, const char *share) {
@@ -567,21 +594,10 @@ int ksdb_getLatestSnapshotName(ksdb_handle *h, sqlite3 *db, const char *zfs_name
     if (!h || !db || !zfs_name || !out) return KSDB_E_INVAL;
     *out = nullptr;
     return ksdb::boundary(h, KSDB_TAG, "ksdb_getLatestSnapshotName", [&]() -> int {
-        ksdb::SqlTable t;
-        if (t.query(h, db, KSDB_TAG,
-                "SELECT name FROM `$snapshot` WHERE created_on=(SELECT MAX(created_on) FROM "
-                "`$snapshot` WHERE zfs_name=%Q)",
-                zfs_name) != SQLITE_OK) {
-            KSDB_ERR(h, "ksdb_getLatestSnapshotName: Failed DB Query for 'SELECT FROM $snapshot'. "
-                        "%s\n", sqlite3_errmsg(db));
-            return KSDB_E_DB;
-        }
-        if (t.rows() == 0 || !t.at(0, 0)) {
-            KSDB_ERR(h, "ksdb_getLatestSnapshotName: No dataset found in $snapshot.\n");
-            return KSDB_E_STEP;
-        }
-        *out = ksdb::pool_strdup(h, t.at(0, 0));
-        return 0;
+        std::string name;
+        int rc = ksdb::latest_snapshot(h, db, zfs_name, &name);
+        if (rc == 0) *out = ksdb::pool_strdup(h, name.c_str());
+        return rc;
     });
 }
 

@@ -96,12 +96,6 @@ int cmd_demo(const Options &given, std::vector<std::string> args) {
                              "INNER JOIN cifs_share_option C ON C.share_id=S.id ORDER BY S.name"}))
         return rc;
 
-    // The shares' file-system attributes come from an importer of an area
-    // still being built; the CIFS export writes only shares that have them.
-    banner("recording default file-system attributes of the shares");
-    if (int rc = demo_statement(o, "INSERT OR IGNORE INTO zfs_attr (share_id) SELECT id FROM share"))
-        return rc;
-
     banner("making share 'public' read-only, as the management daemon would");
     if (int rc = demo_statement(o, "UPDATE cifs_share_option SET cifs_access='readonly' "
                                    "WHERE share_id=(SELECT id FROM share WHERE name='public')"))

@@ -207,7 +207,6 @@ TEST_F(CliTest, CheckedExportRefusesWhatTheCheckerRejectsAndChangesNothing) {
     demo_tree();
     ASSERT_EQ(on_db({"create"}).status, 0);
     ASSERT_EQ(on_db({"import", "ALL"}).status, 0);
-    ASSERT_EQ(on_db({"sql", "INSERT INTO zfs_attr (share_id) SELECT id FROM share"}).status, 0);
     ASSERT_EQ(on_db({"sql", "INSERT INTO `$application_on_share` (zfs_name,app_name) "
                             "VALUES('data/docs','media')"})
                   .status,
