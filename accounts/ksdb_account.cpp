@@ -1,7 +1,8 @@
 // Local users and groups: /etc/passwd, /etc/shadow, /etc/group and
 // /etc/gshadow read into `$user`, `$group` and `$group_has_user` and written
-// back from them, the account defaults and password-recovery settings, the
-// home-folder settings file, and the account look-ups.
+// back from them; the account import and export that also carry the
+// settings files (ksdb_account_settings.cpp).  The look-ups are in
+// ksdb_account_lookup.cpp.
 //
 // Local rows have `rid` NULL; domain rows are never touched here.  A
 // negative `is_privileged` marks a row that the next export leaves out of
@@ -14,22 +15,18 @@
 #include "platform/platform.h"
 #include "util/ksdb_program.h"
 
-#include <pwd.h>
-
 #include <cctype>
-#include <cerrno>
 #include <cstdint>
 #include <cstdlib>
-#include <string>
 #include <memory>
 #include <optional>
+#include <string>
 #include <unordered_map>
 #include <vector>
 
 namespace ksdb::account {
 namespace {
 
-constexpr char kPasswd[] = "/etc/passwd";
 constexpr char kShadow[] = "/etc/shadow";
 constexpr char kGroup[] = "/etc/group";
 constexpr char kGshadow[] = "/etc/gshadow";
@@ -53,20 +50,6 @@ const char *home_refusal(std::string_view home) {
     return nullptr;
 }
 
-// The fields of a line at `delim`, empty ones kept; the last of at most
-// `max` fields runs to the end of the line.
-std::vector<std::string_view> fields(std::string_view line, char delim, size_t max) {
-    std::vector<std::string_view> out;
-    while (out.size() + 1 < max) {
-        size_t at = line.find(delim);
-        if (at == std::string_view::npos) break;
-        out.push_back(line.substr(0, at));
-        line.remove_prefix(at + 1);
-    }
-    out.push_back(line);
-    return out;
-}
-
 // A user or group id as the files write it: decimal digits only.
 bool parse_id(std::string_view text, long long *id) {
     if (text.empty() || text.size() > 18) return false;
@@ -81,28 +64,6 @@ bool parse_id(std::string_view text, long long *id) {
 
 // Ids up to 99 and above 32767 belong to the system.
 int privileged(long long id) { return id <= 99 || id > 32767 ? 1 : 0; }
-
-// Lines of the passwd and group files that hold no entry.
-bool skipped_entry_line(const char *line) { return !*line || *line == '#' || *line == '$'; }
-
-// True when the system's user database knows `name`: below a debug root
-// the root's own /etc/passwd answers, never the machine's.
-bool system_knows_user(ksdb_handle *h, const char *name) {
-    if (!debug_root_set(h)) {
-        std::vector<char> buf(4096);
-        struct passwd pw, *found = nullptr;
-        while (getpwnam_r(name, &pw, buf.data(), buf.size(), &found) == ERANGE)
-            buf.resize(buf.size() * 2);
-        return found != nullptr;
-    }
-    ConfFile passwd(h, kPasswd);
-    bool known = false;
-    passwd.lines([&](char *line) {
-        known = !skipped_entry_line(line) && fields(line, ':', 2)[0] == name;
-        return !known;
-    });
-    return known;
-}
 
 // ---- import ----------------------------------------------------------------------
 
@@ -291,18 +252,6 @@ int import_groups(ksdb_handle *h, sqlite3 *db, int keep) {
     return status;
 }
 
-// The joined domain as the samba settings record it: the empty name when
-// the appliance stands alone.  A failed query is the caller's to judge.
-int domain_name(ksdb_handle *h, sqlite3 *db, std::string *name) {
-    SqlTable t;
-    if (t.query(h, db, KSDB_TAG,
-                "SELECT CASE WHEN security IN ('ads','domain') THEN COALESCE(realm,workgroup,'') "
-                "ELSE '' END FROM service_cifs LIMIT 1") != SQLITE_OK)
-        return KSDB_E_DB;
-    name->assign(t.rows() > 0 ? t.str(0, 0) : "");
-    return 0;
-}
-
 int import_account(ksdb_handle *h, sqlite3 *db) {
     std::string domain;
     if (domain_name(h, db, &domain) != 0) {
@@ -435,78 +384,29 @@ int export_account(ksdb_handle *h, sqlite3 *db) {
                   [&] { return export_hf_settings(h, db); });
 }
 
-// ---- look-ups ----------------------------------------------------------------------
-
-// 1 when the query gives a row, 0 when none, -1 when it fails.
-int row_exists(ksdb_handle *h, sqlite3 *db, const char *failed, const SqlStr &sql) {
-    SqlTable t;
-    if (!sql || ksdb_sql_get_table(h, db, nullptr, KSDB_TAG, t.table_out(), t.nrow_out(),
-                                   t.ncol_out(), sql.get()) != SQLITE_OK) {
-        KSDB_ERR(h, "%s", failed);
-        return -1;
-    }
-    return t.rows() > 0 ? 1 : 0;
-}
-
-constexpr char kUserQueryFailed[] = "Failed DB Query for 'SELECT $user'\n";
-
-int create_home(ksdb_handle *h, sqlite3 *db, int uid) {
-    if (!h || !db) return KSDB_E_INVAL;
-    if (uid < 100 && uid != 98) {
-        KSDB_ERR(h, "Can't create home directory for system reserved users!\n");
-        return KSDB_E_INVAL;
-    }
-    SqlTable t;
-    if (t.query(h, db, KSDB_TAG, "SELECT home, uname FROM `$user` WHERE id = %d", uid) !=
-        SQLITE_OK) {
-        KSDB_ERR(h, "%s", kUserQueryFailed);
-        return KSDB_E_DB;
-    }
-    if (t.rows() == 0) {
-        KSDB_ERR(h, "Cannot find uid %d!\n", uid);
-        return KSDB_E_INVAL;
-    }
-    const char *name = t.str(0, 1);
-    if (!system_knows_user(h, name)) {
-        KSDB_ERR(h, "Failed to get passwd entry for uid %d, uname %s\n", uid, name);
-        return KSDB_E_INVAL;
-    }
-    int rc = run_program(h, "/sbin/mkhomedir_helper", {name}, nullptr);
-    if (rc != 0) {
-        KSDB_ERR(h, "Command failed: /sbin/mkhomedir_helper %s (%d)\n", name, rc);
-        return rc < 0 ? KSDB_E_SPAWN : KSDB_E_COMMAND;
-    }
-    return 0;
-}
-
-int import_existing_homes(ksdb_handle *h, sqlite3 *db) {
-    std::string domain;
-    if (domain_name(h, db, &domain) != 0) {
-        KSDB_ERR(h, "Unable to get domain info. Probably no network or bad network "
-                    "configuration.\n");
-        return KSDB_E_DB;
-    }
-    std::optional<std::string> volume;
-    if (sql_scalar(h, db, nullptr, KSDB_TAG, &volume,
-                   "SELECT COALESCE(V.lv_name,A.home_volume_id) FROM account_default A LEFT JOIN "
-                   "_volume V ON V.id=A.home_volume_id LIMIT 1") != SQLITE_OK)
-        return KSDB_E_DB;
-    if (!volume || value_refusal(*volume, rules::kPathComponent)) return 0;
-    const std::string dir = "/home/" + *volume;
-    for (const std::string &name : fs::list_dir(h, dir)) {
-        // A domain user's POSIX id is its row's id.
-        std::optional<std::string> uid;
-        sql_scalar(h, db, nullptr, KSDB_TAG, &uid,
-                   "SELECT id FROM `$user` WHERE uname=%Q AND rid IS NOT NULL", name.c_str());
-        if (uid && number(uid->c_str()) >= 1)
-            KSDB_INFO(h, "The user of the home folder '%s/%s' is found\n", dir.c_str(), name.c_str());
-        else
-            KSDB_INFO(h, "Cannot find user of the home folder '%s/%s'\n", dir.c_str(), name.c_str());
-    }
-    return 0;
-}
-
 }  // namespace
+
+std::vector<std::string_view> fields(std::string_view line, char delim, size_t max) {
+    std::vector<std::string_view> out;
+    while (out.size() + 1 < max) {
+        size_t at = line.find(delim);
+        if (at == std::string_view::npos) break;
+        out.push_back(line.substr(0, at));
+        line.remove_prefix(at + 1);
+    }
+    out.push_back(line);
+    return out;
+}
+
+int domain_name(ksdb_handle *h, sqlite3 *db, std::string *name) {
+    SqlTable t;
+    if (t.query(h, db, KSDB_TAG,
+                "SELECT CASE WHEN security IN ('ads','domain') THEN COALESCE(realm,workgroup,'') "
+                "ELSE '' END FROM service_cifs LIMIT 1") != SQLITE_OK)
+        return KSDB_E_DB;
+    name->assign(t.rows() > 0 ? t.str(0, 0) : "");
+    return 0;
+}
 
 bool setting(std::string_view line, std::string_view *key, std::string_view *value) {
     if (!line.empty() && line.back() == '\r') line.remove_suffix(1);
@@ -585,79 +485,6 @@ int _ksdb_account_local_group_import(ksdb_handle *h, sqlite3 *db, int keep) {
 int _ksdb_account_local_group_export(ksdb_handle *h, sqlite3 *db) {
     return ksdb::logged(h, KSDB_TAG, "_ksdb_account_local_group_export",
                         [&] { return export_groups(h, db); });
-}
-
-int ksdb_account_get_homedir(const char *name, char *buffer, size_t size) {
-    if (!buffer || !size) return KSDB_E_INVAL;
-    buffer[0] = '\0';
-    if (!name) return KSDB_E_INVAL;
-    return ksdb::boundary(nullptr, KSDB_TAG, "ksdb_account_get_homedir", [&]() -> int {
-        std::vector<char> scratch(1024);
-        struct passwd pw, *found = nullptr;
-        int rc;
-        while ((rc = getpwnam_r(name, &pw, scratch.data(), scratch.size(), &found)) == ERANGE)
-            scratch.resize(scratch.size() * 2);
-        if (rc == ENOMEM) return 2;  // out of memory
-        if (found) {
-            strncpyt(buffer, pw.pw_dir, size);
-            return 0;
-        }
-        std::string out;
-        rc = ksdb::run_program(nullptr, "getent", {"passwd", name}, &out, 4096);
-        if (rc != 0) return rc;
-        std::string home(fields(out, ':', 7).size() > 5 ? fields(out, ':', 7)[5] : "");
-        if (home.size() > 1023) home.resize(1023);
-        strncpyt(buffer, home.c_str(), size);
-        return 0;
-    });
-}
-
-int ksdb_find_user_id(ksdb_handle *h, sqlite3 *db, int uid) {
-    return ksdb::boundary(h, KSDB_TAG, "ksdb_find_user_id", [&] {
-        return row_exists(h, db, kUserQueryFailed,
-                          ksdb::sql_printf("SELECT id FROM `$user` WHERE id = %d", uid));
-    });
-}
-
-int ksdb_get_user_name(ksdb_handle *h, sqlite3 *db, int uid, char **name) {
-    if (!name) return KSDB_E_INVAL;
-    *name = nullptr;
-    return ksdb::boundary(h, KSDB_TAG, "ksdb_get_user_name", [&]() -> int {
-        ksdb::SqlTable t;
-        if (t.query(h, db, KSDB_TAG, "SELECT uname FROM `$user` WHERE id = %d", uid) != SQLITE_OK) {
-            KSDB_ERR(h, "%s", kUserQueryFailed);
-            return KSDB_E_DB;
-        }
-        if (t.rows() == 0) {
-            KSDB_ERR(h, "Cannot find uid %d!\n", uid);
-            return KSDB_E_INVAL;
-        }
-        *name = ksdb::pool_strdup(h, t.str(0, 0));
-        return 0;
-    });
-}
-
-int ksdb_user_home_exist(ksdb_handle *h, sqlite3 *db, int uid) {
-    return ksdb::boundary(h, KSDB_TAG, "ksdb_user_home_exist", [&] {
-        std::optional<std::string> home;
-        if (ksdb::sql_scalar(h, db, nullptr, KSDB_TAG, &home,
-                             "SELECT home FROM `$user` WHERE id = %d", uid) != SQLITE_OK) {
-            KSDB_ERR(h, "%s", kUserQueryFailed);
-            return -1;
-        }
-        if (home && !home->empty() && ksdb::fs::is_dir(h, *home)) return 1;
-        KSDB_ERR(h, "Home directory %s does not exist!\n", home ? home->c_str() : "");
-        return 0;
-    });
-}
-
-int ksdb_create_user_home(ksdb_handle *h, sqlite3 *db, int uid) {
-    return ksdb::logged(h, KSDB_TAG, "ksdb_create_user_home", [&] { return create_home(h, db, uid); });
-}
-
-int ksdb_import_users_with_existing_homes(ksdb_handle *h, sqlite3 *db) {
-    return ksdb::logged(h, KSDB_TAG, "ksdb_import_users_with_existing_homes",
-                        [&] { return import_existing_homes(h, db); });
 }
 
 }  // extern "C"

@@ -11,8 +11,24 @@
 #include <string>
 #include <string_view>
 #include <utility>
+#include <vector>
 
 namespace ksdb::account {
+
+constexpr char kPasswd[] = "/etc/passwd";
+
+// The fields of a line at `delim`, empty ones kept; the last of at most
+// `max` fields runs to the end of the line.
+std::vector<std::string_view> fields(std::string_view line, char delim, size_t max);
+
+// Lines of the passwd and group files that hold no entry.
+inline bool skipped_entry_line(const char *line) {
+    return !*line || *line == '#' || *line == '$';
+}
+
+// The joined domain as the samba settings record it, the empty name when
+// the appliance stands alone: 0, or 3 when the query fails.
+int domain_name(ksdb_handle *h, sqlite3 *db, std::string *name);
 
 // A number column or setting as C reads it: leading digits, 0 for none.
 inline long long number(const char *text) { return text ? std::strtoll(text, nullptr, 10) : 0; }
