@@ -211,6 +211,16 @@ TEST_F(AccountTest, ImportAsksPasswdForTheLockOfEachStoredName) {
     EXPECT_EQ(fake_calls("passwd"), want);
 }
 
+TEST_F(AccountTest, ANameReachesTheCommandAsOneWord) {
+    const std::string name = "x'$(touch " + root() + "/pwned);y z";
+    put("/etc/passwd", name + ":x:1000:100::/home/x:/bin/sh\n");
+    put("/etc/shadow", name + ":!:1:0:99999:7:::\n");
+    put("/etc/group", "users:x:100:\n");
+    ASSERT_EQ(ksdb_import(h(), db(), KSDB_CAT_ACCOUNT), 0) << log();
+    EXPECT_EQ(fake_calls("passwd"), (std::vector<FakeCall>{{"passwd", "-S", name, "-R", root()}}));
+    EXPECT_FALSE(exists(at("/pwned")));
+}
+
 TEST_F(AccountTest, MissingDefaultsFileIsWrittenBackWithTheFirstVolume) {
     put_accounts();
     sql().exec("INSERT INTO _volume (id,lv_name,blk_size) VALUES('media','media',0),"

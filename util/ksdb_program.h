@@ -13,17 +13,19 @@
 
 namespace ksdb {
 
-// Runs `program` with `args` through the platform's exec_cmd: no shell sees
-// the command, so every argument reaches the program exactly as given.  At
-// most `limit` bytes of its standard output land in *out (when out is not
-// null).  `program` is the path the program has on the appliance
+// Runs `program` with `args`, each quoted as one shell word, so every
+// argument reaches the program exactly as given and no value is ever read
+// by the shell.  At most `limit` bytes of its standard output land in *out
+// (when out is not null); its standard error is dropped and its standard
+// input is empty.  `program` is the path the program has on the appliance
 // ("/sbin/mkhomedir_helper") or a bare name looked up on PATH ("passwd").
 // With a debug root set, an absolute program path is replaced by its base
 // name looked up on PATH: the harness that set the root puts its recording
 // stand-ins first on PATH, so a debug-root run never changes the machine.
 // Paths among the arguments are the caller's to put below the root.
-// The program's exit status (0 success), 128 + a signal, or a negative
-// errno when it could not be started.
+// The program's exit status (0 success; 127 when there is no such
+// program), 128 + a signal, or a negative errno when no shell could be
+// started.
 int run_program(const ksdb_handle *h, std::string_view program,
                 std::initializer_list<std::string_view> args, std::string *out,
                 size_t limit = 1024);
