@@ -30,6 +30,10 @@ inline bool skipped_entry_line(const char *line) {
 // the appliance stands alone: 0, or 3 when the query fails.
 int domain_name(ksdb_handle *h, sqlite3 *db, std::string *name);
 
+// 1 when the query gives a row, 0 when none, -1 when it fails (after
+// logging `failed`).
+int row_exists(ksdb_handle *h, sqlite3 *db, const char *failed, const SqlStr &sql);
+
 // A number column or setting as C reads it: leading digits, 0 for none.
 inline long long number(const char *text) { return text ? std::strtoll(text, nullptr, 10) : 0; }
 

@@ -37,17 +37,6 @@ bool system_knows_user(ksdb_handle *h, const char *name) {
 
 // ---- look-ups ----------------------------------------------------------------------
 
-// 1 when the query gives a row, 0 when none, -1 when it fails.
-int row_exists(ksdb_handle *h, sqlite3 *db, const char *failed, const SqlStr &sql) {
-    SqlTable t;
-    if (!sql || ksdb_sql_get_table(h, db, nullptr, KSDB_TAG, t.table_out(), t.nrow_out(),
-                                   t.ncol_out(), sql.get()) != SQLITE_OK) {
-        KSDB_ERR(h, "%s", failed);
-        return -1;
-    }
-    return t.rows() > 0 ? 1 : 0;
-}
-
 constexpr char kUserQueryFailed[] = "Failed DB Query for 'SELECT $user'\n";
 
 int create_home(ksdb_handle *h, sqlite3 *db, int uid) {
@@ -107,6 +96,17 @@ int import_existing_homes(ksdb_handle *h, sqlite3 *db) {
 }
 
 }  // namespace
+
+int row_exists(ksdb_handle *h, sqlite3 *db, const char *failed, const SqlStr &sql) {
+    SqlTable t;
+    if (!sql || ksdb_sql_get_table(h, db, nullptr, KSDB_TAG, t.table_out(), t.nrow_out(),
+                                   t.ncol_out(), sql.get()) != SQLITE_OK) {
+        KSDB_ERR(h, "%s", failed);
+        return -1;
+    }
+    return t.rows() > 0 ? 1 : 0;
+}
+
 }  // namespace ksdb::account
 
 using namespace ksdb::account;

@@ -12,6 +12,8 @@
 
 #include <json-c/json.h>
 
+#include <strings.h>
+
 #include <cstring>
 #include <map>
 #include <vector>
@@ -219,7 +221,7 @@ int export_keys(ksdb_handle *h, sqlite3 *db) {
                                     keys.at(r, 2)))
             return rc;
         std::string &text = lines[account::number(keys.at(r, 3))];
-        if (std::strcmp(keys.str(r, 5), "rsync") == 0)
+        if (strcasecmp(keys.str(r, 5), "rsync") == 0)
             text += strprintf("command=\"%s\" %s %s %s\n", kRsyncCommand, keys.str(r, 0),
                               keys.str(r, 1), keys.str(r, 2));
         else

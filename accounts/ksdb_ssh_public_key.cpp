@@ -6,6 +6,7 @@
 #define KSDB_MODULE "ksdb_ssh_public_key"
 #include "accounts/ksdb_ssh_public_key.h"
 
+#include "accounts/ksdb_account.h"
 #include "core/ksdb_areas.h"
 #include "util/ksdb_misc_utils.h"
 #include "util/ksdb_program.h"
@@ -97,15 +98,9 @@ bool plain_table_name(const char *table) {
     return true;
 }
 
-// 1 when the query gives a row, 0 when none, -1 when it fails.
-int row_exists(ksdb_handle *h, sqlite3 *db, const char *table, const SqlStr &sql) {
-    SqlTable t;
-    if (!sql || ksdb_sql_get_table(h, db, nullptr, KSDB_TAG, t.table_out(), t.nrow_out(),
-                                   t.ncol_out(), sql.get()) != SQLITE_OK) {
-        KSDB_ERR(h, "Failed DB Query for 'SELECT %s'\n", table);
-        return -1;
-    }
-    return t.rows() > 0 ? 1 : 0;
+// The find calls' failure line.
+std::string select_failed(const char *table) {
+    return strprintf("Failed DB Query for 'SELECT %s'\n", table);
 }
 
 int import_replisync_keys(ksdb_handle *h, sqlite3 *db) {
@@ -245,7 +240,8 @@ void log_overflow(ksdb_handle *h) {
 KSDB_STEP(ksdb_replisync_key_import) { return ksdb::ssh::import_replisync_keys(h, db); }
 KSDB_STEP(ksdb_replisync_key_export) { return ksdb::ssh::export_replisync_keys(h, db); }
 
-using ksdb::ssh::row_exists;
+using ksdb::account::row_exists;
+using ksdb::ssh::select_failed;
 
 extern "C" {
 
@@ -278,7 +274,7 @@ int ksdb_parse_ssh_public_key_file(ksdb_handle *h, const char *path, ksdb_ssh_pu
 int ksdb_find_ssh_public_key_key(ksdb_handle *h, sqlite3 *db, const char *table, const char *key) {
     if (!ksdb::ssh::plain_table_name(table)) return -1;
     return ksdb::boundary(h, KSDB_TAG, "ksdb_find_ssh_public_key_key", [&] {
-        return row_exists(h, db, table,
+        return row_exists(h, db, select_failed(table).c_str(),
                           ksdb::sql_printf("SELECT key FROM `%s` WHERE key = %Q", table, key));
     });
 }
@@ -286,7 +282,7 @@ int ksdb_find_ssh_public_key_key(ksdb_handle *h, sqlite3 *db, const char *table,
 int ksdb_find_ssh_public_key_user_id_key(ksdb_handle *h, sqlite3 *db, int user_id,
                                          const char *key) {
     return ksdb::boundary(h, KSDB_TAG, "ksdb_find_ssh_public_key_user_id_key", [&] {
-        return row_exists(h, db, ksdb::ssh::kKeyTable,
+        return row_exists(h, db, select_failed(ksdb::ssh::kKeyTable).c_str(),
                           ksdb::sql_printf("SELECT key FROM `%s` WHERE user_id = %d AND key = %Q",
                                            ksdb::ssh::kKeyTable, user_id, key));
     });
@@ -294,7 +290,7 @@ int ksdb_find_ssh_public_key_user_id_key(ksdb_handle *h, sqlite3 *db, int user_i
 
 int ksdb_find_ssh_public_key_comment(ksdb_handle *h, sqlite3 *db, const char *comment) {
     return ksdb::boundary(h, KSDB_TAG, "ksdb_find_ssh_public_key_comment", [&] {
-        return row_exists(h, db, ksdb::ssh::kKeyTable,
+        return row_exists(h, db, select_failed(ksdb::ssh::kKeyTable).c_str(),
                           ksdb::sql_printf("SELECT comment FROM `%s` WHERE comment = %Q",
                                            ksdb::ssh::kKeyTable, comment));
     });
@@ -303,14 +299,14 @@ int ksdb_find_ssh_public_key_comment(ksdb_handle *h, sqlite3 *db, const char *co
 int ksdb_find_ssh_public_key_id(ksdb_handle *h, sqlite3 *db, const char *table, int id) {
     if (!ksdb::ssh::plain_table_name(table)) return -1;
     return ksdb::boundary(h, KSDB_TAG, "ksdb_find_ssh_public_key_id", [&] {
-        return row_exists(h, db, table,
+        return row_exists(h, db, select_failed(table).c_str(),
                           ksdb::sql_printf("SELECT id FROM `%s` WHERE id = %d", table, id));
     });
 }
 
 int ksdb_find_ssh_public_key_title(ksdb_handle *h, sqlite3 *db, const char *title) {
     return ksdb::boundary(h, KSDB_TAG, "ksdb_find_ssh_public_key_title", [&] {
-        return row_exists(h, db, ksdb::ssh::kKeyTable,
+        return row_exists(h, db, select_failed(ksdb::ssh::kKeyTable).c_str(),
                           ksdb::sql_printf("SELECT id, title FROM `%s` WHERE title = %Q",
                                            ksdb::ssh::kKeyTable, title));
     });

@@ -102,7 +102,7 @@ TEST_F(SshKeyTest, EveryGeneratedKeyLineIsReadBySshKeygen) {
     mkdirs(at("/root"));
     sql().exec("INSERT INTO ssh_public_key (user_id,serve_for,type,key,comment,fingerprint,Title) "
                "VALUES(1000,'rsync','ssh-ed25519','" + kEd + "','alice@laptop','x','a'),"
-               "(1000,'all','ecdsa-sha2-nistp256','" + kEcdsa + "','with blanks in it','x','b'),"
+               "(1000,'RSYNC','ecdsa-sha2-nistp256','" + kEcdsa + "','with blanks in it','x','b'),"
                "(0,'all','ssh-ed25519','" + kAdmin + "',NULL,'x','c')");
     sql().exec("INSERT INTO replisync_key (title,type,key,fingerprint) VALUES"
                "('replica-1','ssh-ed25519','" + kEd + "','x')");
@@ -117,6 +117,9 @@ TEST_F(SshKeyTest, EveryGeneratedKeyLineIsReadBySshKeygen) {
         }
     }
     EXPECT_EQ(seen, 4);
+    // The purpose compares as its column does: "RSYNC" is an rsync key too.
+    for (const std::string &line : lines(get("/home/alice/.ssh/ssh_authorized_keys")))
+        EXPECT_EQ(line.rfind("command=\"/quillfold/bin/validate-rsync\" ", 0), 0u) << line;
     EXPECT_NE(keygen_reads("ssh-ed25519 AAAAnotakey"), 0) << "the checker accepts anything";
 }
 
