@@ -299,4 +299,17 @@ TEST_F(AccountTest, LookUps) {
     EXPECT_EQ(ksdb_account_get_homedir("root", nullptr, 10), KSDB_E_INVAL);
 }
 
+TEST_F(AccountTest, HomeFoldersOnTheHomeVolumeAreMatchedToDomainUsers) {
+    sql().exec("INSERT INTO _volume (id,lv_name,blk_size) VALUES('vol1','vol1',1024)");
+    sql().exec("INSERT INTO account_default (home_volume_id) VALUES('vol1')");
+    sql().exec("INSERT INTO `$user` (id,uname,is_privileged,rid) VALUES(200001,'jdoe',0,1105),"
+               "(1000,'alice',0,NULL)");
+    for (const char *d : {"/home/vol1/jdoe", "/home/vol1/alice"}) mkdirs(at(d));
+    ASSERT_EQ(ksdb_import_users_with_existing_homes(h(), db()), 0) << log();
+    EXPECT_NE(log().find("The user of the home folder '/home/vol1/jdoe' is found"),
+              std::string::npos);
+    EXPECT_NE(log().find("Cannot find user of the home folder '/home/vol1/alice'"),
+              std::string::npos);
+}
+
 }  // namespace
