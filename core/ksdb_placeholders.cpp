@@ -17,14 +17,6 @@ KSDB_PLACEHOLDER(ksdb_vpd_export)
 KSDB_PLACEHOLDER(ksdb_network_import)
 KSDB_PLACEHOLDER(ksdb_network_export)
 
-// Local users and groups; SSH keys.
-KSDB_PLACEHOLDER(ksdb_account_import)
-KSDB_PLACEHOLDER(_ksdb_account_local_user_export)
-KSDB_PLACEHOLDER(ksdb_authorized_ssh_public_key_import)
-KSDB_PLACEHOLDER(ksdb_authorized_ssh_public_key_export)
-KSDB_PLACEHOLDER(ksdb_replisync_key_import)
-KSDB_PLACEHOLDER(ksdb_replisync_key_export)
-
 // NFS, AFP and rsync shares; iSCSI LUN shares; share file-system attributes.
 KSDB_PLACEHOLDER(ksdb_nfs_share_import)
 KSDB_PLACEHOLDER(ksdb_nfs_usb_share_import)

@@ -607,6 +607,93 @@ KSDB_API int ksdb_getSnapshotUsedInBytes(ksdb_handle *handle, sqlite3 *db, const
 KSDB_API int ksdb_getLatestSnapshotName(ksdb_handle *handle, sqlite3 *db, const char *zfs_name,
                                         char **out);
 
+/* ---- local users and groups ------------------------------------------------ */
+
+/* The account files (/etc/passwd, /etc/shadow, /etc/group, /etc/gshadow) and
+ * the appliance's account settings, both ways.  Only local rows (`rid` NULL)
+ * are read or written.  None of these calls begins a transaction of its own:
+ * each runs in the caller's when it holds one.  Strings handed back come from
+ * the handle's result pool.  Calls on one connection must not overlap; with a
+ * connection each, several threads may share the handle, but two exports of
+ * the same files at once are not guarded against each other.
+ *
+ * ksdb_account_export writes passwd/shadow, group/gshadow, the password-
+ * recovery file and the home-folder settings file, in that order, after
+ * checking every value of all four; a value that would add a line or a
+ * field (a ":" or a newline in a name, a "," in a member's name) is refused
+ * with 4 and no file is written.  0, 3, 4 or 5. */
+KSDB_API int ksdb_account_import(ksdb_handle *handle, sqlite3 *db);
+KSDB_API int ksdb_account_export(ksdb_handle *handle, sqlite3 *db);
+/* With keep 0 the local users (groups) are deleted first.  0, 3 or 5. */
+KSDB_API int _ksdb_account_local_user_import(ksdb_handle *handle, sqlite3 *db, int keep);
+KSDB_API int _ksdb_account_local_group_import(ksdb_handle *handle, sqlite3 *db, int keep);
+KSDB_API int _ksdb_account_local_user_export(ksdb_handle *handle, sqlite3 *db);
+KSDB_API int _ksdb_account_local_group_export(ksdb_handle *handle, sqlite3 *db);
+KSDB_API int _ksdb_account_passwordrecovery_export(ksdb_handle *handle, sqlite3 *db);
+/* Writes /etc/quillfold/account.conf; nothing when the defaults name no
+ * known volume or group. */
+KSDB_API int _ksdb_account_default_export(ksdb_handle *handle, sqlite3 *db);
+/* The home folder of a user name of the running system (no debug root) into
+ * the caller's buffer: 0, 4 without a buffer, 2 out of memory, or the exit
+ * status of "getent passwd NAME". */
+KSDB_API int ksdb_account_get_homedir(const char *name, char *buffer, size_t size);
+/* 1 when the user id exists, 0 when not, -1 when the query failed. */
+KSDB_API int ksdb_find_user_id(ksdb_handle *handle, sqlite3 *db, int uid);
+/* *name (result pool) of a user id: 0, 4 for an unknown id, 3. */
+KSDB_API int ksdb_get_user_name(ksdb_handle *handle, sqlite3 *db, int uid, char **name);
+/* 1 when the user's home folder exists, 0 when not, -1 when the query failed. */
+KSDB_API int ksdb_user_home_exist(ksdb_handle *handle, sqlite3 *db, int uid);
+/* Runs /sbin/mkhomedir_helper for an ordinary user (id 98 or at least 100):
+ * 0, 3, 4 (reserved or unknown id, name unknown to the system), 8 or 9. */
+KSDB_API int ksdb_create_user_home(ksdb_handle *handle, sqlite3 *db, int uid);
+KSDB_API int ksdb_import_users_with_existing_homes(ksdb_handle *handle, sqlite3 *db);
+
+/* ---- SSH public keys and authorized keys ---------------------------------- */
+
+/* One key of a key file.  Strings come from the handle's result pool. */
+typedef struct ksdb_ssh_public_key {
+    const char *command;     /* the command of a leading command="..." option, or NULL */
+    const char *type;        /* "ssh-rsa", "ssh-ed25519", "ecdsa-sha2-nistp256" ... */
+    const char *key;         /* the base64 key */
+    const char *comment;     /* the rest of the line, or NULL */
+    const char *fingerprint; /* MD5 of the decoded key, "xx:xx:...:xx" */
+} ksdb_ssh_public_key;
+
+/* Reads the keys of a key file (OpenSSH lines, or one key in RFC4716, PEM or
+ * PKCS8 form, converted with ssh-keygen) into *keys (result pool) and
+ * *count.  Lines that hold no "ssh-" or "ecdsa-" key are skipped.  0, 5 (the
+ * file cannot be read or converted), 8 or 9 (no fingerprint). */
+KSDB_API int ksdb_parse_ssh_public_key_file(ksdb_handle *handle, const char *path,
+                                            ksdb_ssh_public_key **keys, int *count);
+/* The find calls: 1 when a row exists, 0 when none, -1 when the query failed
+ * or the table name is not a plain name.  `table` is "ssh_public_key" or
+ * "replisync_key"; the others look in "ssh_public_key". */
+KSDB_API int ksdb_find_ssh_public_key_key(ksdb_handle *handle, sqlite3 *db, const char *table,
+                                          const char *key);
+KSDB_API int ksdb_find_ssh_public_key_user_id_key(ksdb_handle *handle, sqlite3 *db, int user_id,
+                                                  const char *key);
+KSDB_API int ksdb_find_ssh_public_key_comment(ksdb_handle *handle, sqlite3 *db,
+                                              const char *comment);
+KSDB_API int ksdb_find_ssh_public_key_id(ksdb_handle *handle, sqlite3 *db, const char *table,
+                                         int id);
+KSDB_API int ksdb_find_ssh_public_key_title(ksdb_handle *handle, sqlite3 *db, const char *title);
+/* 0 or 3. */
+KSDB_API int ksdb_delete_ssh_public_key_by_uid(ksdb_handle *handle, sqlite3 *db, int uid);
+KSDB_API int ksdb_get_number_of_ssh_public_key(ksdb_handle *handle, sqlite3 *db, int *count);
+/* The id of user 0's key that carries the same key as key `id` of user 98:
+ * 1 and *root_id, 0 when there is none, -1 when the query failed. */
+KSDB_API int ksdb_find_tied_root_ssh_public_key(ksdb_handle *handle, sqlite3 *db, int id,
+                                                int *root_id);
+/* 1 for exactly "rsync" or "all", else 0. */
+KSDB_API int ksdb_is_valid_ssh_public_key_serve_for(const char *value);
+/* The key as an OpenSSH line (result pool): [command="..." ]type key[ comment]. */
+KSDB_API char *ksdb_ssh_public_key_to_string(ksdb_handle *handle, const ksdb_ssh_public_key *key);
+/* The categories AUTHORIZED_SSH_PUBLIC_KEY and REPLISYNC_KEY. */
+KSDB_API int ksdb_authorized_ssh_public_key_import(ksdb_handle *handle, sqlite3 *db);
+KSDB_API int ksdb_authorized_ssh_public_key_export(ksdb_handle *handle, sqlite3 *db);
+KSDB_API int ksdb_replisync_key_import(ksdb_handle *handle, sqlite3 *db);
+KSDB_API int ksdb_replisync_key_export(ksdb_handle *handle, sqlite3 *db);
+
 #ifdef __cplusplus
 }
 #endif

@@ -77,6 +77,8 @@ TEST_F(VolumeTest, ImportRecordsScannedVolumesAndTheMediaPseudoVolume) {
     use_fake_scan();
     g_volumes = {volume("data", 1, 0, "sda3"), volume("ignored", 1, KSDB_VOLUME_IGNORED, "sdc"),
                  volume("backup", 3, 0, nullptr), volume("odd", 9, 0, "sdd")};
+    // The category also imports the accounts, which need their files.
+    for (const char *f : {"/etc/passwd", "/etc/shadow", "/etc/group"}) put(f, "");
     ASSERT_EQ(ksdb_import(h(), db(), KSDB_CAT_VOLUME), 0);
     EXPECT_EQ(g_scan_root, root());
     EXPECT_EQ(volumes(),

@@ -1,0 +1,1 @@
+# ~/.profile of the demo user alice

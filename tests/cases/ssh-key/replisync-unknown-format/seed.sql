@@ -1,0 +1,1 @@
+INSERT INTO replisync_key (title,type,key,fingerprint) VALUES('old','ssh-ed25519','AAAAC3NzaC1lZDI1NTE5AAAAIC1GHV3p2sWn+F/qyB37pfG6r1+0h/XDriora2wfpjSN','ac:29:78:56:1b:d3:38:b8:6d:17:fa:b5:ed:af:e3:34');

@@ -1,0 +1,3 @@
+INSERT INTO replisync_key (id,title,type,key,fingerprint) VALUES
+ (1,'replica-1','ssh-ed25519','AAAAC3NzaC1lZDI1NTE5AAAAIC1GHV3p2sWn+F/qyB37pfG6r1+0h/XDriora2wfpjSN','ac:29:78:56:1b:d3:38:b8:6d:17:fa:b5:ed:af:e3:34'),
+ (2,'replica-2','ssh-rsa','AAAAB3NzaC1yc2EAAAADAQABAAABAQDK7Vrim54uZIxSaNJemCrUJ3qF543GKSXky77PUPdLwwJpriPCOdG0nr14XLqYduPoVXH/oW62u5AM2nSQQ1DT1+u9RGsMaMLDm8R/fYeRZTr8j0utp3Yqg13mZZTovhEPCJtvvp1+ibVuD14u1EcyxWsd3qcaYkx17P0Qg2rJvqmgH/nuOm6UD503zdp+O93tl4I9jv7KTvylCiS5k/1Ijfy5dqBQZZuFbw1fPnhphejRID4HhKmOArF8rDuwxJ3Cg4+3nc799LA0tAAty1AaREWpj/NN/xhLf4ftKQGQUQlcnjP0QfBhA3Oqh7dkwmw4evZbc0PYV93Zlna7E1Hn','91:c4:e9:a6:83:6e:31:ee:0a:38:6c:da:a7:22:e9:89');

@@ -1,0 +1,218 @@
+// SSH public keys beyond the case folders: the key-file parser and its
+// conversions, fingerprints against ssh-keygen's own, every generated key
+// line read by the real ssh-keygen, the key limit, a broken key store, a
+// planted link in place of a user's .ssh folder, and the look-ups.
+#include "tests/support/test_support.h"
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <string>
+#include <vector>
+
+using namespace ksdb_test;
+
+namespace {
+
+// Public keys made with ssh-keygen for these tests, with the MD5
+// fingerprints "ssh-keygen -l -E md5" gives for them.
+const std::string kEd =
+    "AAAAC3NzaC1lZDI1NTE5AAAAIGz4+KYb3MPMaW2u7DM+tlh+DY0lQD1maKsoDw/m40jO";
+const std::string kEdPrint = "f8:33:7c:af:f4:b5:88:cb:a1:bd:42:57:f0:68:b5:45";
+const std::string kEcdsa =
+    "AAAAE2VjZHNhLXNoYTItbmlzdHAyNTYAAAAIbmlzdHAyNTYAAABBBKOcn3seYLuY/vbEu8QGeLtB8zTkOnYzsxF0"
+    "rotN8J0VUPGnFy78z4zgM0AuK30HoQvhdUXARzSnTScH39N4BVg=";
+const std::string kEcdsaPrint = "cf:35:dd:54:96:a5:8b:79:e2:c1:67:4d:e5:a5:a4:be";
+const std::string kAdmin = "AAAAC3NzaC1lZDI1NTE5AAAAIKxo70ySongRVyUMvSiDBpPdnpGULY2q1sjM6BTKubxo";
+const std::string kAdminPrint = "61:ab:16:d1:b9:aa:1e:c0:c9:8b:2a:c1:4d:be:d7:e1";
+
+const char kEmptyStore[] = "{\n  \"version\":1,\n  \"ssh_authorized_keys\":[\n  ]\n}\n";
+
+class SshKeyTest : public RootTest {
+  protected:
+    void SetUp() override {
+        ASSERT_EQ(ksdb_create(h(), db()), 0) << log();
+        sql().exec("INSERT INTO `$user` (id,uname,home,group_id,is_privileged) VALUES"
+                   "(0,'root','/root',0,1),(98,'admin','/home/admin',98,1),"
+                   "(1000,'alice','/home/alice',100,0)");
+    }
+    std::vector<ksdb_ssh_public_key> parse(const std::string &text, int want_rc = 0) {
+        put("/upload/keys", text);
+        ksdb_ssh_public_key *keys = nullptr;
+        int n = -1;
+        EXPECT_EQ(ksdb_parse_ssh_public_key_file(h(), "/upload/keys", &keys, &n), want_rc) << log();
+        return keys ? std::vector<ksdb_ssh_public_key>(keys, keys + n)
+                    : std::vector<ksdb_ssh_public_key>{};
+    }
+    static std::string str(const char *s) { return s ? s : "<NULL>"; }
+    // ssh-keygen's judgement of one key line: its exit status.
+    int keygen_reads(const std::string &line) {
+        const std::string f = root() + "/one-key";
+        write_file(f, line + "\n");
+        return std::system(("ssh-keygen -l -f '" + f + "' >/dev/null 2>&1").c_str());
+    }
+};
+
+TEST_F(SshKeyTest, ParserReadsOptionsCommentsAndSkipsWhatIsNoKey) {
+    auto keys = parse("# a comment\n\n"
+                      "command=\"/usr/bin/rsync --server\" ssh-ed25519 " + kEd + " alice@laptop\n"
+                      "no-pty ssh-ed25519 " + kEd + " options other than command\n"
+                      "sk-ssh-ed25519@openssh.com " + kEd + " security key\n"
+                      "ssh-ed25519\n"
+                      "  ecdsa-sha2-nistp256 " + kEcdsa + "   root at  console  \n"
+                      "ssh-ed25519 " + kAdmin + "\n");
+    ASSERT_EQ(keys.size(), 3u);
+    EXPECT_EQ(str(keys[0].command), "/usr/bin/rsync --server");
+    EXPECT_EQ(str(keys[0].type), "ssh-ed25519");
+    EXPECT_EQ(str(keys[0].key), kEd);
+    EXPECT_EQ(str(keys[0].comment), "alice@laptop");
+    EXPECT_EQ(str(keys[0].fingerprint), kEdPrint);
+    EXPECT_EQ(str(keys[1].command), "<NULL>");
+    EXPECT_EQ(str(keys[1].comment), "root at  console");
+    EXPECT_EQ(str(keys[1].fingerprint), kEcdsaPrint);
+    EXPECT_EQ(str(keys[2].comment), "<NULL>");
+    EXPECT_EQ(str(keys[2].fingerprint), kAdminPrint);
+    EXPECT_EQ(str(ksdb_ssh_public_key_to_string(h(), &keys[0])),
+              "command=\"/usr/bin/rsync --server\" ssh-ed25519 " + kEd + " alice@laptop");
+    EXPECT_EQ(str(ksdb_ssh_public_key_to_string(h(), &keys[2])), "ssh-ed25519 " + kAdmin);
+}
+
+TEST_F(SshKeyTest, ForeignFormatsAreConvertedAndBadOnesRefused) {
+    auto keys = parse("---- BEGIN SSH2 PUBLIC KEY ----\n"
+                      "Comment: \"256-bit ED25519, converted from OpenSSH\"\n" +
+                      kAdmin + "\n---- END SSH2 PUBLIC KEY ----\n");
+    ASSERT_EQ(keys.size(), 1u);
+    EXPECT_EQ(str(keys[0].type), "ssh-ed25519");
+    EXPECT_EQ(str(keys[0].key), kAdmin);
+    EXPECT_EQ(str(keys[0].fingerprint), kAdminPrint);
+    EXPECT_FALSE(exists(at("/upload/keys.RFC4716"))) << "a converted copy was left behind";
+    parse("-----BEGIN PUBLIC KEY-----\nnot a key\n-----END PUBLIC KEY-----\n", KSDB_E_FILE);
+    EXPECT_NE(log().find("Failed to convert /upload/keys (PKCS8) to OpenSSH public key file format!"),
+              std::string::npos);
+    ksdb_ssh_public_key *none = nullptr;
+    int n = 0;
+    EXPECT_EQ(ksdb_parse_ssh_public_key_file(h(), "/upload/missing", &none, &n), KSDB_E_FILE);
+    EXPECT_NE(log().find("Cannot open file /upload/missing"), std::string::npos);
+}
+
+TEST_F(SshKeyTest, EveryGeneratedKeyLineIsReadBySshKeygen) {
+    if (!have_program("ssh-keygen")) GTEST_SKIP() << "ssh-keygen (openssh-client) is missing";
+    mkdirs(at("/home/alice"));
+    mkdirs(at("/root"));
+    sql().exec("INSERT INTO ssh_public_key (user_id,serve_for,type,key,comment,fingerprint,Title) "
+               "VALUES(1000,'rsync','ssh-ed25519','" + kEd + "','alice@laptop','x','a'),"
+               "(1000,'RSYNC','ecdsa-sha2-nistp256','" + kEcdsa + "','with blanks in it','x','b'),"
+               "(0,'all','ssh-ed25519','" + kAdmin + "',NULL,'x','c')");
+    sql().exec("INSERT INTO replisync_key (title,type,key,fingerprint) VALUES"
+               "('replica-1','ssh-ed25519','" + kEd + "','x')");
+    ASSERT_EQ(ksdb_export(h(), db(), KSDB_CAT_AUTHORIZED_SSH_PUBLIC_KEY), 0) << log();
+    ASSERT_EQ(ksdb_export(h(), db(), KSDB_CAT_REPLISYNC_KEY), 0) << log();
+    int seen = 0;
+    for (const char *f : {"/home/alice/.ssh/ssh_authorized_keys", "/root/.ssh/ssh_authorized_keys",
+                          "/etc/replisync/authorized_keys"}) {
+        for (const std::string &line : lines(get(f))) {
+            EXPECT_EQ(keygen_reads(line), 0) << f << ": " << line;
+            ++seen;
+        }
+    }
+    EXPECT_EQ(seen, 4);
+    // The purpose compares as its column does: "RSYNC" is an rsync key too.
+    for (const std::string &line : lines(get("/home/alice/.ssh/ssh_authorized_keys")))
+        EXPECT_EQ(line.rfind("command=\"/quillfold/bin/validate-rsync\" ", 0), 0u) << line;
+    EXPECT_NE(keygen_reads("ssh-ed25519 AAAAnotakey"), 0) << "the checker accepts anything";
+}
+
+TEST_F(SshKeyTest, TheKeyAfterTheLimitIsNotImported) {
+    std::string store = "{\"version\":3,\"ssh_authorized_keys\":[";
+    for (int i = 0; i < 257; ++i)
+        store += std::string(i ? "," : "") + "{\"title\":\"k" + std::to_string(i) +
+                 "\",\"user_id\":1000,\"serve_for\":\"all\",\"type\":\"ssh-ed25519\",\"key\":\"AAAA" +
+                 std::to_string(i) + "\",\"comment\":null}";
+    put("/etc/quillfold/ssh_authorized_keys.conf", store + "]}");
+    ASSERT_EQ(ksdb_import(h(), db(), KSDB_CAT_AUTHORIZED_SSH_PUBLIC_KEY), 0) << log();
+    int n = 0;
+    EXPECT_EQ(ksdb_get_number_of_ssh_public_key(h(), db(), &n), 0);
+    EXPECT_EQ(n, 256);
+    EXPECT_EQ(sql().scalar("SELECT count(*) FROM ssh_public_key WHERE Title='k256'"), "0");
+    EXPECT_NE(log().find("The number of SSH public key overflows. Maximum is 256. Skip importing "
+                         "the rest keys."),
+              std::string::npos);
+}
+
+TEST_F(SshKeyTest, ABrokenStoreIsReplacedByAnEmptyOne) {
+    for (const char *broken :
+         {"{ not json", "[]", "{\"version\":\"1\",\"ssh_authorized_keys\":[]}",
+          "{\"version\":1,\"ssh_authorized_keys\":{}}",
+          "{\"version\":1,\"ssh_authorized_keys\":[{\"title\":\"t\",\"user_id\":\"1000\","
+          "\"serve_for\":\"all\",\"type\":\"ssh-ed25519\",\"key\":\"AAAA\"}]}"}) {
+        put("/etc/quillfold/ssh_authorized_keys.conf", broken);
+        sql().exec("INSERT OR IGNORE INTO ssh_public_key (user_id,type,key,fingerprint,Title) "
+                   "VALUES(1000,'ssh-ed25519','AAAA','x','t')");
+        ASSERT_EQ(ksdb_import(h(), db(), KSDB_CAT_AUTHORIZED_SSH_PUBLIC_KEY), 0) << log();
+        EXPECT_EQ(get("/etc/quillfold/ssh_authorized_keys.conf"), kEmptyStore) << broken;
+        EXPECT_EQ(sql().scalar("SELECT count(*) FROM ssh_public_key"), "0") << broken;
+    }
+    EXPECT_NE(log().find("Failed to import rsync authorized key configuration! Try to create a "
+                         "default rsync authorized key configuration."),
+              std::string::npos);
+    for (const char *m : {"Failed to get json object from config", "Invalid value of key version",
+                          "key ssh_authorized_keys is not an array",
+                          "Invalid ssh public key json object!"})
+        EXPECT_NE(log().find(m), std::string::npos) << m;
+}
+
+TEST_F(SshKeyTest, ALinkInPlaceOfTheSshFolderIsNeverFollowed) {
+    mkdirs(at("/home/alice"));
+    mkdirs(at("/home/admin"));
+    mkdirs(at("/etc/victim"));
+    ASSERT_EQ(symlink(at("/etc/victim").c_str(), at("/home/alice/.ssh").c_str()), 0);
+    sql().exec("INSERT INTO ssh_public_key (user_id,serve_for,type,key,fingerprint,Title) VALUES"
+               "(1000,'all','ssh-ed25519','" + kEd + "','x','a'),"
+               "(98,'all','ssh-ed25519','" + kAdmin + "','x','b')");
+    EXPECT_EQ(ksdb_export(h(), db(), KSDB_CAT_AUTHORIZED_SSH_PUBLIC_KEY), KSDB_E_FILE);
+    EXPECT_FALSE(exists(at("/etc/victim/ssh_authorized_keys")));
+    struct stat st {};
+    ASSERT_EQ(stat(at("/etc/victim").c_str(), &st), 0);
+    EXPECT_EQ(st.st_mode & 07777, 0755u) << "the link's target was changed";
+    EXPECT_NE(log().find("Cannot chown directory to /home/alice/.ssh"), std::string::npos);
+    // The other users still get their keys.
+    EXPECT_EQ(get("/home/admin/.ssh/ssh_authorized_keys"), "ssh-ed25519 " + kAdmin + " \n");
+}
+
+TEST_F(SshKeyTest, AHomeOutsideItsPlaceIsRefused) {
+    sql().exec("UPDATE `$user` SET home='/home/../etc' WHERE id=1000");
+    EXPECT_EQ(ksdb_export(h(), db(), KSDB_CAT_AUTHORIZED_SSH_PUBLIC_KEY), KSDB_E_INVAL);
+    EXPECT_FALSE(exists(at("/etc/quillfold/ssh_authorized_keys.conf")));
+    EXPECT_NE(log().find("Refused $user.home of 'alice'"), std::string::npos);
+}
+
+TEST_F(SshKeyTest, LookUps) {
+    sql().exec("INSERT INTO ssh_public_key (id,user_id,serve_for,type,key,comment,fingerprint,"
+               "Title) VALUES(1,98,'all','ssh-ed25519','" + kAdmin + "','admin@desk','x','desk'),"
+               "(2,0,'all','ssh-ed25519','" + kAdmin + "','admin@desk','x','desk (root)'),"
+               "(3,1000,'rsync','ssh-ed25519','" + kEd + "',NULL,'x','laptop')");
+    EXPECT_EQ(ksdb_find_ssh_public_key_key(h(), db(), "ssh_public_key", kEd.c_str()), 1);
+    EXPECT_EQ(ksdb_find_ssh_public_key_key(h(), db(), "replisync_key", kEd.c_str()), 0);
+    EXPECT_EQ(ksdb_find_ssh_public_key_key(h(), db(), "x`; DROP TABLE t; --", "k"), -1);
+    EXPECT_EQ(ksdb_find_ssh_public_key_user_id_key(h(), db(), 1000, kEd.c_str()), 1);
+    EXPECT_EQ(ksdb_find_ssh_public_key_user_id_key(h(), db(), 98, kEd.c_str()), 0);
+    EXPECT_EQ(ksdb_find_ssh_public_key_comment(h(), db(), "admin@desk"), 1);
+    EXPECT_EQ(ksdb_find_ssh_public_key_id(h(), db(), "ssh_public_key", 3), 1);
+    EXPECT_EQ(ksdb_find_ssh_public_key_id(h(), db(), "ssh_public_key", 4), 0);
+    EXPECT_EQ(ksdb_find_ssh_public_key_title(h(), db(), "LAPTOP"), 1);
+    int root_id = -1;
+    EXPECT_EQ(ksdb_find_tied_root_ssh_public_key(h(), db(), 1, &root_id), 1);
+    EXPECT_EQ(root_id, 2);
+    EXPECT_EQ(ksdb_find_tied_root_ssh_public_key(h(), db(), 3, &root_id), 0);
+    EXPECT_EQ(ksdb_delete_ssh_public_key_by_uid(h(), db(), 0), 0);
+    int n = 0;
+    EXPECT_EQ(ksdb_get_number_of_ssh_public_key(h(), db(), &n), 0);
+    EXPECT_EQ(n, 2);
+    EXPECT_TRUE(ksdb_is_valid_ssh_public_key_serve_for("all"));
+    EXPECT_TRUE(ksdb_is_valid_ssh_public_key_serve_for("rsync"));
+    for (const char *bad : {"RSYNC", "", "all ", static_cast<const char *>(nullptr)})
+        EXPECT_FALSE(ksdb_is_valid_ssh_public_key_serve_for(bad)) << str(bad);
+}
+
+}  // namespace
