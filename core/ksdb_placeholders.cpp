@@ -18,9 +18,6 @@ KSDB_PLACEHOLDER(ksdb_network_import)
 KSDB_PLACEHOLDER(ksdb_network_export)
 
 // NFS, AFP and rsync shares; iSCSI LUN shares; share file-system attributes.
-KSDB_PLACEHOLDER(ksdb_nfs_share_import)
-KSDB_PLACEHOLDER(ksdb_nfs_usb_share_import)
-KSDB_PLACEHOLDER(ksdb_nfs_share_export)
 KSDB_PLACEHOLDER(ksdb_afp_share_import)
 KSDB_PLACEHOLDER(ksdb_afp_usb_share_import)
 KSDB_PLACEHOLDER(_ksdb_afp_share_usb_share_export)

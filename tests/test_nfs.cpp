@@ -1,0 +1,275 @@
+// Shares over NFS, beyond the case folders of tests/cases/nfs-share: each
+// case's export read by the kernel NFS server's own exportfs and brought back
+// through the import (the NFSv4 case's pseudo roots carry the test file
+// system's id), hostile values, a share file that cannot be replaced, and
+// how many statements an export runs.
+#define KSDB_MODULE "test_nfs"
+#include <sys/statvfs.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <filesystem>
+#include <map>
+#include <set>
+
+#include "core/ksdb_internal.h"
+#include "tests/support/test_support.h"
+
+using namespace ksdb_test;
+namespace fs = std::filesystem;
+
+namespace {
+
+using Rows = std::vector<std::string>;
+const std::string kCases = std::string(KSDB_CASES_DIR) + "/nfs-share/";
+
+bool contains(const std::string &text, const std::string &part) {
+    return text.find(part) != std::string::npos;
+}
+
+std::map<std::string, std::string> tree(const std::string &dir) {
+    std::map<std::string, std::string> out;
+    for (const auto &e : fs::recursive_directory_iterator(dir))
+        if (e.is_regular_file()) out[e.path().string()] = read_file(e.path().string());
+    return out;
+}
+
+// What "exportfs -s" printed, one "path|client|rw or ro" per client, with the
+// root taken off the paths and their octal escapes read.
+std::set<std::string> exportfs_read(const std::string &output, const std::string &root) {
+    std::set<std::string> out;
+    for (const std::string &line : lines(output)) {
+        const size_t gap = line.find("  ");
+        if (line.rfind(root + "/", 0) != 0 || gap == std::string::npos) continue;
+        std::string path;
+        for (size_t i = root.size(); i < gap; ++i) {
+            if (line[i] != '\\') {
+                path += line[i];
+                continue;
+            }
+            path += static_cast<char>(std::stoi(line.substr(i + 1, 3), nullptr, 8));
+            i += 3;
+        }
+        const std::string client = line.substr(gap + 2);
+        out.insert(path + "|" + client.substr(0, client.find('(')) + "|" +
+                   (contains(client, ",rw,") ? "rw" : "ro"));
+    }
+    return out;
+}
+
+class NfsTest : public RootTest {
+  protected:
+    void SetUp() override { ASSERT_EQ(ksdb_create(h(), db()), 0); }
+    int export_nfs() { return ksdb_export(h(), db(), KSDB_CAT_NFS_SHARE); }
+    // exportfs on the root's /etc/exports, the exported folders made first:
+    // its status (77: it cannot run here) and what it printed.
+    int exportfs(std::string *output) {
+        for (const std::string &line : lines(get("/etc/exports")))
+            mkdirs(at(line.substr(1, line.find('"', 1) - 1)));
+        ScopedEnv env("KSDB_EXPORTS_ROOT", root());
+        return run_checker("check-exports.sh", at("/etc/exports"), output);
+    }
+};
+
+// The cases whose export succeeds.
+Rows export_cases() {
+    Rows out;
+    for (const auto &e : fs::directory_iterator(kCases))
+        if (fs::exists(e.path() / "db.sql") &&
+            !contains(read_file(e.path() / "case"), "export-status"))
+            out.push_back(e.path().filename().string());
+    std::sort(out.begin(), out.end());
+    return out;
+}
+
+class NfsCaseTest : public NfsTest, public ::testing::WithParamInterface<std::string> {};
+
+}  // namespace
+
+// The export leaves the expected files ("{fsid:vol1}" standing for the file
+// system's id of /vol1).  Emptying the option and host tables and importing
+// brings the same rows back (bar the stated losses: denied hosts, shares
+// without a volume, access words as written), and exporting again changes no
+// file.  exportfs accepts the file and exports every path in it.
+TEST_P(NfsCaseTest, ExportRoundTripsAndExportfsAcceptsIt) {
+    const std::string dir = kCases + GetParam();
+    fs::copy(dir + "/given", root(),
+             fs::copy_options::recursive | fs::copy_options::overwrite_existing);
+    sql().exec(read_file(dir + "/db.sql"));
+    const std::string options =
+        "SELECT S.name,O.available!=0,CASE lower(O.nfs_access) WHEN 'readonly' THEN 'readonly' "
+        "WHEN 'writeable' THEN 'writeable' ELSE 'disabled' END,O.nfs_sync!=0 FROM nfs_share_option "
+        "O "
+        "INNER JOIN share S ON S.id=O.share_id INNER JOIN _volume V ON V.id=S.volume_id ORDER BY "
+        "S.name";
+    const std::string hosts =
+        "SELECT S.name,H.name,HA.write!=0,HA.root!=0 FROM host_acl HA INNER JOIN share S ON "
+        "S.id=HA.share_id INNER JOIN _volume V ON V.id=S.volume_id INNER JOIN host H ON "
+        "H.id=HA.host_id WHERE HA.proto='nfs' AND HA.read=1 ORDER BY S.name,H.name";
+    const Rows want_options = sql().rows(options), want_hosts = sql().rows(hosts);
+    ASSERT_EQ(export_nfs(), 0) << log();
+    for (const auto &e : fs::recursive_directory_iterator(dir + "/expect")) {
+        if (!e.is_regular_file()) continue;
+        std::string want = read_file(e.path());
+        for (const std::string &volume : sql().column("SELECT lv_name FROM _volume")) {
+            struct statvfs st;
+            if (statvfs(at("/" + volume).c_str(), &st) == 0)
+                want = replace_all(want, "{fsid:" + volume + "}", std::to_string(st.f_fsid));
+        }
+        EXPECT_EQ(read_file(root() + "/" + fs::relative(e.path(), dir + "/expect").string()), want)
+            << e.path();
+    }
+    const auto files = tree(root());
+    for (const std::string &path : sql().column("SELECT path FROM share")) mkdirs(at(path));
+    sql().exec("DELETE FROM nfs_share_option; DELETE FROM host_acl; DELETE FROM host");
+    ASSERT_EQ(ksdb_import(h(), db(), KSDB_CAT_NFS_SHARE), 0) << log();
+    EXPECT_EQ(sql().rows(options), want_options);
+    EXPECT_EQ(sql().rows(hosts), want_hosts);
+    ASSERT_EQ(export_nfs(), 0) << log();
+    EXPECT_EQ(tree(root()), files);
+
+    std::string out;
+    const int rc = exportfs(&out);
+    if (rc == 77) GTEST_SKIP() << "exportfs cannot run here: " << out;
+    EXPECT_EQ(rc, 0) << out;
+    for (const std::string &line : lines(get("/etc/exports")))
+        EXPECT_TRUE(contains(out, "\n" + root() + line.substr(1, line.find('"', 1) - 1) + "  "))
+            << line << out;
+}
+
+INSTANTIATE_TEST_SUITE_P(Cases, NfsCaseTest, ::testing::ValuesIn(export_cases()),
+                         [](const ::testing::TestParamInfo<std::string> &i) {
+                             std::string n = i.param;
+                             std::replace(n.begin(), n.end(), '-', '_');
+                             return n;
+                         });
+
+// Each hostile value in each written column is refused (status 4, no file
+// below the root changed, the row named) or written so that exportfs reads
+// exactly the intended exports and clients, and the import reads a host
+// name back as it was.
+TEST_F(NfsTest, HostileValuesAreRefusedOrReadBackExactly) {
+    sql().exec(
+        "INSERT INTO service_nfs (enabled,user_home_directory,threads,nfsv4) VALUES(1,0,8,1);"
+        "INSERT INTO _volume (id,lv_name,blk_size) VALUES('vol1','vol1',1);"
+        "INSERT INTO share (id,zfs_name,volume_id,name,path,user_id,group_id,visible_snapdir) "
+        "VALUES(1,'vol1/docs','vol1','docs','/vol1/docs',0,0,'/vol1/docs/snap');"
+        "INSERT INTO nfs_share_option (share_id,nfs_access,nfs_sync) VALUES(1,'readonly',1);"
+        "INSERT INTO host (id,name) VALUES(1,'pc*');"
+        "INSERT INTO host_acl (share_id,host_id,proto,read,write,root) VALUES(1,1,'nfs',1,1,1)");
+    // "pc*" is a pattern: exportfs keeps it as written instead of looking it up.
+    enum { kHost, kVolumeId, kName, kVolume, kSnap };
+    const std::string base[] = {"pc*", "vol1", "docs", "vol1", "/vol1/docs/snap"};
+    const struct {
+        const char *update, *refusal, *refused;  // "%s": the value; how it is named; labels refused
+        std::string prefix;
+    } columns[] = {
+        // Host names first: their import reads every share folder, and the
+        // volume names below leave folders of their own.
+        {"UPDATE host SET name=%s", "host.name of '1'", "nl cr nul blank tab ( ) # dq $() lead-",
+         "pc*"},
+        {"UPDATE share SET volume_id=%s; UPDATE _volume SET id=%s", "share.volume_id of 'docs'",
+         "nl cr nul dq bs / /../", "pre"},
+        {"UPDATE share SET name=%s", "share.name of '1'", "nl cr nul dq bs / /../", "pre"},
+        {"UPDATE _volume SET lv_name=%s", "_volume.lv_name of 'vol1'", "nl cr nul dq bs / /../",
+         "pre"},
+        {"UPDATE share SET visible_snapdir=%s", "share.visible_snapdir of 'docs'",
+         "nl cr nul dq bs /../ lead-", "/vol1/docs/pre"},
+    };
+    const std::pair<std::string, std::string> values[] = {
+        {"clean", ""},  {"nl", "\n"},     {"cr", "\r"},     {"nul", std::string(1, '\0')},
+        {"blank", " "}, {"tab", "\t"},    {"(", "("},       {")", ")"},
+        {"#", "#"},     {"dq", "\""},     {"sq", "'"},      {"bs", "\\"},
+        {"*", "*"},     {",", ","},       {"$()", "$(id)"}, {"``", "`id`"},
+        {"/", "/"},     {"/../", "/../"}, {"lead-", "-"}};
+    for (int c = kHost; c <= kSnap; ++c) {
+        for (const auto &[label, x] : values) {
+            const std::string v =
+                label == "lead-" ? x + columns[c].prefix : columns[c].prefix + x + "post";
+            std::string literal = "''";
+            for (char ch : v)
+                literal += "||char(" + std::to_string(static_cast<unsigned char>(ch)) + ")";
+            const std::string what = std::string(columns[c].refusal) + " = " + label;
+            const auto before = tree(root());
+            sql().exec(replace_all(columns[c].update, "%s", literal));
+            const int rc = export_nfs();
+            if (contains(" " + std::string(columns[c].refused) + " ", " " + label + " ")) {
+                EXPECT_EQ(rc, KSDB_E_INVAL) << what;
+                EXPECT_EQ(tree(root()), before) << what;
+                EXPECT_TRUE(contains(log(), "Refused " + std::string(columns[c].refusal))) << what;
+            } else {
+                ASSERT_EQ(rc, 0) << what << "\n" << log();
+                std::string e[5] = {base[0], base[1], base[2], base[3], base[4]};
+                e[c] = v;
+                const std::string share = "/" + e[kVolumeId] + "/" + e[kName];
+                std::set<std::string> want = {"/run/nfs4|*|ro",
+                                              "/run/nfs4/" + e[kVolume] + "|*|ro"};
+                for (const std::string &p :
+                     {"/run/nfs4" + share, "/run/nfs4" + e[kSnap], share, e[kSnap]})
+                    want.insert({p + "|*|ro", p + "|" + e[kHost] + "|rw"});
+                std::string out;
+                if (const int checked = exportfs(&out); checked != 77) {
+                    EXPECT_EQ(checked, 0) << what << "\n" << out;
+                    EXPECT_EQ(exportfs_read(out, root()), want) << what << "\n" << out;
+                }
+                if (c == kHost) {
+                    mkdirs(at("/vol1/docs"));
+                    sql().exec("DELETE FROM host_acl; DELETE FROM host");
+                    ASSERT_EQ(ksdb_import(h(), db(), KSDB_CAT_NFS_SHARE), 0) << what;
+                    EXPECT_EQ(
+                        sql().rows("SELECT H.name||'|'||A.write||A.root FROM host_acl A INNER JOIN "
+                                   "host H ON H.id=A.host_id"),
+                        Rows{v + "|11"})
+                        << what;
+                    sql().exec("UPDATE host_acl SET host_id=1; UPDATE host SET id=1");
+                }
+            }
+            sql().exec(replace_all(columns[c].update, "%s", "'" + base[c] + "'"));
+        }
+    }
+}
+
+// A share file that cannot be put in place stops the export at once: the
+// files of the shares before it stay replaced, /etc/exports keeps its text.
+TEST_F(NfsTest, AShareFileThatCannotBeReplacedStopsTheExport) {
+    sql().exec(
+        "INSERT INTO _volume (id,lv_name,blk_size) VALUES('vol1','vol1',1);"
+        "INSERT INTO share (id,zfs_name,volume_id,name,path,user_id,group_id) VALUES"
+        " (1,'vol1/a','vol1','a','/vol1/a',0,0),(2,'vol1/b','vol1','b','/vol1/b',0,0);"
+        "INSERT INTO nfs_share_option (share_id,nfs_access,nfs_sync) "
+        "VALUES(1,'readonly',1),(2,'readonly',1)");
+    put("/etc/exports", "old\n");
+    mkdirs(at("/vol1/._share"));
+    ASSERT_EQ(symlink("missing", at("/vol1/._share/b").c_str()), 0);  // b's folder leads nowhere
+    EXPECT_EQ(export_nfs(), KSDB_E_FILE);
+    EXPECT_EQ(get("/etc/exports"), "old\n");
+    EXPECT_TRUE(contains(get("/vol1/._share/a/nfs.conf"), "\"/vol1/a\" *("));
+}
+
+// The host entries of all shares are read with one statement, not one per
+// share: an export is linear in shares and entries.
+TEST_F(NfsTest, AnExportReadsTheHostEntriesOnce) {
+    sql().exec(
+        "INSERT INTO _volume (id,lv_name,blk_size) VALUES('vol1','vol1',1);"
+        "INSERT INTO host (id,name) VALUES(1,'h1'),(2,'h2');"
+        "WITH RECURSIVE n(i) AS (SELECT 1 UNION ALL SELECT i+1 FROM n WHERE i<40) INSERT INTO "
+        "share "
+        "(id,zfs_name,volume_id,name,path,user_id,group_id) SELECT "
+        "i,'v/s'||i,'vol1','s'||i,'/vol1/s'||i,0,0 FROM n;"
+        "INSERT INTO nfs_share_option (share_id,nfs_access,nfs_sync) SELECT id,'writeable',0 FROM "
+        "share;"
+        "INSERT INTO host_acl (share_id,host_id,proto,read,write,root) SELECT "
+        "S.id,H.id,'nfs',1,0,0 FROM share S,host H");
+    mkdirs(at("/vol1/._share"));
+    CaptureFile trace;
+    h()->trace_stream = trace.get();
+    ASSERT_EQ(export_nfs(), 0) << log();
+    h()->trace_stream = nullptr;
+    int host_reads = 0;
+    for (const std::string &line : lines(trace.text()))
+        host_reads += contains(line, "sql=") && contains(line, "host_acl");
+    EXPECT_EQ(host_reads, 1);
+    EXPECT_EQ(lines(get("/etc/exports")).size(), 40u);
+    EXPECT_TRUE(contains(get("/vol1/._share/s40/nfs.conf"),
+                         " h1(insecure,insecure_locks,no_subtree_check,ro,"));
+}
