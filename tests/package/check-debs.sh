@@ -37,8 +37,11 @@ for p in $packages; do
     # Files and links (with their targets), not folders.
     dpkg-deb -c "$(deb "$p")" | awk '$1 !~ /^d/ {
         $1 = $2 = $3 = $4 = $5 = ""; sub(/^ *\.\//, ""); print }' | sort >"$work/$p.got"
-    sed "s/@MULTIARCH@/$multiarch/g; s/@VERSION@/$version/g" "$here/expect/$p.files" |
-        sort >"$work/$p.want"
+    # "@CHECKERS@" stands for every checker wrapper of tests/validators.
+    checkers=$(for c in "$here"/../validators/*.sh; do
+        printf 'usr/libexec/ksdb/checkers/%s\\n' "$(basename "$c")"; done)
+    sed "s/@MULTIARCH@/$multiarch/g; s/@VERSION@/$version/g; s|^@CHECKERS@\$|$checkers|" \
+        "$here/expect/$p.files" | sed '/^$/d' | sort >"$work/$p.want"
     if cmp -s "$work/$p.want" "$work/$p.got"; then
         echo "$p: $(wc -l <"$work/$p.got") files as expected"
     else
