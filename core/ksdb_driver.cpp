@@ -73,7 +73,7 @@ int run_sequence(ksdb_handle *h, sqlite3 *db, const Sequence &seq, Direction d) 
         last = item.nested >= 0 ? run_plan(h, db, item.nested, d) : run_step(h, db, item.step);
         if (last == 0) continue;
         if (item.failure) KSDB_ERR(h, "%s", item.failure);
-        if (!item.ignored && first_failure == 0) first_failure = last;
+        if (first_failure == 0) first_failure = last;
     }
     if (seq.sync) g_sync.load()();
     switch (seq.result) {

@@ -47,7 +47,6 @@ struct Item {
     Step step;            // when nested < 0
     int nested;           // a category, or -1
     bool always;          // runs even after an earlier item failed
-    bool ignored;         // its failure does not count as the sequence's
     const char *failure;  // logged at error level when it fails, or NULL
 };
 
@@ -55,7 +54,7 @@ struct Item {
 enum class Result {
     kOne,            // 1 at the first failure, which stops it; else 0
     kFailingOwn,     // the first failing item's own result, which stops it
-    kLastItem,       // the last item's result alone
+    kLastItem,       // the last item's result alone (an item that always runs)
 };
 
 struct Sequence {

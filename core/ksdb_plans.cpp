@@ -10,9 +10,9 @@ namespace ksdb::driver {
 namespace {
 
 constexpr Item step(Step s, const char *failure = nullptr) {
-    return Item{s, -1, false, false, failure};
+    return Item{s, -1, false, failure};
 }
-constexpr Item nested(int category) { return Item{kVpdImport, category, false, false, nullptr}; }
+constexpr Item nested(int category) { return Item{kVpdImport, category, false, nullptr}; }
 
 template <size_t N>
 constexpr Sequence sequence(const Item (&items)[N], Result result, bool sync = false,
@@ -87,9 +87,9 @@ constexpr Item kAllShareExport[] = {
     step(kSnapshotExport),
 };
 // The ALL export.  The first failure skips the items after it (it is
-// reported by its own exit log only); the anti-virus exporter runs only when
-// everything before it succeeded, and its result is ignored; the SSH-key
-// exporter always runs and its result alone is the result of the run.
+// reported by its own exit log only), so the anti-virus exporter runs only
+// when everything before it succeeded; the SSH-key exporter always runs and
+// its result alone is the result of the run.
 constexpr Item kAllExport[] = {
     step(kVpdExport),
     nested(KSDB_CAT_ALL_SERVICE),
@@ -103,8 +103,8 @@ constexpr Item kAllExport[] = {
     step(kVaultExport),
     step(kTivoExport),
     step(kUpsExport),
-    Item{kAntivirusServiceExport, -1, false, true, nullptr},
-    Item{kAuthorizedKeyExport, -1, true, false, "Failed to export authorized ssh public key!\n"},
+    step(kAntivirusServiceExport),
+    Item{kAuthorizedKeyExport, -1, true, "Failed to export authorized ssh public key!\n"},
 };
 
 constexpr Sequence kAllServiceExportSeq = sequence(kAllServiceExport, Result::kOne, true);
