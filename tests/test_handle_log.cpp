@@ -147,17 +147,14 @@ TEST(Handle, DebugRootRulesAlignmentAndResultPool) {
 
 TEST(Handle, InitializeOldMakesPoolRecursiveMutexesAndSystemRecord) {
     ksdb_handle *h = ksdb_initialize_old(nullptr, 0, nullptr, nullptr);
-    ASSERT_NE(h, nullptr);
-    ASSERT_NE(h->pool, nullptr);
-    ASSERT_NE(h->sys_info, nullptr);
+    ASSERT_TRUE(h && h->pool && h->sys_info);
     for (pthread_mutex_t *m : {h->db_mutex, h->log_mutex, h->trace_mutex}) {
         ASSERT_EQ(pthread_mutex_lock(m), 0);
         EXPECT_EQ(pthread_mutex_lock(m), 0) << "mutexes must be recursive";
         pthread_mutex_unlock(m);
         pthread_mutex_unlock(m);
     }
-    EXPECT_NE(h->db_mutex, h->log_mutex);
-    EXPECT_NE(h->log_mutex, h->trace_mutex);
+    EXPECT_TRUE(h->db_mutex != h->log_mutex && h->log_mutex != h->trace_mutex);
     ksdb_pool_destroy_old(h);
     EXPECT_EQ(h->pool, nullptr);
     ksdb_pool_destroy_old(h);  // a second call is harmless

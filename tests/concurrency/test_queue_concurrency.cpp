@@ -100,12 +100,6 @@ void drain(ksdb_handle *h, sqlite3 *db, Drained &out) {
     _exit(status);
 }
 
-bool in_delivery_order(const std::vector<int> &popped) {
-    for (size_t i = 1; i < popped.size(); ++i)
-        if (!(order_key(popped[i - 1]) < order_key(popped[i]))) return false;
-    return true;
-}
-
 TEST(QueueConcurrency, ThreadsAndProcessesDeliverEachMessageOnce) {
     TempDir dir;
     const std::string path = dir / "queue.db";
@@ -171,7 +165,9 @@ TEST(QueueConcurrency, ThreadsAndProcessesDeliverEachMessageOnce) {
     for (size_t c = 0; c < drained.size(); ++c) {
         const Drained &d = drained[c];
         EXPECT_FALSE(d.failed) << "consumer " << c;
-        EXPECT_TRUE(in_delivery_order(d.popped)) << "consumer " << c;
+        EXPECT_TRUE(std::is_sorted(d.popped.begin(), d.popped.end(),
+                                   [](int a, int b) { return order_key(a) < order_key(b); }))
+            << "consumer " << c;
         all.insert(all.end(), d.popped.begin(), d.popped.end());
     }
     std::sort(all.begin(), all.end());
