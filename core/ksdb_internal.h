@@ -15,6 +15,7 @@
 #include <sys/time.h>
 
 #include <cstdarg>
+#include <cstdio>
 #include <cstdint>
 #include <cstring>
 #include <exception>
@@ -203,15 +204,15 @@ void quietly(Body &&body) noexcept {
 template <class Body>
 int boundary(const ksdb_handle *h, const char *module, int line, const char *func,
              Body &&body) noexcept {
-    const char *what = nullptr;
+    // The exception's text is copied while the exception still exists.
+    char what[256] = "unknown exception";
     try {
         return body();
     } catch (const std::bad_alloc &) {
-        what = "out of memory";
+        std::snprintf(what, sizeof what, "%s", "out of memory");
     } catch (const std::exception &e) {
-        what = e.what();
+        std::snprintf(what, sizeof what, "%s", e.what());
     } catch (...) {
-        what = "unknown exception";
     }
     if (h && h->log_level >= KSDB_LOG_ERROR)
         ksdb_log(h, module, line, KSDB_LOG_ERROR, 0, "%s(): %s\n", func, what);
