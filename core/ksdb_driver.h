@@ -1,9 +1,12 @@
-// The import/export driver's steps and the category table.
+// The import/export driver's steps and plans.
 //
-// Every importer and exporter the driver can run is a Step; the table of
-// steps holds its name (for progress reports) and its function.  The plans
-// of the 47 categories (a single step, a chain of steps, nothing, or "not
-// exportable") are one table indexed by category, used by both directions.
+// Every importer and exporter the driver can run is a Step of the step list
+// (core/ksdb_steps.def); the step table holds its name, function, short
+// description and state.  What a category runs in each direction is its
+// Plan: nothing, one step, "not exportable", or a Sequence of steps and
+// nested categories with its own result rule.  The plans are data
+// (core/ksdb_plans.cpp); the driver (core/ksdb_driver.cpp) both runs them
+// and describes them (ksdb_category_steps), so every order is written once.
 #pragma once
 
 #include "ksdb.h"
@@ -13,134 +16,61 @@ namespace ksdb::driver {
 using StepFn = int (*)(ksdb_handle *h, sqlite3 *db);
 
 enum Step : int {
-    // importers
-    kVpdImport,
-    kVolumeImport,
-    kDiskImport,
-    kDefaultServiceImport,
-    kServiceImport,
-    kCifsServiceImport,
-    kAfpServiceImport,
-    kNfsServiceImport,
-    kFtpServiceImport,
-    kHttpServiceImport,
-    kEmptyServiceImport,
-    kDaapServiceImport,
-    kSnmpServiceImport,
-    kSshServiceImport,
-    kReplicateServiceImport,
-    kAccountImport,
-    kAdsAccountImport,
-    kUsbImport,
-    kUsbHotplugImport,
-    kShareStatsImport,
-    kZvolShareImport,
-    kCifsShareImport,
-    kCifsUsbShareImport,
-    kAfpShareImport,
-    kAfpUsbShareImport,
-    kNfsShareImport,
-    kNfsUsbShareImport,
-    kFtpShareImport,
-    kFtpUsbShareImport,
-    kHttpShareImport,
-    kHttpUsbShareImport,
-    kDaapShareImport,
-    kDlnaImport,
-    kRsyncImport,
-    kRsyncUsbImport,
-    kSnapshotImport,
-    kBackupImport,
-    kReplisyncImport,
-    kNetworkImport,
-    kVaultImport,
-    kTivoImport,
-    kDictionaryImport,
-    kUpsImport,
-    kLocalUpsImport,
-    kVolumeScheduleImport,
-    kHfStatsImport,
-    kAuthorizedKeyImport,
-    kShareFsAttributeImport,
-    kReplisyncKeyImport,
-    // exporters
-    kVpdExport,
-    kDefaultServiceExport,
-    kCifsServiceExport,
-    kAfpServiceExport,
-    kNfsServiceExport,
-    kFtpServiceExport,
-    kHttpServiceExport,
-    kMediaServerServiceExport,
-    kDaapServiceExport,
-    kSnmpServiceExport,
-    kSshServiceExport,
-    kReplicateServiceExport,
-    kAntivirusServiceExport,
-    kVolumeExport,
-    kDiskExport,
-    kAccountLocalUserExport,
-    kUsbStorageExport,
-    kZvolShareExport,
-    kCifsShareExport,
-    kAfpShareUsbShareExport,
-    kNfsShareExport,
-    kFtpShareExport,
-    kHttpShareExport,
-    kDlnaExport,
-    kDaapExport,
-    kRsyncExport,
-    kSnapshotExport,
-    kBackupExport,
-    kReplisyncExport,
-    kNetworkExport,
-    kServiceSwitchExport,
-    kVaultExport,
-    kTivoExport,
-    kUpsServiceExport,
-    kUpsExport,
-    kVolumeScheduleExport,
-    kAuthorizedKeyExport,
-    kShareFsAttributeExport,
-    kReplisyncKeyExport,
+#define KSDB_STEP_DEF(id, function, state, what) k##id,
+#include "core/ksdb_steps.def"
     kStepCount
 };
 
 struct StepEntry {
-    const char *name;
+    const char *name;  // the function's name, for progress reports
     StepFn fn;
     const char *what;  // for ksdb_category_steps
+    int state;         // KSDB_STEP_*
 };
 
-// The state of a step's area (KSDB_STEP_*): provided unless its entry
-// point registered itself as pending or not provided.
-int step_state(const char *name);
-struct StepStateRegistration {
-    StepStateRegistration(const char *name, int state);
-};
-
-// The step table.  Tests replace entries with doubles (and put them back).
+// The step table, indexed by Step.  Tests replace entries with doubles (and
+// put them back).
 extern StepEntry g_steps[kStepCount];
 
 // True while the calling thread runs a step inside the driver's own
-// transaction (the domain-account importer is told so).
+// transaction (the domain-account importer may ask).
 bool in_driver_transaction();
 
-// What a category runs in one direction.
-enum class PlanKind {
-    kNothing,        // nothing; 0
-    kStep,           // one step; its result
-    kChain,          // a chain; the first failure stops it and gives 1
-    kNotExportable,  // 4
-    kAll,            // the ALL run, with its own rules
+// The sync() the driver calls after export chains, the ALL runs and the
+// per-share export.  Tests install a counter; returns the previous one.
+using SyncFn = void (*)();
+SyncFn set_sync(SyncFn fn);
+
+// One item of a sequence: a step, or the plan of another category run in
+// the same direction without a transaction of its own.
+struct Item {
+    Step step;            // when nested < 0
+    int nested;           // a category, or -1
+    bool always;          // runs even after an earlier item failed
+    const char *failure;  // logged at error level when it fails, or NULL
 };
+
+// What a sequence returns.
+enum class Result {
+    kOne,            // 1 at the first failure, which stops it; else 0
+    kFailingOwn,     // the first failing item's own result, which stops it
+    kLastItem,       // the last item's result alone (an item that always runs)
+};
+
+struct Sequence {
+    const Item *items;
+    int count;
+    Result result;
+    bool sync;           // sync() before returning
+    const char *banner;  // logged at info level before the first item, or NULL
+};
+
+enum class PlanKind { kNothing, kStep, kSequence, kNotExportable };
 
 struct Plan {
     PlanKind kind;
     Step step;            // kStep
-    const Step *chain;    // kChain: the steps in order
-    int chain_len;
-    bool nested_sync;     // kChain on export: sync() before returning
+    const Sequence *seq;  // kSequence
 };
 
 struct CategoryPlan {
@@ -150,13 +80,5 @@ struct CategoryPlan {
 
 // Indexed by category, 0 .. KSDB_CATEGORY_COUNT - 1.
 extern const CategoryPlan kCategoryPlans[KSDB_CATEGORY_COUNT];
-
-// Steps of the chains, for tests that assert the exact order.
-struct Chain {
-    const Step *steps;
-    int len;
-};
-Chain import_chain(int category);  // empty for categories without a chain
-Chain export_chain(int category);
 
 }  // namespace ksdb::driver

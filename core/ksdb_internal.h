@@ -15,6 +15,7 @@
 #include <sys/time.h>
 
 #include <cstdarg>
+#include <cstdio>
 #include <cstdint>
 #include <cstring>
 #include <exception>
@@ -58,15 +59,6 @@ inline apr_pool_t *result_pool(const ksdb_handle *h) {
 }
 
 inline bool debug_root_set(const ksdb_handle *h) { return ksdb_is_debug_root(h) != 0; }
-
-// Rolls back after a failed COMMIT.  The commit already released db_mutex,
-// so the lock is taken again first and the rollback's release balances it:
-// a thread that holds the lock from further out keeps it.
-inline int rollback_after_failed_commit(ksdb_handle *h, sqlite3 *db, const char *module,
-                                        int line) {
-    if (h->db_mutex) pthread_mutex_lock(h->db_mutex);
-    return ksdb_sql_rollback(h, db, nullptr, module, line);
-}
 
 // The effective path of a live-system path: debug root + path, or the path
 // itself on the live system.
@@ -127,7 +119,7 @@ class Stopwatch {
 // level on success; at error level, and to the domain-account log, on
 // failure.
 void exit_log(const ksdb_handle *h, const char *module, int line, const char *func, int rc,
-              long long elapsed_ms);
+              long long elapsed_ms) noexcept;
 
 // ---- last error ----------------------------------------------------------------
 
@@ -136,9 +128,74 @@ enum ErrorLayer { kLayerNone = KSDB_LAYER_NONE, kLayerSqlite = KSDB_LAYER_SQLITE
 
 // Records the calling thread's last failure for ksdb_last_error().
 void set_last_error(ErrorLayer layer, int code, const char *module, int line,
-                    std::string message);
+                    std::string message) noexcept;
+// A number that changes with every record the calling thread makes, so that
+// an operation can tell whether a record was made while it ran.
+unsigned long last_error_serial() noexcept;
+// Records the failure of operation `func` (layer LIBRARY, its status) unless
+// a record was made since `serial` was read: a record made where the
+// failure began (a failing statement, a refused value) says more.
+void note_failure(unsigned long serial, const char *module, int line, const char *func,
+                  int rc) noexcept;
+
+// ---- transactions ------------------------------------------------------------------
+
+// A transaction of the library's own: begun by the constructor
+// (ksdb_sql_begin takes db_mutex), rolled back by the destructor unless it
+// was committed or deliberately left open.  db_mutex is released on every
+// path, an exception included:
+//   - a failed BEGIN gives the lock back without a ROLLBACK (which could undo
+//     a transaction the caller holds on the connection), unless the
+//     operation's rule is to roll back after a failed BEGIN;
+//   - a failed COMMIT is rolled back while one more level of the lock is
+//     held, so no other thread slips a statement in between.
+//
+//     ksdb::Transaction tx(h, db, KSDB_TAG);
+//     if (!tx.ok()) return KSDB_E_DB;
+//     ... work; an early return rolls back ...
+//     return tx.commit() == SQLITE_OK ? 0 : KSDB_E_DB;
+class Transaction {
+  public:
+    enum class FailedBegin { kRelease, kRollback };
+    Transaction(ksdb_handle *h, sqlite3 *db, const char *module, int line,
+                FailedBegin failed_begin = FailedBegin::kRelease);
+    ~Transaction() { rollback(); }
+    Transaction(const Transaction &) = delete;
+    Transaction &operator=(const Transaction &) = delete;
+
+    // True when BEGIN succeeded and the transaction is still open.
+    bool ok() const { return state_ == State::kOpen; }
+    // COMMIT; a failed COMMIT is rolled back.  The SQLite result of the COMMIT.
+    int commit();
+    // COMMIT without a ROLLBACK after a failure (db_mutex is released all
+    // the same), for the operations whose rule says so.
+    int commit_only();
+    // ROLLBACK now (the destructor does it otherwise).
+    void rollback();
+    // Ends the guard without COMMIT or ROLLBACK: the transaction and
+    // db_mutex stay with the calling thread, which must end them.
+    void leave_open() { state_ = State::kDone; }
+
+  private:
+    enum class State { kFailed, kOpen, kDone };
+    ksdb_handle *h_;
+    sqlite3 *db_;
+    const char *module_;
+    int line_;
+    State state_;
+};
 
 // ---- the C boundary ------------------------------------------------------------
+
+// A void entry point that must not throw and has nowhere to report (the log
+// writers themselves): whatever body() throws is dropped.
+template <class Body>
+void quietly(Body &&body) noexcept {
+    try {
+        body();
+    } catch (...) {
+    }
+}
 
 // Runs body() and turns any exception it lets out into a status: memory
 // exhaustion and every other exception give KSDB_E_FILE, with one error
@@ -147,23 +204,21 @@ void set_last_error(ErrorLayer layer, int code, const char *module, int line,
 template <class Body>
 int boundary(const ksdb_handle *h, const char *module, int line, const char *func,
              Body &&body) noexcept {
-    const char *what = nullptr;
+    // The exception's text is copied while the exception still exists.
+    char what[256] = "unknown exception";
     try {
         return body();
     } catch (const std::bad_alloc &) {
-        what = "out of memory";
+        std::snprintf(what, sizeof what, "%s", "out of memory");
     } catch (const std::exception &e) {
-        what = e.what();
+        std::snprintf(what, sizeof what, "%s", e.what());
     } catch (...) {
-        what = "unknown exception";
     }
-    try {
-        if (h && h->log_level >= KSDB_LOG_ERROR)
-            ksdb_log(h, module, line, KSDB_LOG_ERROR, 0, "%s(): %s\n", func, what);
+    if (h && h->log_level >= KSDB_LOG_ERROR)
+        ksdb_log(h, module, line, KSDB_LOG_ERROR, 0, "%s(): %s\n", func, what);
+    quietly([&] {
         set_last_error(kLayerLibrary, KSDB_E_FILE, module, line, std::string(func) + ": " + what);
-    } catch (...) {
-        // Nothing more can be said without memory.
-    }
+    });
     return KSDB_E_FILE;
 }
 
@@ -181,13 +236,16 @@ T boundary_value(const ksdb_handle *h, const char *module, int line, const char 
 }
 
 // Runs body() inside the C boundary and ends with the exit log under
-// `func`.  Every public area operation is framed this way:
+// `func`; a failure without a more specific record becomes the thread's
+// last error.  Every public area operation is framed this way:
 //     return ksdb::logged(h, KSDB_TAG, "ksdb_cifs_share_export", [&] { ... });
 template <class Body>
 int logged(const ksdb_handle *h, const char *module, int line, const char *func,
            Body &&body) noexcept {
     Stopwatch sw;
+    const unsigned long serial = last_error_serial();
     int rc = boundary(h, module, line, func, std::forward<Body>(body));
+    if (rc != 0) note_failure(serial, module, line, func, rc);
     exit_log(h, module, line, func, rc, sw.elapsed_ms());
     return rc;
 }

@@ -43,14 +43,16 @@ std::atomic<JournalSink> g_journal_sink{journal_send_default};
 void journal_lines(const char *text, int priority, const char *file, int line,
                    const char *category) {
     JournalSink sink = g_journal_sink.load(std::memory_order_relaxed);
-    const char *p = text;
-    while (const char *nl = std::strchr(p, '\n')) {
-        if (nl > p) {
-            std::string piece(p, static_cast<size_t>(nl - p));
-            sink(piece.c_str(), priority, file, line, category);
+    quietly([&] {
+        const char *p = text;
+        while (const char *nl = std::strchr(p, '\n')) {
+            if (nl > p) {
+                std::string piece(p, static_cast<size_t>(nl - p));
+                sink(piece.c_str(), priority, file, line, category);
+            }
+            p = nl + 1;
         }
-        p = nl + 1;
-    }
+    });
 }
 
 struct tm local_now() {
@@ -96,13 +98,15 @@ void ads_log_for(const ksdb_handle *h, const char *file, int line, uint32_t leve
 }
 
 void exit_log(const ksdb_handle *h, const char *module, int line, const char *func, int rc,
-              long long elapsed_ms) {
+              long long elapsed_ms) noexcept {
     if (rc != 0) {
         if (h && h->log_level > 1)
             ksdb_log(h, module, line, KSDB_LOG_ERROR, 0, "%s() ==> %d (%lldms)\n", func, rc,
                      elapsed_ms);
-        ads_log_for(h, module, line, KSDB_LOG_ERROR, "%s() ==> %d (%lldms)\n", func, rc,
-                    elapsed_ms);
+        quietly([&] {
+            ads_log_for(h, module, line, KSDB_LOG_ERROR, "%s() ==> %d (%lldms)\n", func, rc,
+                        elapsed_ms);
+        });
     } else if (h && h->log_level > 4) {
         ksdb_log(h, module, line, KSDB_LOG_DEBUG, 0, "%s() ==> %d (%lldms)\n", func, rc,
                  elapsed_ms);

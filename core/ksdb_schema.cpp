@@ -1,6 +1,6 @@
 // The schema of the configuration database: the creation list (every table
 // and index, in catalogue order) and the upgrade steps from each older
-// schema version.  Data only; ksdb_create in ksdb_api.cpp runs the lists.
+// schema version.  Data only; ksdb_create in ksdb_schema_run.cpp runs the lists.
 //
 // Kinds of table, by the first character of the name:
 //   "$"  stored:  CREATE TABLE IF NOT EXISTS, keeps its rows across runs;

@@ -50,6 +50,14 @@ void set_errmsg(ksdb_handle *h, char **errmsg, int line, int rc, const char *err
                                err ? err : "success");
 }
 
+// A failing statement is the thread's last error, with SQLite's extended
+// result code and message, at the caller's call site.
+void record_failure(sqlite3 *db, int rc, const char *file, int line, const char *err) {
+    int code = db ? sqlite3_extended_errcode(db) : rc;
+    if ((code & 0xff) != (rc & 0xff)) code = rc;
+    set_last_error(kLayerSqlite, code, file, line, err ? err : sqlite3_errstr(rc));
+}
+
 // The statement runner shared by exec and get_table.  `table` selects the
 // table variant.
 int run(ksdb_handle *h, sqlite3 *db, char **errmsg, const char *file, int line, const char *sql,
@@ -87,6 +95,7 @@ int run(ksdb_handle *h, sqlite3 *db, char **errmsg, const char *file, int line, 
     if (rc != SQLITE_OK && h->log_level > (table ? 1u : 4u))
         ksdb_log(h, file, line, KSDB_LOG_ERROR, 0, "SQL=%s ==> %d (%s)\n", sql, rc,
                  err ? err : "success");
+    if (rc != SQLITE_OK) record_failure(db, rc, file, line, err);
     set_errmsg(h, errmsg, line, rc, err);
     sqlite3_free(err);
     if (table) {
@@ -252,6 +261,8 @@ int sql_scalar(ksdb_handle *h, sqlite3 *db, char **errmsg, const char *module, i
 using ksdb::SqlStr;
 using ksdb::SqlTable;
 
+// The entry points below run only C calls and helpers that do not throw;
+// the two that build C++ strings run inside the C boundary.
 extern "C" {
 
 int ksdb_sql_exec(ksdb_handle *h, sqlite3 *db, char **errmsg, const char *file, int line,
@@ -319,14 +330,17 @@ int ksdb_sql_get_table_mprintf(ksdb_handle *h, sqlite3 *db, char **errmsg, const
 int ksdb_sql_get_scaler_mprintf(ksdb_handle *h, sqlite3 *db, char **errmsg, const char *file,
                                 int line, char **result, const char *format, ...) {
     KSDB_ASSERT(result);
-    std::optional<std::string> value;
-    bool kept = false;
     va_list ap;
     va_start(ap, format);
-    int rc = ksdb::scalar_query(h, db, errmsg, file, line, &value, &kept, format, ap);
+    int rc = ksdb::boundary(h, KSDB_TAG, "ksdb_sql_get_scaler_mprintf", [&] {
+        std::optional<std::string> value;
+        bool kept = false;
+        int status = ksdb::scalar_query(h, db, errmsg, file, line, &value, &kept, format, ap);
+        // Two or more rows: the caller's value stays as it was.
+        if (!kept) *result = value ? ksdb::pool_strdup(h, value->c_str()) : nullptr;
+        return status;
+    });
     va_end(ap);
-    if (kept) return rc;  // two or more rows: the caller's value stays as it was
-    *result = value ? ksdb::pool_strdup(h, value->c_str()) : nullptr;
     return rc;
 }
 
@@ -410,13 +424,14 @@ int ksdb_sql_duplicate_table_mutex(ksdb_handle *h, sqlite3 *db, char **errmsg,
 
 int ksdb_sql_duplicate_tables(ksdb_handle *h, sqlite3 *db, char **errmsg, const char *prefix,
                               const char *const *tables) {
-    if (!tables) return 0;
-    for (const char *const *t = tables; *t; ++t) {
-        std::string destination = std::string(prefix ? prefix : "") + *t;
-        int rc = ksdb::duplicate_table(h, db, errmsg, *t, destination.c_str());
-        if (rc != 0) return rc;
-    }
-    return 0;
+    return ksdb::boundary(h, KSDB_TAG, "ksdb_sql_duplicate_tables", [&] {
+        for (const char *const *t = tables; t && *t; ++t) {
+            std::string destination = std::string(prefix ? prefix : "") + *t;
+            int rc = ksdb::duplicate_table(h, db, errmsg, *t, destination.c_str());
+            if (rc != 0) return rc;
+        }
+        return 0;
+    });
 }
 
 int ksdb_sql_rename_table(ksdb_handle *h, sqlite3 *db, char **errmsg, const char *old_name,

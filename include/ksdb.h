@@ -5,8 +5,19 @@
  * handle, the caller's SQLite connection, an optional error-message
  * out-parameter, the caller's call-site tag (module name and line, used in
  * logs only) and then its own arguments.  Calls return int status codes
- * (KSDB_OK on success); strings handed back come from the handle's result
- * pool (see ksdb_result_pool) and are never freed by the caller.
+ * (KSDB_OK on success); no call lets a C++ exception out.
+ *
+ * Memory: strings and arrays handed back come from the handle's result pool
+ * (ksdb_result_pool: call_pool when the caller set one, else pool) and are
+ * never freed by the caller; they live as long as that pool.  Exceptions
+ * are named in each group below (SQLite result tables, platform lists).
+ *
+ * Threads: the library starts none.  Any number of the caller's threads may
+ * share one handle and one connection: transactions and the *_mutex calls
+ * serialise on db_mutex (recursive), log lines on log_mutex, trace records
+ * on trace_mutex.  Calls without a lock of their own (the plain SQL calls,
+ * the _nolock forms) rely on the caller holding db_mutex when it shares the
+ * connection.  Each group says which of its calls take which lock.
  */
 #ifndef KSDB_H
 #define KSDB_H
@@ -213,7 +224,16 @@ typedef struct ksdb_handle {
 /* Call-site tag helper for callers: ksdb_sql_exec(h, db, NULL, KSDB_SITE("mydaemon"), sql). */
 #define KSDB_SITE(module) (module), __LINE__
 
-/* ---- handle and logging ------------------------------------------------ */
+/* ---- handle and logging ------------------------------------------------ *
+ * The caller owns everything it passes to ksdb_initialize (pool, streams,
+ * mutexes, system record); the handle only points at them and is freed by
+ * the caller with free().  ksdb_initialize_old makes the pool, the three
+ * recursive mutexes (from the pool) and the system record (malloc'd): the
+ * caller releases them with ksdb_pool_destroy_old, free(handle->sys_info)
+ * and free(handle).  The log writers may run on any thread at once (one
+ * line at a time under log_mutex / trace_mutex; ads_log appends without a
+ * lock).  ksdb_rand keeps its state per thread.
+ */
 
 KSDB_API ksdb_handle *ksdb_initialize(apr_pool_t *pool, FILE *log_stream, uint32_t log_level,
                                       FILE *trace_stream, pthread_mutex_t *db_mutex,
@@ -246,13 +266,18 @@ KSDB_API int64_t ksdb_now_us(void);
 /* A short English description of a status code, for messages. */
 KSDB_API const char *ksdb_strstatus(int status);
 
-/* The calling thread's last failure, so that a caller can tell which layer
- * a status came from (SQLite's code 5, SQLITE_BUSY, from the library's 5).
- * Set where a failure begins: by the SQL layer for a failing statement
- * (layer SQLITE, SQLite's extended result code and message), by the library
- * for its own refusals and failures (layer LIBRARY, its status).  Never
- * NULL; the record is the thread's own and stays valid until the thread's
- * next failure or ksdb_clear_error(). */
+/* ---- last error ------------------------------------------------------------ *
+ * The calling thread's last failure, so that a caller can tell which layer
+ * a status came from (SQLite's code 5, SQLITE_BUSY, from the library's 5,
+ * KSDB_E_FILE).  Set where a failure begins: by the SQL layer for every
+ * failing statement (layer SQLITE, SQLite's extended result code, the
+ * caller's call-site tag, SQLite's message); by an operation that fails
+ * without such a record made during it (layer LIBRARY, its status, message
+ * "name() ==> status").  Never NULL; the record (and its strings) belongs to
+ * the thread and stays valid until the thread's next failure or
+ * ksdb_clear_error().  Successful calls leave it alone: clear it before a
+ * call whose failure you want to examine.
+ */
 enum { KSDB_LAYER_NONE = 0, KSDB_LAYER_SQLITE = 1, KSDB_LAYER_LIBRARY = 2 };
 typedef struct ksdb_error {
     int layer;           /* KSDB_LAYER_* */
@@ -264,7 +289,15 @@ typedef struct ksdb_error {
 KSDB_API const ksdb_error *ksdb_last_error(void);
 KSDB_API void ksdb_clear_error(void);
 
-/* ---- SQL access layer -------------------------------------------------- */
+/* ---- SQL access layer -------------------------------------------------- *
+ * Result tables of ksdb_sql_get_table* are SQLite's: free them with
+ * sqlite3_free_table.  Single values, error messages and table-name lists
+ * come from the result pool.  ksdb_sql_begin takes db_mutex and keeps it
+ * until the paired commit or rollback (also when BEGIN fails); the *_mutex
+ * calls hold it for one statement; every other call takes no lock.  Busy or
+ * locked statements are retried (10 ms apart, at most 1001 attempts) while
+ * any lock stays held.
+ */
 
 KSDB_API int ksdb_sql_exec(ksdb_handle *handle, sqlite3 *db, char **errmsg, const char *file,
                            int line, const char *sql);
@@ -327,14 +360,25 @@ KSDB_API int ksdb_sql_compare_table_row(ksdb_handle *handle, sqlite3 *db, char *
                                         const char *first, const char *second,
                                         const char *condition, int *count);
 
-/* ---- schema (creation and upgrades) ------------------------------------- */
+/* ---- schema (creation and upgrades) ------------------------------------- *
+ * Each call is one transaction under db_mutex.  Run ksdb_create once per
+ * connection before any import: it is the only call that creates the
+ * connection's scratch tables (ksdb_connect makes them for a further
+ * connection to a current database).
+ */
 
 /* Creates or upgrades the schema to KSDB_SCHEMA_VERSION: 0 or 3. */
 KSDB_API int ksdb_create(ksdb_handle *handle, sqlite3 *db);
 /* Empties every stored and mirror table: 0 or 3. */
 KSDB_API int ksdb_delete(ksdb_handle *handle, sqlite3 *db);
 
-/* ---- import and export -------------------------------------------------- */
+/* ---- import and export -------------------------------------------------- *
+ * ksdb_import / ksdb_export / ksdb_export_per_share run in one transaction
+ * of their own under db_mutex, so drivers on several threads run one after
+ * the other.  The _nolock forms take no lock: the caller holds the
+ * transaction (and db_mutex).  Steps allocate their results from the result
+ * pool; files they write go through the managed-file layer.
+ */
 
 /* Run the importers or exporters of one category inside one transaction. */
 KSDB_API int ksdb_import(ksdb_handle *handle, sqlite3 *db, int category);
@@ -362,6 +406,8 @@ typedef struct ksdb_step_info {
  * category or direction; KSDB_STEPS_NOT_EXPORTABLE when the category cannot
  * be exported. */
 KSDB_API int ksdb_category_steps(int category, int direction, ksdb_step_info *steps, int max);
+
+/* ---- connections, progress and faults -------------------------------------- */
 
 /* Prepares a connection to a database that is already at the current
  * schema, as a process that did not create it needs: makes the
@@ -406,7 +452,11 @@ KSDB_API void ksdb_set_observer(const ksdb_observer *observer);
  * not be set. */
 KSDB_API int ksdb_install_fault_reporter(const ksdb_handle *handle);
 
-/* ---- persistent queue ----------------------------------------------------- */
+/* ---- persistent queue ----------------------------------------------------- *
+ * Every call is one transaction of its own under db_mutex, so consumers on
+ * threads sharing a handle never get one message twice.  Popped and read
+ * strings come from the result pool.
+ */
 
 KSDB_API int ksdb_queue_create(ksdb_handle *handle, sqlite3 *db, int maxlen);
 KSDB_API int ksdb_queue_push(ksdb_handle *handle, sqlite3 *db, const char *src, const char *dst,
@@ -421,7 +471,11 @@ KSDB_API int ksdb_queue_remove_all(ksdb_handle *handle, sqlite3 *db);
 KSDB_API int ksdb_queue_stat(ksdb_handle *handle, sqlite3 *db, const char *src, const char *dst,
                              int *len);
 
-/* ---- managed configuration files ----------------------------------------- */
+/* ---- managed configuration files ----------------------------------------- *
+ * Paths are live paths: the handle's debug root is put in front of them
+ * (except for the single-line helpers).  Loaded text comes from the result
+ * pool; FILE streams are closed by the caller with fclose.  No lock taken.
+ */
 
 /* A managed file: its live path and the owner and mode it must have. */
 typedef struct ksdb_file_spec {
@@ -483,7 +537,10 @@ KSDB_API unsigned long ksdb_conf_value_ulong(const char *line);
 KSDB_API int ksdb_is_valid_name(const char *name);
 KSDB_API int ksdb_is_dev_mounted(const char *dev);
 
-/* ---- SQL templates and commands ------------------------------------------- */
+/* ---- SQL templates and commands ------------------------------------------- *
+ * Strings come from the result pool.  Commands run without a shell; every
+ * value given to one is quoted.  No lock taken.
+ */
 
 /* Writes the NULL-terminated list of pieces, replacing every
  * "{SQL{query}}" by the query's single value: 0, 3 or 5. */
@@ -506,7 +563,11 @@ KSDB_API int ksdb_check_domain_name(const char *name);
 KSDB_API uint64_t ksdb_div_unit(uint64_t value, int si);
 KSDB_API uint64_t ksdb_mul_unit(uint64_t value, int si);
 
-/* ---- string utilities ------------------------------------------------------ */
+/* ---- string utilities ------------------------------------------------------ *
+ * Functions on a char * work in place on the caller's buffer; those that
+ * take a pool or handle allocate their result there.  No state, no lock:
+ * safe on any thread.
+ */
 
 KSDB_API int skip_space(char **cursor);
 KSDB_API int ksdb_skip_to_char(char **cursor, int c);
@@ -542,7 +603,12 @@ KSDB_API int ksdb_dow_to_i(const char *text);
 typedef int (*ini_handler)(void *user, const char *section, const char *name, const char *value);
 KSDB_API int ini_parse_file(const char *path, ini_handler handler, void *user);
 
-/* ---- volumes and share file-system attributes ---------------------------- */
+/* ---- volumes and share file-system attributes ---------------------------- *
+ * Paths are live paths below the debug root.  Attribute texts come from the
+ * result pool.  These calls take no lock; ksdb_update_vol_maint_log runs its
+ * statements on the connection as it stands (inside the caller's
+ * transaction, if any).
+ */
 
 /* Records the start (phase 0) or the end (phase 1) of a maintenance
  * operation on a device in the persistent maintenance log: 0, 3, or 4 when
@@ -566,7 +632,9 @@ KSDB_API int ksdb_btrfs_get_attr(ksdb_handle *handle, const char *path, const ch
 /* Removes the reference quota of a share folder. */
 KSDB_API int ksdb_disable_share_quota(ksdb_handle *handle, const char *path);
 
-/* ---- service settings ------------------------------------------------------ */
+/* ---- service settings ------------------------------------------------------ *
+ * Plain statements on the connection, no lock of their own.
+ */
 
 /* Names exported for other programs. */
 KSDB_API extern const char *const TABLE_SMB_USERNAME_MAP;            /* "smb_username_map" */

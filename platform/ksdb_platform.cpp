@@ -672,16 +672,49 @@ int builtin_getSysObjectID(char *buffer, size_t size) {
 // its get_sys_info reports.
 const char *const kBuiltinSystypes[] = {nullptr};
 
+// The built-in functions reach callers through ksdb_platform_builtin() and
+// the vendor fallback: no exception may leave them.  Memory exhaustion gives
+// -ENOMEM, anything else -EIO.
+template <class Body>
+int no_throw(Body &&body) noexcept {
+    try {
+        return body();
+    } catch (const std::bad_alloc &) {
+        return -ENOMEM;
+    } catch (...) {
+        return -EIO;
+    }
+}
+
+int safe_get_sys_info(ksdb_sys_info *info) {
+    return no_throw([&] { return builtin_get_sys_info(info); });
+}
+int safe_volume_scan(const char *root, ksdb_volume_list *list) {
+    return no_throw([&] { return builtin_volume_scan(root, list); });
+}
+int safe_snapshot_get_path(const char *share_path, const char *snapshot_name, char **path) {
+    return no_throw([&] { return builtin_snapshot_get_path(share_path, snapshot_name, path); });
+}
+int safe_btrfs_get_qgroup_info(const char *path, ksdb_qgroup_info *info) {
+    return no_throw([&] { return builtin_btrfs_get_qgroup_info(path, info); });
+}
+int safe_toggle_datasum(const char *fstab, const char *pool, int enable) {
+    return no_throw([&] { return builtin_toggle_datasum(fstab, pool, enable); });
+}
+int safe_getSysObjectID(char *buffer, size_t size) {
+    return no_throw([&] { return builtin_getSysObjectID(buffer, size); });
+}
+
 const ksdb_platform_ops kBuiltin = {
-    builtin_get_sys_info,
+    safe_get_sys_info,
     builtin_strncpyt,
     builtin_exec_cmd,
-    builtin_volume_scan,
+    safe_volume_scan,
     builtin_free_volume,
-    builtin_snapshot_get_path,
-    builtin_btrfs_get_qgroup_info,
-    builtin_toggle_datasum,
-    builtin_getSysObjectID,
+    safe_snapshot_get_path,
+    safe_btrfs_get_qgroup_info,
+    safe_toggle_datasum,
+    safe_getSysObjectID,
     kBuiltinSystypes,
     sizeof kBuiltinSystypes / sizeof kBuiltinSystypes[0],
 };
@@ -750,8 +783,10 @@ int toggle_datasum(const char *fstab, const char *pool, int enable) {
 int getSysObjectID(char *buffer, size_t size) { return g_ops.getSysObjectID(buffer, size); }
 
 void ksdb_platform_set_sys_object_id(const char *oid) {
-    std::lock_guard<std::mutex> lock(g_oid_mutex);
-    g_sys_object_id = oid ? oid : kDefaultSysObjectId;
+    ksdb::quietly([&] {
+        std::lock_guard<std::mutex> lock(g_oid_mutex);
+        g_sys_object_id = oid ? oid : kDefaultSysObjectId;
+    });
 }
 
 }  // extern "C"

@@ -75,33 +75,15 @@ int exec_fmt(ksdb_handle *h, sqlite3 *db, int line, const char *format, ...) {
     return ksdb_sql_exec(h, db, nullptr, KSDB_MODULE, line, sql.get());
 }
 
-int begin(ksdb_handle *h, sqlite3 *db) { return ksdb_sql_begin(h, db, nullptr, KSDB_TAG); }
-
-// Ends a failed transaction: rolls back and releases db_mutex.
-int fail(ksdb_handle *h, sqlite3 *db) {
-    ksdb_sql_rollback(h, db, nullptr, KSDB_TAG);
-    return KSDB_E_DB;
-}
-
-// Commits the operation's transaction; a failed COMMIT is rolled back.  One
-// more level of the recursive db_mutex is held across both, so that no other
-// thread sharing the connection can slip a statement into the still open
-// transaction between the failed COMMIT (which releases its level of the
-// lock) and the ROLLBACK.
-int commit_or_rollback(ksdb_handle *h, sqlite3 *db) {
-    if (h->db_mutex) pthread_mutex_lock(h->db_mutex);
-    if (ksdb_sql_commit(h, db, nullptr, KSDB_TAG) == SQLITE_OK) {
-        if (h->db_mutex) pthread_mutex_unlock(h->db_mutex);
-        return KSDB_OK;
-    }
-    return fail(h, db);
-}
+// Every operation but create rolls back after a failed BEGIN as after any
+// other failure.
+constexpr auto kRollbackFailedBegin = ksdb::Transaction::FailedBegin::kRollback;
 
 // A statement of its own in a transaction of its own.
 int run_alone(ksdb_handle *h, sqlite3 *db, int line, const char *sql) {
-    if (begin(h, db) != SQLITE_OK) return fail(h, db);
-    if (exec(h, db, line, sql) != SQLITE_OK) return fail(h, db);
-    return commit_or_rollback(h, db);
+    ksdb::Transaction tx(h, db, KSDB_TAG, kRollbackFailedBegin);
+    if (!tx.ok() || exec(h, db, line, sql) != SQLITE_OK) return KSDB_E_DB;
+    return tx.commit() == SQLITE_OK ? KSDB_OK : KSDB_E_DB;
 }
 
 long to_long(const char *s) { return s ? std::strtol(s, nullptr, 10) : 0; }
@@ -122,12 +104,13 @@ void no_message(char **val, int *ts, char **src_out, char **dst_out, int *id) {
 int deliver(ksdb_handle *h, sqlite3 *db, const char *src, const char *dst, char **val, int *ts,
             char **src_out, char **dst_out, int *id, bool remove) {
     no_message(val, ts, src_out, dst_out, id);
-    if (begin(h, db) != SQLITE_OK) return fail(h, db);
+    ksdb::Transaction tx(h, db, KSDB_TAG, kRollbackFailedBegin);
+    if (!tx.ok()) return KSDB_E_DB;
     char where[256];
-    if (!selection_or_log(h, where, src, dst)) return fail(h, db);
+    if (!selection_or_log(h, where, src, dst)) return KSDB_E_DB;
     ksdb::SqlTable row;
-    if (row.query(h, db, KSDB_TAG, kDeliveryQuery, where) != SQLITE_OK) return fail(h, db);
-    if (row.rows() == 0) return commit_or_rollback(h, db);
+    if (row.query(h, db, KSDB_TAG, kDeliveryQuery, where) != SQLITE_OK) return KSDB_E_DB;
+    if (row.rows() == 0) return tx.commit() == SQLITE_OK ? KSDB_OK : KSDB_E_DB;
 
     const int row_id = static_cast<int>(to_long(row.at(0, 0)));
     *ts = static_cast<int>(to_long(row.at(0, 1)));
@@ -136,28 +119,26 @@ int deliver(ksdb_handle *h, sqlite3 *db, const char *src, const char *dst, char 
     if (dst_out) *dst_out = ksdb::pool_strdup(h, row.at(0, 4));
     if (id) *id = row_id;
 
-    int rc = KSDB_OK;
-    if (remove && exec_fmt(h, db, __LINE__, "DELETE FROM queue WHERE id=%d", row_id) != SQLITE_OK)
-        rc = fail(h, db);
-    else
-        rc = commit_or_rollback(h, db);
-    if (rc != KSDB_OK) no_message(val, ts, src_out, dst_out, id);
-    return rc;
+    bool ok = !remove ||
+              exec_fmt(h, db, __LINE__, "DELETE FROM queue WHERE id=%d", row_id) == SQLITE_OK;
+    if (ok) ok = tx.commit() == SQLITE_OK;
+    else tx.rollback();
+    if (ok) return KSDB_OK;
+    no_message(val, ts, src_out, dst_out, id);
+    return KSDB_E_DB;
 }
 
 int create(ksdb_handle *h, sqlite3 *db, int maxlen) {
-    if (begin(h, db) != SQLITE_OK) {
-        // A failed BEGIN is not followed by ROLLBACK: when it failed because
-        // the connection is already inside a transaction, that transaction is
-        // not ours to end.  Our level of db_mutex is given back all the same.
-        if (h->db_mutex) pthread_mutex_unlock(h->db_mutex);
-        return KSDB_E_DB;
-    }
+    // A failed BEGIN is not followed by ROLLBACK: when it failed because the
+    // connection is already inside a transaction, that transaction is not
+    // ours to end.
+    ksdb::Transaction tx(h, db, KSDB_TAG);
+    if (!tx.ok()) return KSDB_E_DB;
 
     int64_t stored = 0;
     if (ksdb_sql_get_int64_mprintf(h, db, nullptr, KSDB_TAG, &stored, nullptr,
                                    "PRAGMA user_version") != SQLITE_OK)
-        return fail(h, db);
+        return KSDB_E_DB;
     // Logged at error level so that it always reaches the log, although
     // nothing has failed.
     if (stored != 0)
@@ -167,7 +148,7 @@ int create(ksdb_handle *h, sqlite3 *db, int maxlen) {
         KSDB_ERR(h, "DB (queue) schema version: new ==> %ld\n", kQueueVersion);
 
     for (const char *const *sql = kQueueSchema; *sql; ++sql)
-        if (exec(h, db, __LINE__, *sql) != SQLITE_OK) return fail(h, db);
+        if (exec(h, db, __LINE__, *sql) != SQLITE_OK) return KSDB_E_DB;
 
     if (stored != 0) {
         for (long n = std::max<long>(stored + 1, 1); n <= kQueueVersion && kQueueUpgrades[n];
@@ -175,22 +156,21 @@ int create(ksdb_handle *h, sqlite3 *db, int maxlen) {
             KSDB_INFO(h, "DB upgrate to version %ld\n", n);
             exec(h, db, __LINE__, kQueueUpgrades[n][0]);  // result deliberately ignored
             if (exec_fmt(h, db, __LINE__, "PRAGMA user_version=%ld", n) != SQLITE_OK)
-                return fail(h, db);
+                return KSDB_E_DB;
         }
     }
     if (exec_fmt(h, db, __LINE__, "PRAGMA user_version=%ld", kQueueVersion) != SQLITE_OK)
-        return fail(h, db);
+        return KSDB_E_DB;
 
     if (exec_fmt(h, db, __LINE__, "REPLACE INTO config (maxlen) VALUES(%d)",
                  maxlen < 1 ? kDefaultMaxlen : maxlen) != SQLITE_OK) {
-        ksdb_sql_rollback(h, db, nullptr, KSDB_TAG);
+        tx.rollback();
         KSDB_ERR(h, "Query (REPLACE queue.config) fail.\n");
         return KSDB_E_DB;
     }
     // A failed COMMIT is not rolled back here; the commit has released
     // db_mutex in any case.
-    if (ksdb_sql_commit(h, db, nullptr, KSDB_TAG) != SQLITE_OK) return KSDB_E_DB;
-    return KSDB_OK;
+    return tx.commit_only() == SQLITE_OK ? KSDB_OK : KSDB_E_DB;
 }
 
 }  // namespace
@@ -258,14 +238,15 @@ int ksdb_queue_stat(ksdb_handle *h, sqlite3 *db, const char *src, const char *ds
     KSDB_ASSERT(len);
     return ksdb::logged(h, KSDB_TAG, "ksdb_queue_stat", [&]() -> int {
         *len = 0;  // a failed call counts nothing
-        if (begin(h, db) != SQLITE_OK) return fail(h, db);
+        ksdb::Transaction tx(h, db, KSDB_TAG, kRollbackFailedBegin);
+        if (!tx.ok()) return KSDB_E_DB;
         char where[256];
-        if (!selection_or_log(h, where, src, dst)) return fail(h, db);
+        if (!selection_or_log(h, where, src, dst)) return KSDB_E_DB;
         int32_t count = 0;
         if (ksdb_sql_get_int32_mprintf(h, db, nullptr, KSDB_TAG, &count, nullptr,
-                                       "SELECT COUNT(*) FROM queue %s", where) != SQLITE_OK)
-            return fail(h, db);
-        if (int rc = commit_or_rollback(h, db); rc != KSDB_OK) return rc;
+                                       "SELECT COUNT(*) FROM queue %s", where) != SQLITE_OK ||
+            tx.commit() != SQLITE_OK)
+            return KSDB_E_DB;
         *len = count;
         return KSDB_OK;
     });

@@ -77,53 +77,59 @@ extern "C" {
 
 int ksdb_btrfs_set_attr(ksdb_handle *h, const char *path, const char *name, const char *value) {
     if (!path || !name || !value) return KSDB_E_INVAL;
-    std::string target = ksdb::effective_path(h, path);
-    std::string attr = name;
-    if (attr == "compression")
-        return ksdb::run_tool(h, {"chattr", std::strcmp(value, "on") == 0 ? "+c" : "-c", target});
-    if (attr == "bitrotprotection") {
-        // Protection on means copy-on-write (and so data checksums) stays on.
-        bool on = std::strcmp(value, "on") == 0;
-        int rc = ksdb::run_tool(h, {"chattr", on ? "-C" : "+C", target});
-        if (rc == 0 && on) ksdb::ensure_pool_datasum(h, ksdb::volume_of(path));
-        return rc;
-    }
-    if (attr == "refquota") {
-        std::string size = std::strcmp(value, "0") == 0 ? "none" : value;
-        int rc = ksdb::run_tool(h, {"btrfs", "quota", "enable", target});
-        if (rc == 0) rc = ksdb::run_tool(h, {"btrfs", "qgroup", "limit", size, target});
-        return rc;
-    }
-    return 0;
+    return ksdb::boundary(h, KSDB_TAG, "ksdb_btrfs_set_attr", [&] {
+        std::string target = ksdb::effective_path(h, path);
+        std::string attr = name;
+        if (attr == "compression")
+            return ksdb::run_tool(h,
+                                  {"chattr", std::strcmp(value, "on") == 0 ? "+c" : "-c", target});
+        if (attr == "bitrotprotection") {
+            // Protection on means copy-on-write (and so data checksums) stays on.
+            bool on = std::strcmp(value, "on") == 0;
+            int rc = ksdb::run_tool(h, {"chattr", on ? "-C" : "+C", target});
+            if (rc == 0 && on) ksdb::ensure_pool_datasum(h, ksdb::volume_of(path));
+            return rc;
+        }
+        if (attr == "refquota") {
+            std::string size = std::strcmp(value, "0") == 0 ? "none" : value;
+            int rc = ksdb::run_tool(h, {"btrfs", "quota", "enable", target});
+            if (rc == 0) rc = ksdb::run_tool(h, {"btrfs", "qgroup", "limit", size, target});
+            return rc;
+        }
+        return 0;
+    });
 }
 
 int ksdb_btrfs_get_attr(ksdb_handle *h, const char *path, const char *name, char **value) {
     if (!path || !name || !value) return KSDB_E_INVAL;
     *value = nullptr;
-    // The pseudo-volume of removable media carries none of these attributes.
-    if (ksdb::volume_of(path) == "media") return KSDB_E_INVAL;
-    std::string target = ksdb::effective_path(h, path);
-    std::string attr = name;
-    if (attr == "compression" || attr == "bitrotprotection") {
-        long flags = 0;
-        if (ksdb::file_flags(target, &flags) != 0) return KSDB_E_FILE;
-        bool on = attr == "compression" ? (flags & FS_COMPR_FL) != 0 : (flags & FS_NOCOW_FL) == 0;
-        *value = ksdb::pool_strdup(h, on ? "on" : "off");
-        return 0;
-    }
-    if (attr == "used" || attr == "refquota" || attr == "usedbysnapshots") {
-        ksdb_qgroup_info info{};
-        if (btrfs_get_qgroup_info(target.c_str(), &info) != 0) return KSDB_E_COMMAND;
-        uint64_t bytes = attr == "used"       ? info.referenced
-                         : attr == "refquota" ? info.max_referenced
-                                              : info.snapshots_used;
-        if (attr == "refquota" && bytes == 0)
-            *value = ksdb::pool_strdup(h, "none");
-        else
-            *value = ksdb::pool_printf(h, "%" PRIu64, bytes);
-        return 0;
-    }
-    return KSDB_E_INVAL;
+    return ksdb::boundary(h, KSDB_TAG, "ksdb_btrfs_get_attr", [&]() -> int {
+        // The pseudo-volume of removable media carries none of these attributes.
+        if (ksdb::volume_of(path) == "media") return KSDB_E_INVAL;
+        std::string target = ksdb::effective_path(h, path);
+        std::string attr = name;
+        if (attr == "compression" || attr == "bitrotprotection") {
+            long flags = 0;
+            if (ksdb::file_flags(target, &flags) != 0) return KSDB_E_FILE;
+            bool on =
+                attr == "compression" ? (flags & FS_COMPR_FL) != 0 : (flags & FS_NOCOW_FL) == 0;
+            *value = ksdb::pool_strdup(h, on ? "on" : "off");
+            return 0;
+        }
+        if (attr == "used" || attr == "refquota" || attr == "usedbysnapshots") {
+            ksdb_qgroup_info info{};
+            if (btrfs_get_qgroup_info(target.c_str(), &info) != 0) return KSDB_E_COMMAND;
+            uint64_t bytes = attr == "used"       ? info.referenced
+                             : attr == "refquota" ? info.max_referenced
+                                                  : info.snapshots_used;
+            if (attr == "refquota" && bytes == 0)
+                *value = ksdb::pool_strdup(h, "none");
+            else
+                *value = ksdb::pool_printf(h, "%" PRIu64, bytes);
+            return 0;
+        }
+        return KSDB_E_INVAL;
+    });
 }
 
 int ksdb_disable_share_quota(ksdb_handle *h, const char *path) {

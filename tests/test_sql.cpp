@@ -1,134 +1,93 @@
-// The SQL access layer: retries, trace and messages, typed single values,
-// transactions and the whole-table helpers.
+// The SQL access layer: retries, trace and messages, the last-error record,
+// typed single values, transactions and the whole-table helpers.
 #define KSDB_MODULE "test_sql"
 #include "core/ksdb_internal.h"
-#include "tests/support/test_support.h"
+#include "tests/core_support.h"
 
-#include <gtest/gtest.h>
-
-#include <atomic>
 #include <chrono>
 #include <regex>
 #include <thread>
 
 using namespace ksdb_test;
+using Rows = std::vector<std::string>;
 
 namespace {
 
 class SqlTest : public ::testing::Test {
   protected:
-    CaptureFile log_;
-    CaptureFile trace_;
+    CaptureFile log_, trace_;
     Handle h_{{log_.get(), 5, trace_.get()}};
     Db db_;
 };
 
-// A second connection holding the write lock of a file database.
-class WriteLock {
-  public:
-    explicit WriteLock(const std::string &path) : db_(path) { db_.exec("BEGIN IMMEDIATE"); }
-    void release() {
-        if (!released_) db_.exec("COMMIT");
-        released_ = true;
+// A file database whose write lock a second connection holds.
+struct Locked {
+    TempDir dir;
+    std::string path = dir / "db.sqlite";
+    Db setup{path};
+    Db db{path};
+    Db holder{path};
+    Locked() {
+        setup.exec("CREATE TABLE t (x INT)");
+        holder.exec("BEGIN IMMEDIATE");
     }
-    ~WriteLock() { release(); }
-
-  private:
-    Db db_;
-    bool released_ = false;
 };
 
 }  // namespace
 
-TEST(SqlRetry, BusyStatementSucceedsOnceTheLockIsReleased) {
-    TempDir dir;
-    std::string path = dir / "db.sqlite";
-    Db setup(path);
-    setup.exec("CREATE TABLE t (x INT)");
+TEST(SqlRetry, StaysBusyFor1001AttemptsAndTheLastErrorTellsSqlitesFiveFromTheLibrarys) {
+    Locked l;
     CaptureFile trace;
     Handle h({nullptr, 4, trace.get()});
-    Db db(path);
-    WriteLock lock(path);
-    std::thread releaser([&] {
-        std::this_thread::sleep_for(std::chrono::milliseconds(150));
-        lock.release();
-    });
-    int rc = ksdb_sql_exec(h, db, nullptr, "test_sql", 1, "INSERT INTO t VALUES(1)");
-    releaser.join();
-    EXPECT_EQ(rc, SQLITE_OK);
-    EXPECT_EQ(setup.scalar("SELECT COUNT(*) FROM t"), "1");
-    std::smatch m;
-    std::string text = trace.text();
-    ASSERT_TRUE(std::regex_search(text, m, std::regex(R"( ==> (\d+):0 \(success\)\n)"))) << text;
-    EXPECT_GT(std::stoi(m[1]), 0) << "the retries show in the trace";
-}
-
-TEST(SqlRetry, StatementThatStaysBusyGivesUpAfter1001Attempts) {
-    TempDir dir;
-    std::string path = dir / "db.sqlite";
-    Db setup(path);
-    setup.exec("CREATE TABLE t (x INT)");
-    CaptureFile trace;
-    Handle h({nullptr, 4, trace.get()});
-    Db db(path);
-    WriteLock lock(path);
+    ksdb_clear_error();
     auto start = std::chrono::steady_clock::now();
     char **table = nullptr;
-    int rc = ksdb_sql_get_table(h, db, nullptr, "test_sql", 2, &table, nullptr, nullptr,
+    int rc = ksdb_sql_get_table(h, l.db, nullptr, "test_sql", 2, &table, nullptr, nullptr,
                                 "INSERT INTO t VALUES(1)");
     auto elapsed = std::chrono::steady_clock::now() - start;
     sqlite3_free_table(table);
     EXPECT_EQ(rc, SQLITE_BUSY);
     EXPECT_GE(elapsed, std::chrono::milliseconds(10000)) << "1000 sleeps of 10 ms";
     EXPECT_NE(trace.text().find(" ==> 1000:5 (database is locked) nrow=0 ncol=0\n"),
-              std::string::npos)
-        << trace.text();
+              std::string::npos);
+    EXPECT_EQ(last_error(), "1 5 test_sql:2 database is locked");
+    // The library's own 5: a file failure of an operation.
+    ksdb::logged(h, "ksdb_nfs", 9, "ksdb_nfs_share_export", [] { return KSDB_E_FILE; });
+    EXPECT_EQ(last_error(), "2 5 ksdb_nfs:9 ksdb_nfs_share_export() ==> 5");
 }
 
-TEST_F(SqlTest, TraceAndErrorMessagesOfAStatement) {
+TEST_F(SqlTest, TraceMessagesAndTheExtendedCodeOfAFailure) {
     char *msg = nullptr;
-    EXPECT_EQ(ksdb_sql_exec(h_, db_, &msg, "ksdb_cifs", 77, "CREATE TABLE t (x INT)"), 0);
+    EXPECT_EQ(ksdb_sql_exec(h_, db_, &msg, "ksdb_cifs", 77, "CREATE TABLE t (x INT UNIQUE)"), 0);
     EXPECT_STREQ(msg, "Internal DB error. (77:0:success)");
     EXPECT_EQ(ksdb_sql_exec(h_, db_, &msg, "ksdb_cifs", 78, "SELEC nonsense"), SQLITE_ERROR);
     EXPECT_STREQ(msg, "Internal DB error. (78:1:near \"SELEC\": syntax error)");
-
-    std::string trace = trace_.text();
-    EXPECT_NE(trace.find("ksdb_cifs:77sql=CREATE TABLE t (x INT)\n"), std::string::npos);
-    EXPECT_NE(trace.find("ksdb_cifs:77 ==> 0:0 (success)\n"), std::string::npos);
-    EXPECT_NE(trace.find("ksdb_cifs:78 ==> 0:1 (near \"SELEC\": syntax error)\n"),
-              std::string::npos);
-    EXPECT_NE(log_.text().find("ksdb_cifs:78 (error) SQL=SELEC nonsense ==> 1 (near \"SELEC\": "
-                               "syntax error)\n"),
-              std::string::npos);
-
     char **table = nullptr;
     int nrow = -1, ncol = -1;
-    EXPECT_EQ(ksdb_sql_get_table(h_, db_, nullptr, "ksdb_nfs", 5, &table, &nrow, &ncol,
-                                 "SELECT 1,2"),
-              0);
+    EXPECT_EQ(ksdb_sql_get_table(h_, db_, nullptr, "ksdb_nfs", 5, &table, &nrow, &ncol, "SELECT 1,2"), 0);
     sqlite3_free_table(table);
-    EXPECT_EQ(nrow, 1);
-    EXPECT_EQ(ncol, 2);
-    EXPECT_NE(trace_.text().find("ksdb_nfs:5 ==> 0:0 (success) nrow=1 ncol=2\n"),
-              std::string::npos);
+    EXPECT_EQ(nrow * 10 + ncol, 12);
+    EXPECT_EQ(unstamped(trace_.text()),
+              (Rows{"ksdb_cifs:77sql=CREATE TABLE t (x INT UNIQUE)", "ksdb_cifs:77 ==> 0:0 (success)",
+                    "ksdb_cifs:78sql=SELEC nonsense", "ksdb_cifs:78 ==> 0:1 (near \"SELEC\": syntax error)",
+                    "ksdb_nfs:5sql=SELECT 1,2", "ksdb_nfs:5 ==> 0:0 (success) nrow=1 ncol=2"}));
+    EXPECT_EQ(unstamped(log_.text()),
+              Rows{"ksdb_cifs:78 (error) SQL=SELEC nonsense ==> 1 (near \"SELEC\": syntax error)"});
+    db_.exec("INSERT INTO t VALUES(1)");
+    EXPECT_EQ(ksdb_sql_exec(h_, db_, nullptr, "m", 3, "INSERT INTO t VALUES(1)"), SQLITE_CONSTRAINT);
+    EXPECT_EQ(last_error(), "1 2067 m:3 UNIQUE constraint failed: t.x") << "the extended code";
 }
 
-TEST(SqlLogging, PlainStatementsLogFailuresOnlyAtDebugTableQueriesFromErrorLevel) {
+TEST(SqlLogging, FailuresOfPlainStatementsAtDebugOfQueriesAtErrorANullResultStops) {
     CaptureFile log;
-    Handle h({log.get(), 4});
+    Handle h({log.get(), 4}), h2({log.get(), 2});
     Db db;
     ksdb_sql_exec(h, db, nullptr, "m", 1, "BROKEN");
     EXPECT_EQ(log.text(), "");
     char **table = nullptr;
-    Handle h2({log.get(), 2});
     ksdb_sql_get_table(h2, db, nullptr, "m", 2, &table, nullptr, nullptr, "BROKEN2");
     sqlite3_free_table(table);
     EXPECT_NE(log.text().find("m:2 (error) SQL=BROKEN2 ==> 1 "), std::string::npos);
-}
-
-TEST(SqlAssert, NullResultPointerStopsTheProcess) {
-    Handle h;
-    Db db;
     EXPECT_DEATH(ksdb_sql_get_table(h, db, nullptr, "m", 1, nullptr, nullptr, nullptr, "SELECT 1"),
                  "result");
     EXPECT_DEATH(ksdb_sql_get_int32_mprintf(h, db, nullptr, "m", 1, nullptr, nullptr, "SELECT 1"),
@@ -137,153 +96,82 @@ TEST(SqlAssert, NullResultPointerStopsTheProcess) {
 
 // ---- single values ---------------------------------------------------------
 
-struct Typed {
-    int rc32, rc64, rcu32, rcu64, rcs;
+namespace {
+
+// Each getter on one query: "rc value is_null" per getter (i32 i64 u32 u64),
+// then the text getter's "rc value" ("<kept>" when it left the value alone).
+Rows typed(ksdb_handle *h, sqlite3 *db, const char *sql) {
     int32_t v32 = 111;
     int64_t v64 = 111;
     uint32_t vu32 = 111;
     uint64_t vu64 = 111;
     int n32 = 7, n64 = 7, nu32 = 7, nu64 = 7;
-    char *s;
-};
-
-static Typed query_all(ksdb_handle *h, sqlite3 *db, const char *sql) {
-    Typed t;
-    static char sentinel[] = "untouched";
-    t.s = sentinel;
-    t.rc32 = ksdb_sql_get_int32_mprintf(h, db, nullptr, "m", 1, &t.v32, &t.n32, "%s", sql);
-    t.rc64 = ksdb_sql_get_int64_mprintf(h, db, nullptr, "m", 1, &t.v64, &t.n64, "%s", sql);
-    t.rcu32 = ksdb_sql_get_uint32_mprintf(h, db, nullptr, "m", 1, &t.vu32, &t.nu32, "%s", sql);
-    t.rcu64 = ksdb_sql_get_uint64_mprintf(h, db, nullptr, "m", 1, &t.vu64, &t.nu64, "%s", sql);
-    t.rcs = ksdb_sql_get_scaler_mprintf(h, db, nullptr, "m", 1, &t.s, "%s", sql);
-    return t;
+    static char kept[] = "<kept>";
+    char *s = kept;
+    auto f = [](int rc, auto v, int n) {
+        return std::to_string(rc) + " " + std::to_string(v) + " " + std::to_string(n);
+    };
+    Rows out;
+    int rc = ksdb_sql_get_int32_mprintf(h, db, nullptr, "m", 1, &v32, &n32, "%s", sql);
+    out.push_back(f(rc, v32, n32));
+    rc = ksdb_sql_get_int64_mprintf(h, db, nullptr, "m", 1, &v64, &n64, "%s", sql);
+    out.push_back(f(rc, v64, n64));
+    rc = ksdb_sql_get_uint32_mprintf(h, db, nullptr, "m", 1, &vu32, &nu32, "%s", sql);
+    out.push_back(f(rc, vu32, nu32));
+    rc = ksdb_sql_get_uint64_mprintf(h, db, nullptr, "m", 1, &vu64, &nu64, "%s", sql);
+    out.push_back(f(rc, vu64, nu64));
+    rc = ksdb_sql_get_scaler_mprintf(h, db, nullptr, "m", 1, &s, "%s", sql);
+    out.push_back(std::to_string(rc) + " " + (s ? s : "<NULL>"));
+    return out;
 }
 
-TEST_F(SqlTest, TypedGettersConvertDifferentlyOnPurpose) {
-    Typed hex = query_all(h_, db_, "SELECT '0x1F'");
-    EXPECT_EQ(hex.v32, 0);  // base 10
-    EXPECT_EQ(hex.v64, 31);
-    EXPECT_EQ(hex.vu32, 31u);
-    EXPECT_EQ(hex.vu64, 31u);
-    EXPECT_STREQ(hex.s, "0x1F");
-    EXPECT_EQ(hex.n32, 0);
-    EXPECT_EQ(hex.nu64, 0);
+}  // namespace
 
-    Typed oct = query_all(h_, db_, "SELECT '010'");
-    EXPECT_EQ(oct.v32, 10);
-    EXPECT_EQ(oct.v64, 8);
-    EXPECT_EQ(oct.vu32, 8u);
-    EXPECT_EQ(oct.vu64, 8u);
-
-    Typed neg = query_all(h_, db_, "SELECT -5");
-    EXPECT_EQ(neg.v32, -5);
-    EXPECT_EQ(neg.v64, -5);
-}
-
-TEST_F(SqlTest, TypedGettersOnTwoRows) {
-    Typed two = query_all(h_, db_, "SELECT 1 UNION ALL SELECT 2");
-    EXPECT_EQ(two.rc32, KSDB_E_VECTOR);
-    EXPECT_EQ(two.v32, 0);
-    EXPECT_EQ(two.n32, 1);
-    EXPECT_EQ(two.rc64, KSDB_E_VECTOR);
-    EXPECT_EQ(two.rcu64, KSDB_E_VECTOR);
-    // The unsigned 32-bit call has no vector check.
-    EXPECT_EQ(two.rcu32, 0);
-    EXPECT_EQ(two.vu32, 0u);
-    EXPECT_EQ(two.nu32, 1);
-    // The text call leaves the caller's value as it was.
-    EXPECT_EQ(two.rcs, KSDB_E_VECTOR);
-    EXPECT_STREQ(two.s, "untouched");
-    EXPECT_NE(log_.text().find("(error) ksdb_sql_get_int32_mprintf is called with SQL which has "
-                               "vector output. (ncol=1, nrow=2).\n"),
+TEST_F(SqlTest, TypedGettersConvertCheckAndFailDifferentlyOnPurpose) {
+    // Base 10 for the signed 32-bit call, base 0 for the others.
+    EXPECT_EQ(typed(h_, db_, "SELECT '0x1F'"), (Rows{"0 0 0", "0 31 0", "0 31 0", "0 31 0", "0 0x1F"}));
+    EXPECT_EQ(typed(h_, db_, "SELECT '010'"), (Rows{"0 10 0", "0 8 0", "0 8 0", "0 8 0", "0 010"}));
+    // Two rows: -1, except the unsigned 32-bit call (no vector check); the
+    // text call leaves the value alone.
+    EXPECT_EQ(typed(h_, db_, "SELECT 1 UNION ALL SELECT 2"),
+              (Rows{"-1 0 1", "-1 0 1", "0 0 1", "-1 0 1", "-1 <kept>"}));
+    // One row of two columns: the first column is still converted.
+    EXPECT_EQ(typed(h_, db_, "SELECT 42, 43"), (Rows{"-1 42 0", "-1 42 0", "0 42 0", "-1 42 0", "-1 42"}));
+    for (const char *sql : {"SELECT NULL", "SELECT 1 WHERE 0"})
+        EXPECT_EQ(typed(h_, db_, sql), (Rows{"0 0 1", "0 0 1", "0 0 1", "0 0 1", "0 <NULL>"})) << sql;
+    // A failed query leaves the numbers alone and nulls the text.
+    EXPECT_EQ(typed(h_, db_, "SELECT * FROM missing"),
+              (Rows{"1 111 7", "1 111 7", "1 111 7", "1 111 7", "1 <NULL>"}));
+    std::string log = log_.text();
+    EXPECT_NE(log.find("(error) ksdb_sql_get_int32_mprintf is called with SQL which has vector "
+                       "output. (ncol=1, nrow=2).\n"),
               std::string::npos);
-}
-
-TEST_F(SqlTest, TypedGettersOnOneRowOfTwoColumns) {
-    Typed wide = query_all(h_, db_, "SELECT 42, 43");
-    EXPECT_EQ(wide.rc32, KSDB_E_VECTOR);
-    EXPECT_EQ(wide.v32, 42);  // the first column is still converted
-    EXPECT_EQ(wide.n32, 0);
-    EXPECT_EQ(wide.rcu32, 0);
-    EXPECT_EQ(wide.vu32, 42u);
-    EXPECT_EQ(wide.rcs, KSDB_E_VECTOR);
-    EXPECT_STREQ(wide.s, "42");
-    EXPECT_NE(log_.text().find("ksdb_sql_get_scaler_mprintf is called with SQL which has vector "
-                               "output. (ncol=2, nrow=1).\n"),
+    EXPECT_NE(log.find("ksdb_sql_get_scaler_mprintf is called with SQL which has vector output. "
+                       "(ncol=2, nrow=1).\n"),
               std::string::npos);
+    EXPECT_EQ(log.find("ksdb_sql_get_uint32_mprintf is called"), std::string::npos);
 }
 
-TEST_F(SqlTest, TypedGettersOnNullNoRowAndFailure) {
-    for (const char *sql : {"SELECT NULL", "SELECT 1 WHERE 0"}) {
-        Typed t = query_all(h_, db_, sql);
-        EXPECT_EQ(t.rc32, 0) << sql;
-        EXPECT_EQ(t.v32, 0) << sql;
-        EXPECT_EQ(t.n32, 1) << sql;
-        EXPECT_EQ(t.v64, 0) << sql;
-        EXPECT_EQ(t.nu64, 1) << sql;
-        EXPECT_EQ(t.rcs, 0) << sql;
-        EXPECT_EQ(t.s, nullptr) << sql;
-    }
-    Typed bad = query_all(h_, db_, "SELECT * FROM missing_table");
-    EXPECT_EQ(bad.rc32, SQLITE_ERROR);
-    EXPECT_EQ(bad.v32, 111);  // untouched
-    EXPECT_EQ(bad.n32, 7);
-    EXPECT_EQ(bad.vu64, 111u);
-    EXPECT_EQ(bad.rcs, SQLITE_ERROR);
-    EXPECT_EQ(bad.s, nullptr);
-}
-
-TEST_F(SqlTest, MprintfQuotesItsArguments) {
-    ASSERT_EQ(ksdb_sql_exec(h_, db_, nullptr, "m", 1, "CREATE TABLE `t w` (v TEXT)"), 0);
-    ASSERT_EQ(ksdb_sql_exec_mprintf(h_, db_, nullptr, "m", 1, "INSERT INTO `%w` VALUES(%Q)", "t w",
-                                    "it's"),
-              0);
+TEST_F(SqlTest, MprintfQuotesAndInsertThenUpdateRunsTheUpdateOnlyAfterTheInsert) {
+    ASSERT_EQ(ksdb_sql_exec(h_, db_, nullptr, "m", 1, "CREATE TABLE `t w` (k INT PRIMARY KEY, v TEXT NOT NULL, w TEXT)"), 0);
+    ASSERT_EQ(ksdb_sql_exec_mprintf(h_, db_, nullptr, "m", 1, "INSERT INTO `%w` VALUES(1,%Q,'kept')", "t w", "it's"), 0);
     char *v = nullptr;
-    ASSERT_EQ(ksdb_sql_get_scaler_mprintf(h_, db_, nullptr, "m", 1, &v,
-                                          "SELECT v FROM `t w` WHERE v=%Q", "it's"),
-              0);
+    ASSERT_EQ(ksdb_sql_get_scaler_mprintf(h_, db_, nullptr, "m", 1, &v, "SELECT v FROM `t w` WHERE v=%Q", "it's"), 0);
     EXPECT_STREQ(v, "it's");
-}
 
-TEST_F(SqlTest, InsertThenUpdateRunsTheUpdateOnlyAfterTheInsert) {
-    using ksdb::sql_insert_then_update;
     using ksdb::sql_printf;
-    using Rows = std::vector<std::string>;
-    ASSERT_EQ(ksdb_sql_exec(h_, db_, nullptr, "m", 1,
-                            "CREATE TABLE t (k INT PRIMARY KEY, v TEXT NOT NULL, w TEXT)"),
-              0);
-    db_.exec("INSERT INTO t VALUES(1,'old','kept')");
-    // An existing row: the INSERT is ignored, the UPDATE sets only its columns.
-    EXPECT_EQ(sql_insert_then_update(h_, db_, KSDB_TAG,
-                                     sql_printf("INSERT OR IGNORE INTO t (k,v) VALUES(%d,'')", 1),
-                                     sql_printf("UPDATE t SET v=%Q WHERE k=%d", "new", 1)),
-              SQLITE_OK);
-    EXPECT_EQ(db_.rows("SELECT * FROM t"), Rows{"1|new|kept"});
-    // A failing INSERT returns its code and the UPDATE is not run.
-    EXPECT_EQ(sql_insert_then_update(h_, db_, KSDB_TAG, sql_printf("INSERT INTO nosuch VALUES(1)"),
-                                     sql_printf("UPDATE t SET v='no'")),
-              SQLITE_ERROR);
-    EXPECT_EQ(db_.rows("SELECT * FROM t"), Rows{"1|new|kept"});
-    EXPECT_EQ(sql_insert_then_update(h_, db_, KSDB_TAG,
-                                     sql_printf("INSERT OR IGNORE INTO t (k,v) VALUES(2,'x')"),
-                                     sql_printf("UPDATE nosuch SET v='no'")),
-              SQLITE_ERROR);
-    EXPECT_EQ(db_.rows("SELECT k,v FROM t ORDER BY k"), (Rows{"1|new", "2|x"}));
+    auto both = [&](const char *insert, const char *update) {
+        return ksdb::sql_insert_then_update(h_, db_, KSDB_TAG, sql_printf("%s", insert),
+                                            sql_printf("%s", update));
+    };
+    EXPECT_EQ(both("INSERT OR IGNORE INTO `t w` (k,v) VALUES(1,'')", "UPDATE `t w` SET v='new' WHERE k=1"), 0);
+    EXPECT_EQ(both("INSERT INTO nosuch VALUES(1)", "UPDATE `t w` SET v='no'"), SQLITE_ERROR);
+    EXPECT_EQ(both("INSERT OR IGNORE INTO `t w` (k,v) VALUES(2,'x')", "UPDATE nosuch SET v='no'"), SQLITE_ERROR);
+    EXPECT_EQ(db_.rows("SELECT * FROM `t w` ORDER BY k"), (Rows{"1|new|kept", "2|x|<NULL>"}));
 }
-
-// ---- transactions ------------------------------------------------------------
 
 TEST_F(SqlTest, BeginHoldsTheDatabaseLockUntilCommitOrRollback) {
-    auto other_thread_can_lock = [&] {
-        bool locked = false;
-        std::thread([&] {
-            if (pthread_mutex_trylock(h_->db_mutex) == 0) {
-                locked = true;
-                pthread_mutex_unlock(h_->db_mutex);
-            }
-        }).join();
-        return locked;
-    };
+    auto other_thread_can_lock = [&] { return lock_free(h_->db_mutex); };
     ASSERT_EQ(ksdb_sql_begin(h_, db_, nullptr, "m", 1), 0);
     EXPECT_FALSE(other_thread_can_lock());
     // A nested begin fails but still takes the (recursive) lock once more.
@@ -301,76 +189,53 @@ TEST_F(SqlTest, BeginHoldsTheDatabaseLockUntilCommitOrRollback) {
 class TableHelpers : public SqlTest {
   protected:
     void SetUp() override {
-        db_.exec("CREATE TABLE `a` ( `id` INTEGER NOT NULL, `v` TEXT, PRIMARY KEY (`id`))");
-        db_.exec("CREATE TABLE `b` ( `id` INTEGER NOT NULL, `v` TEXT, PRIMARY KEY (`id`))");
-        db_.exec("INSERT INTO a VALUES(1,'x'),(2,'y')");
-        db_.exec("INSERT INTO b VALUES(1,'x'),(2,'y')");
+        for (const char *t : {"a", "b"}) {
+            db_.exec(std::string("CREATE TABLE `") + t +
+                     "` ( `id` INTEGER NOT NULL, `v` TEXT, PRIMARY KEY (`id`))");
+            db_.exec(std::string("INSERT INTO ") + t + " VALUES(1,'x'),(2,'y')");
+        }
     }
+    int count_ = -1;
 };
 
-TEST_F(TableHelpers, CompareTableReportsOneForEqualTables) {
-    int count = -1;
-    EXPECT_EQ(ksdb_sql_compare_table(h_, db_, nullptr, "a", "b", &count), 1);
-    EXPECT_EQ(count, 0);
-
+TEST_F(TableHelpers, CompareTablesAndTheirQuirks) {
+    auto rc_count = [&](int rc) { return std::to_string(rc) + "/" + std::to_string(count_); };
+    // Equal tables give 1: the reverse count's statement is broken on purpose.
+    EXPECT_EQ(rc_count(ksdb_sql_compare_table(h_, db_, nullptr, "a", "b", &count_)), "1/0");
     db_.exec("INSERT INTO b VALUES(3,'z')");
-    count = -1;
-    EXPECT_EQ(ksdb_sql_compare_table(h_, db_, nullptr, "a", "b", &count), 0);
-    EXPECT_EQ(count, 1);
-
-    // A row only in the first table is never seen: the reverse count fails.
-    db_.exec("DELETE FROM b WHERE id=3");
-    db_.exec("INSERT INTO a VALUES(4,'w')");
-    EXPECT_EQ(ksdb_sql_compare_table(h_, db_, nullptr, "a", "b", &count), 1);
-    EXPECT_EQ(ksdb_sql_compare_table(h_, db_, nullptr, "missing", "b", &count), 1);
-}
-
-TEST_F(TableHelpers, CompareTableRowAndTableLists) {
-    db_.exec("INSERT INTO b VALUES(3,'z')");
-    int count = -1;
-    EXPECT_EQ(ksdb_sql_compare_table_row(h_, db_, nullptr, "a", "b", "id<3", &count), 0);
-    EXPECT_EQ(count, 0);
-    EXPECT_EQ(ksdb_sql_compare_table_row(h_, db_, nullptr, "a", "b", "id>=1", &count), 0);
-    EXPECT_EQ(count, 1);
+    EXPECT_EQ(rc_count(ksdb_sql_compare_table(h_, db_, nullptr, "a", "b", &count_)), "0/1");
+    EXPECT_EQ(ksdb_sql_compare_table(h_, db_, nullptr, "missing", "b", &count_), 1);
+    EXPECT_EQ(rc_count(ksdb_sql_compare_table_row(h_, db_, nullptr, "a", "b", "id<3", &count_)), "0/0");
+    EXPECT_EQ(rc_count(ksdb_sql_compare_table_row(h_, db_, nullptr, "a", "b", "id>=1", &count_)), "0/1");
 
     db_.exec("CREATE TABLE `_a` AS SELECT * FROM a");
     db_.exec("CREATE TABLE `_b` AS SELECT * FROM a");  // differs from b
-    const char *const tables[] = {"a", "b", nullptr};
+    const char *const tables[] = {"a", "b", nullptr}, *const same[] = {"a", nullptr},
+                      *const missing[] = {"a", "zz", nullptr};
     const char *changed[3] = {"junk", "junk", "junk"};
     EXPECT_EQ(ksdb_sql_compare_tables(h_, db_, nullptr, "_", tables, changed), 0);
     EXPECT_STREQ(changed[0], "b");
     EXPECT_EQ(changed[1], nullptr);
-
-    EXPECT_EQ(ksdb_sql_compare_tables2(h_, db_, nullptr, "_", tables, &count), 0);
-    EXPECT_EQ(count, 1);
-    const char *const same[] = {"a", nullptr};
-    EXPECT_EQ(ksdb_sql_compare_tables2(h_, db_, nullptr, "_", same, &count), 0);
-    EXPECT_EQ(count, 0);
-    const char *const missing[] = {"a", "zz", nullptr};
-    EXPECT_EQ(ksdb_sql_compare_tables2(h_, db_, nullptr, "_", missing, &count), 1);
+    EXPECT_EQ(rc_count(ksdb_sql_compare_tables2(h_, db_, nullptr, "_", tables, &count_)), "0/1");
+    EXPECT_EQ(rc_count(ksdb_sql_compare_tables2(h_, db_, nullptr, "_", same, &count_)), "0/0");
+    EXPECT_EQ(ksdb_sql_compare_tables2(h_, db_, nullptr, "_", missing, &count_), 1);
 }
 
-TEST_F(TableHelpers, DuplicateKeepsConstraintsOfBackquotedDefinitions) {
+TEST_F(TableHelpers, DuplicateKeepsConstraintsOnlyOfBackquotedDefinitions) {
     ASSERT_EQ(ksdb_sql_duplicate_table(h_, db_, nullptr, "a", "a_copy"), 0);
     EXPECT_EQ(db_.scalar("SELECT sql FROM sqlite_master WHERE name='a_copy'"),
               "CREATE TABLE `a_copy` ( `id` INTEGER NOT NULL, `v` TEXT, PRIMARY KEY (`id`))");
-    EXPECT_EQ(db_.scalar("SELECT COUNT(*) FROM a_copy"), "2");
-    EXPECT_NE(sqlite3_exec(db_, "INSERT INTO a_copy VALUES(1,'dup')", nullptr, nullptr, nullptr),
-              SQLITE_OK);
+    EXPECT_NE(sqlite3_exec(db_, "INSERT INTO a_copy VALUES(1,'dup')", nullptr, nullptr, nullptr), 0);
 
     db_.exec("CREATE TABLE plain (id INTEGER PRIMARY KEY, v TEXT)");
     db_.exec("INSERT INTO plain VALUES(1,'p')");
     ASSERT_EQ(ksdb_sql_duplicate_table(h_, db_, nullptr, "plain", "plain_copy"), 0);
-    EXPECT_EQ(db_.scalar("SELECT COUNT(*) FROM plain_copy"), "1");
     // CREATE TABLE AS SELECT keeps the rows, not the key.
-    EXPECT_EQ(sqlite3_exec(db_, "INSERT INTO plain_copy VALUES(1,'dup')", nullptr, nullptr,
-                           nullptr),
-              SQLITE_OK);
+    EXPECT_EQ(sqlite3_exec(db_, "INSERT INTO plain_copy VALUES(1,'dup')", nullptr, nullptr, nullptr), 0);
+    EXPECT_EQ(db_.scalar("SELECT COUNT(*) FROM plain_copy"), "2");
 
     ASSERT_EQ(ksdb_sql_duplicate_table(h_, db_, nullptr, "a", "_scratch"), 0);
     EXPECT_EQ(db_.scalar("SELECT COUNT(*) FROM sqlite_temp_master WHERE name='_scratch'"), "1");
-    EXPECT_EQ(db_.scalar("SELECT COUNT(*) FROM _scratch"), "2");
-
     const char *const list[] = {"a", "b", nullptr};
     ASSERT_EQ(ksdb_sql_duplicate_tables(h_, db_, nullptr, "old_", list), 0);
     EXPECT_EQ(db_.scalar("SELECT COUNT(*) FROM old_b"), "2");
@@ -382,32 +247,25 @@ TEST_F(TableHelpers, RenameBetweenScratchAndStoredNames) {
     db_.exec("INSERT INTO _work VALUES(9,'t')");
     ASSERT_EQ(ksdb_sql_rename_table(h_, db_, nullptr, "_work", "work"), 0);
     EXPECT_EQ(db_.scalar("SELECT COUNT(*) FROM sqlite_temp_master WHERE name='_work'"), "0");
-    EXPECT_EQ(db_.scalar("SELECT v FROM work"), "t");
-    EXPECT_EQ(db_.scalar("SELECT type FROM sqlite_master WHERE name='work'"), "table");
-
+    EXPECT_EQ(db_.scalar("SELECT type||' '||(SELECT v FROM work) FROM sqlite_master WHERE name='work'"),
+              "table t");
     // Between two stored names: the new name is dropped, then ALTER TABLE.
     ASSERT_EQ(ksdb_sql_rename_table(h_, db_, nullptr, "a", "b"), 0);
     EXPECT_EQ(db_.scalar("SELECT COUNT(*) FROM sqlite_master WHERE name='a'"), "0");
-    EXPECT_EQ(db_.scalar("SELECT COUNT(*) FROM b"), "2");
     EXPECT_NE(trace_.text().find("sql=ALTER TABLE `a` RENAME TO `b`\n"), std::string::npos);
-
     EXPECT_EQ(ksdb_sql_rename_table(h_, db_, nullptr, "missing", "c"), 1);
-    // Every path released the lock.
-    EXPECT_EQ(pthread_mutex_trylock(h_->db_mutex), 0);
-    pthread_mutex_unlock(h_->db_mutex);
+    EXPECT_TRUE(lock_free(h_->db_mutex)) << "every path released the lock";
 }
 
 TEST_F(TableHelpers, DeleteAndDropStopAtTheFirstFailure) {
     db_.exec("CREATE TABLE _a (x)");
     db_.exec("INSERT INTO _a VALUES(1)");
-    const char *const list[] = {"a", "missing", "b", nullptr};
+    const char *const list[] = {"a", "missing", "b", nullptr}, *const prefixed[] = {"a", nullptr},
+                      *const empty[] = {nullptr};
     EXPECT_EQ(ksdb_sql_delete_tables(h_, db_, nullptr, "", list), 1);
-    EXPECT_EQ(db_.scalar("SELECT COUNT(*) FROM a"), "0");
-    EXPECT_EQ(db_.scalar("SELECT COUNT(*) FROM b"), "2");  // not reached
-    const char *const prefixed[] = {"a", nullptr};
+    EXPECT_EQ(db_.scalar("SELECT (SELECT COUNT(*) FROM a)||(SELECT COUNT(*) FROM b)"), "02");
     EXPECT_EQ(ksdb_sql_delete_tables(h_, db_, nullptr, "_", prefixed), 0);
     EXPECT_EQ(db_.scalar("SELECT COUNT(*) FROM _a"), "0");
-    const char *const empty[] = {nullptr};
     EXPECT_EQ(ksdb_sql_drop_tables(h_, db_, nullptr, "", empty), 0);
     EXPECT_EQ(ksdb_sql_drop_tables(h_, db_, nullptr, "_", prefixed), 0);
     EXPECT_EQ(db_.scalar("SELECT COUNT(*) FROM sqlite_master WHERE name='_a'"), "0");
