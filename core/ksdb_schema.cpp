@@ -946,6 +946,37 @@ const char *const kStep23[] = {
 
 }  // namespace
 
+// ---- the index additions -----------------------------------------------------
+// Each serves statements that run once per share or access entry; without
+// it such a statement reads a whole table (or every entry of a protocol)
+// for each row, and the work grows with the square of the shares.
+
+const char *const kIndexes[] = {
+    // The access entries of one share and protocol (the per-share list
+    // queries, the per-share deletes of an import).  The entry's account
+    // completes the index so that a question for the accounts is answered
+    // from the index alone; without it the planner prefers the primary key,
+    // which begins with the protocol and so holds every share's entries.
+    // host_acl needs none: its primary key is (share_id, proto, host_id).
+    "CREATE INDEX IF NOT EXISTS `user_acl_share_proto` ON `user_acl` (`share_id` ASC, "
+    "`proto` ASC, `user_id` ASC)",
+    "CREATE INDEX IF NOT EXISTS `group_acl_share_proto` ON `group_acl` (`share_id` ASC, "
+    "`proto` ASC, `group_id` ASC)",
+    // Accounts by name, local or domain ("... WHERE uname=%Q AND rid IS
+    // NULL"): the access entries an import writes, the force user of each
+    // share.  With the name alone the planner would pick `$user_rid`, which
+    // finds every local account.
+    "CREATE INDEX IF NOT EXISTS `$user_uname` ON `$user` (`uname` ASC, `rid` ASC)",
+    "CREATE INDEX IF NOT EXISTS `$group_gname` ON `$group` (`gname` ASC, `rid` ASC)",
+    // Users by primary group: the cloud users (groups 97 and 98) every
+    // imported share grants its access to.
+    "CREATE INDEX IF NOT EXISTS `$user_group_id` ON `$user` (`group_id` ASC)",
+    // The members of a group (the group file of the account export).
+    "CREATE INDEX IF NOT EXISTS `$group_has_user_group_id` ON `$group_has_user` (`group_id` "
+    "ASC, `user_id` ASC)",
+    nullptr,
+};
+
 const char *const *const kUpgrades[kVersion + 1] = {
     kStep0,  kStep1,  kStep2,  kStep3,  kStep4,  kStep5,  kStep6,  kStep7,
     kStep8,  kStep9,  kStep10, kStep11, kStep12, kStep13, kStep14, kStep15,

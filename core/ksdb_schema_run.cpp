@@ -102,6 +102,8 @@ int create_schema(ksdb_handle *h, sqlite3 *db) {
         return KSDB_E_DB;
     }
 
+    if (run_list(h, db, schema::kIndexes) != SQLITE_OK) return KSDB_E_DB;
+
     // A failed COMMIT is not rolled back here.
     int rc = tx.commit_only() == SQLITE_OK ? KSDB_OK : KSDB_E_DB;
     fix_page_size(h, db, page_size);

@@ -256,3 +256,30 @@ TEST_F(SchemaTest, DeleteEmptiesStoredAndMirrorTablesOrRollsBack) {
     EXPECT_EQ(db_.scalar("SELECT COUNT(*) FROM _volume"), "1") << "scratch tables are left alone";
     EXPECT_TRUE(std::regex_search(log(), std::regex(R"(\(debug\) ksdb_delete\(\) ==> 0 \(\d+ms\)\n)")));
 }
+
+TEST_F(SchemaTest, AnOlderLibrarysDatabaseGetsTheIndexesAndKeepsItsVersion) {
+    // What an older library left: the current tables at version 23, rows in
+    // them, and none of the indexes added for the statements.
+    ASSERT_EQ(ksdb_create(h(), db_), 0);
+    const Rows added = db_.column("SELECT name FROM sqlite_master WHERE type='index' AND "
+                                  "name IN ('user_acl_share_proto','group_acl_share_proto',"
+                                  "'$user_uname','$group_gname','$user_group_id',"
+                                  "'$group_has_user_group_id')");
+    ASSERT_EQ(added.size(), 6u);
+    for (const std::string &index : added) db_.exec("DROP INDEX `" + index + "`");
+    db_.exec("INSERT INTO `$user` (id,uname,is_privileged) VALUES(100,'alice',0)");
+    db_.exec("INSERT INTO `$group_has_user` VALUES(100,100)");
+
+    // A further connection neither needs them nor makes them.
+    {
+        Db other(tmp_ / "config.db");
+        EXPECT_EQ(ksdb_connect(h(), other), 0) << log();
+    }
+    EXPECT_EQ(db_.scalar("SELECT COUNT(*) FROM sqlite_master WHERE name='$user_uname'"), "0");
+
+    ASSERT_EQ(ksdb_create(h(), db_), 0);
+    EXPECT_EQ(schema_of(db_, "sqlite_master", true), sorted(dump("main")));
+    EXPECT_EQ(db_.scalar("PRAGMA user_version"), "23");
+    EXPECT_EQ(db_.rows("SELECT U.uname,G.group_id FROM `$user` U,`$group_has_user` G"),
+              Rows{"alice|100"});
+}

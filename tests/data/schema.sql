@@ -117,6 +117,15 @@ CREATE INDEX `smb_username_map_type_index` ON `smb_username_map` (`type` ASC);
 CREATE TABLE `$vol_maint_log` ( `operation` VARCHAR(16) NOT NULL COLLATE NOCASE, `device` VARCHAR(64) NOT NULL COLLATE NOCASE, `start_time` INT NOT NULL, `end_time` INT NULL, `result` VARCHAR(16) NULL COLLATE NOCASE, `details` VARCHAR(255) NULL COLLATE NOCASE, PRIMARY KEY (`operation`, `device`, `start_time`));
 CREATE TABLE `replisync` ( `id` INTEGER NOT NULL, `name` VARCHAR(63) NOT NULL COLLATE NOCASE, `enabled` INT NULL, `source_host` VARCHAR(63) NULL COLLATE NOCASE, `source_port` INT NULL, `source_path` VARCHAR(254) NULL COLLATE NOCASE, `dest_host` VARCHAR(63) NULL COLLATE NOCASE, `dest_port` INT NULL, `dest_path` VARCHAR(254) NULL COLLATE NOCASE, `interval` INT NULL, `bw_limit` INT NULL, `encrypt` INT NULL, `compress` VARCHAR(45) NULL COLLATE NOCASE, `schedule` VARCHAR(254) NULL COLLATE NOCASE, UNIQUE (`id` ASC), UNIQUE (`name` ASC), PRIMARY KEY (`id`));
 CREATE TABLE `replisync_key` ( `id` INTEGER NOT NULL, `title` VARCHAR(255) NOT NULL COLLATE NOCASE, `type` VARCHAR(255) NOT NULL COLLATE NOCASE, `key` VARCHAR(255) NOT NULL COLLATE NOCASE, `fingerprint` VARCHAR(255) NOT NULL COLLATE NOCASE, PRIMARY KEY (`id`));
+-- The indexes the library adds for its own statements (made after the
+-- upgrade steps, so an upgraded database and one made by an older library
+-- end with them too).
+CREATE INDEX `user_acl_share_proto` ON `user_acl` (`share_id` ASC, `proto` ASC, `user_id` ASC);
+CREATE INDEX `group_acl_share_proto` ON `group_acl` (`share_id` ASC, `proto` ASC, `group_id` ASC);
+CREATE INDEX `$user_uname` ON `$user` (`uname` ASC, `rid` ASC);
+CREATE INDEX `$group_gname` ON `$group` (`gname` ASC, `rid` ASC);
+CREATE INDEX `$user_group_id` ON `$user` (`group_id` ASC);
+CREATE INDEX `$group_has_user_group_id` ON `$group_has_user` (`group_id` ASC, `user_id` ASC);
 -- [temp]
 CREATE TABLE `_volume` ( `id` VARCHAR(45) NOT NULL COLLATE NOCASE, `lv_name` VARCHAR(45) NOT NULL COLLATE NOCASE, `uuid` VARCHAR(63) NULL COLLATE NOCASE, `devname` VARCHAR(45) NULL COLLATE NOCASE, `blk_total` BIGINT NULL, `blk_free` BIGINT NULL, `blk_size` INT NOT NULL, `raid_type` VARCHAR(45) NULL COLLATE NOCASE, `zfs_type` VARCHAR(45) NULL COLLATE NOCASE, `volumecol` VARCHAR(45) NULL COLLATE NOCASE, `volume_health` VARCHAR(45) NOT NULL DEFAULT 'UNKNOWN' COLLATE NOCASE, `sent_resilver_event` INT NOT NULL DEFAULT 0, `sent_scan_end` INT NOT NULL DEFAULT 1, `keyfile` VARCHAR(45) NULL COLLATE NOCASE, `balance_status` INT NOT NULL DEFAULT 0, `disk_test_status` INT NOT NULL DEFAULT 0, UNIQUE (`lv_name` ASC), PRIMARY KEY (`id`));
 -- chosen: disks and enclosures
