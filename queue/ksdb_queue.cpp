@@ -15,6 +15,12 @@ namespace {
 constexpr long kQueueVersion = 0;
 
 // The schema list: both tables are dropped and re-created by every create.
+// The indexes after `queue` are the delivery order "ORDER BY pri DESC,ts
+// ASC,id ASC" for each selection a pop can make (by source and
+// destination, by source, by destination, of every queue): a pop follows
+// one of them to the first due message instead of sorting every due message
+// of the queue.  They keep the columns' NOCASE collation, so the selection's
+// "src=%Q" compares as the index sorts.  They change no result.
 const char *const kQueueSchema[] = {
     "DROP TABLE IF EXISTS `queue` ",
     "CREATE TABLE `queue` ( `id` INTEGER NOT NULL, `ts` BIGINT NOT NULL DEFAULT 0, "
@@ -22,6 +28,11 @@ const char *const kQueueSchema[] = {
     "`dst` VARCHAR(63) NOT NULL DEFAULT '' COLLATE NOCASE, "
     "`val` VARCHAR(65534) NOT NULL DEFAULT '' COLLATE NOCASE, "
     "`pri` INT NOT NULL DEFAULT 0, PRIMARY KEY (`id`))",
+    "CREATE INDEX `queue_delivery` ON `queue` (`src` ASC, `dst` ASC, `pri` DESC, `ts` ASC, "
+    "`id` ASC)",
+    "CREATE INDEX `queue_delivery_src` ON `queue` (`src` ASC, `pri` DESC, `ts` ASC, `id` ASC)",
+    "CREATE INDEX `queue_delivery_dst` ON `queue` (`dst` ASC, `pri` DESC, `ts` ASC, `id` ASC)",
+    "CREATE INDEX `queue_delivery_due` ON `queue` (`pri` DESC, `ts` ASC, `id` ASC)",
     "DROP TABLE IF EXISTS `config` ",
     "CREATE TABLE `config` ( `maxlen` INT NOT NULL DEFAULT 65536, PRIMARY KEY (`maxlen`))",
     nullptr,
