@@ -144,8 +144,7 @@ class CaseTest : public RootTest {
     }
 
     void export_law() {
-        copy_tree(spec_.dir + "/given", root());
-        run_sql_file(db(), spec_.dir + "/db.sql");
+        stage_case(spec_, true, root(), db());
         const auto before = snapshot(root());
         clear_fake_calls();
         const int rc = ksdb_export(h(), db(), spec_.category);
@@ -213,9 +212,7 @@ class CaseTest : public RootTest {
     }
 
     void import_law() {
-        copy_tree(spec_.dir + "/given", root());
-        copy_tree(spec_.dir + "/expect", root());
-        run_sql_file(db(), spec_.dir + "/seed.sql");
+        stage_case(spec_, false, root(), db());
         const int rc = ksdb_import(h(), db(), spec_.category);
         ASSERT_EQ(rc, spec_.import_status) << log() << losses_note(spec_);
         check_log();
@@ -247,6 +244,12 @@ class CaseTest : public RootTest {
 };
 
 }  // namespace
+
+void stage_case(const CaseSpec &spec, bool for_export, const std::string &root, sqlite3 *db) {
+    copy_tree(spec.dir + "/given", root);
+    if (!for_export) copy_tree(spec.dir + "/expect", root);
+    run_sql_file(db, spec.dir + (for_export ? "/db.sql" : "/seed.sql"));
+}
 
 int category_from_text(const std::string &text) {
     const std::string t = trim(text);

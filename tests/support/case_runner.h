@@ -35,6 +35,8 @@
 //              <NULL>; lines starting with "#" are comments
 #pragma once
 
+#include <sqlite3.h>
+
 #include <string>
 #include <vector>
 
@@ -60,6 +62,11 @@ std::vector<CaseSpec> find_cases(const std::string &root);
 // through GoogleTest.
 void run_export_law(const CaseSpec &spec);
 void run_import_law(const CaseSpec &spec);
+
+// Puts the state a law starts from in place: for the export law the given/
+// tree below `root` and db.sql run on `db`; for the import law given/ and
+// expect/ below `root` and seed.sql.  `db` has had ksdb_create.
+void stage_case(const CaseSpec &spec, bool for_export, const std::string &root, sqlite3 *db);
 
 // Registers the export and import law of every case below `root` as
 // GoogleTest tests "Cases_<area>.<case>_export" and "..._import" (every
