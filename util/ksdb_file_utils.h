@@ -8,8 +8,10 @@
 
 #include <deque>
 #include <optional>
+#include <set>
 #include <string>
 #include <string_view>
+#include <unordered_map>
 #include <vector>
 
 namespace ksdb {
@@ -43,6 +45,43 @@ int _copy_file(const char *source, const char *destination);
 // thread's observer sees the commit.
 int write_file(ksdb_handle *h, const std::string &target, const ksdb_file_spec &spec,
                std::string_view content, int *outcome = nullptr);
+
+// Defers, while it lives, the flush of the folder that write_file does
+// after each rename on the calling thread: every folder that received a
+// file is flushed once, at flush() or when the batch ends, and the
+// temporary files that died writers left there are swept then, with one
+// scan of the folder.  Each file is still whole under its name at every
+// moment (one rename, after the file itself is on disk); only the moment
+// the new names are on disk moves to the end of the batch.  An export that
+// writes many files into few folders (four per share configuration folder)
+// saves one flush per file: on a journalling file system the flush of the
+// next file carries the renames before it.  A batch opened while another
+// is open on the thread does nothing: the outer one flushes.
+class FolderSyncBatch {
+  public:
+    explicit FolderSyncBatch(ksdb_handle *h);
+    ~FolderSyncBatch();
+    FolderSyncBatch(const FolderSyncBatch &) = delete;
+    FolderSyncBatch &operator=(const FolderSyncBatch &) = delete;
+
+    // Flushes every folder noted: 0, or KSDB_E_FILE after an error line
+    // naming a folder that could not be flushed (the files are in place).
+    int flush();
+    // A file was put in place in `dir` (renamed) or found unchanged there;
+    // `prefix` names its temporary files.  Called by write_file.
+    void note(const std::string &dir, const std::string &prefix, bool renamed);
+
+  private:
+    struct Folder {
+        std::string dir;
+        std::set<std::string> prefixes;
+        bool renamed;
+    };
+    ksdb_handle *h_;
+    bool active_ = false;
+    std::vector<Folder> folders_;
+    std::unordered_map<std::string, size_t> index_;
+};
 
 // One managed file of an export.  Its content is kept in memory until
 // commit(), so an exporter may hold any number of them without a file

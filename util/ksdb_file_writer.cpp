@@ -17,6 +17,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <set>
 #include <vector>
 
 namespace ksdb {
@@ -120,9 +121,10 @@ int create_locked_temp(int dirfd, const std::string &prefix, std::string *name) 
     return -1;
 }
 
-// Removes the temporary files of a target left by writers that died: those
-// whose lock can be taken.  `keep` is the caller's own.
-void sweep_orphans(int dirfd, const std::string &prefix, const std::string &keep) {
+// Removes the temporary files left in the folder by writers that died
+// (those whose lock can be taken): the files whose names are one of the
+// prefixes followed by six letters.
+void sweep_orphans(int dirfd, const std::set<std::string> &prefixes) {
     int fd = openat(dirfd, ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
     if (fd < 0) return;
     DIR *d = fdopendir(fd);
@@ -133,7 +135,8 @@ void sweep_orphans(int dirfd, const std::string &prefix, const std::string &keep
     std::vector<std::string> names;
     while (dirent *e = readdir(d)) {
         std::string_view name = e->d_name;
-        if (name.size() == prefix.size() + 6 && name.starts_with(prefix) && name != keep)
+        if (name.size() <= 6) continue;
+        if (prefixes.count(std::string(name.substr(0, name.size() - 6))))
             names.emplace_back(name);
     }
     closedir(d);
@@ -146,6 +149,9 @@ void sweep_orphans(int dirfd, const std::string &prefix, const std::string &keep
             unlinkat(dirfd, name.c_str(), 0);
     }
 }
+
+// The batch of the calling thread, if one is open.
+thread_local FolderSyncBatch *t_batch = nullptr;
 
 // Copies the open file into a new file of the folder and renames it to
 // `dest`: the backup where a hard link cannot be made.
@@ -305,7 +311,10 @@ int write_file(ksdb_handle *h, const std::string &target, const ksdb_file_spec &
             KSDB_ERR(h, "chmod(%s,%04o) failed (errno=%d).\n", target.c_str(), mode, errno);
             return finish(KSDB_E_FILE);
         }
-        sweep_orphans(dirfd.get(), prefix, "");
+        if (t_batch)
+            t_batch->note(dir, prefix, false);
+        else
+            sweep_orphans(dirfd.get(), {prefix});
         if (outcome == KSDB_FILE_FIXED) KSDB_INFO(h, "Update %s (owner and mode)\n", target.c_str());
         else KSDB_DEBUG(h, "Unchanged %s\n", target.c_str());
         return finish(0);
@@ -365,14 +374,58 @@ int write_file(ksdb_handle *h, const std::string &target, const ksdb_file_spec &
         KSDB_ERR(h, "Cannot move file to %s (%s)\n", target.c_str(), std::strerror(err));
         return drop(err);
     }
+    if (t_batch) {
+        tfd.close();
+        t_batch->note(dir, prefix, true);
+        KSDB_INFO(h, "Update %s\n", target.c_str());
+        return finish(0);
+    }
     if (fsync(dirfd.get()) != 0) {
         KSDB_ERR(h, "Cannot write the folder %s to disk (%s)\n", dir.c_str(), std::strerror(errno));
         return finish(KSDB_E_FILE);
     }
     tfd.close();
-    sweep_orphans(dirfd.get(), prefix, "");
+    sweep_orphans(dirfd.get(), {prefix});
     KSDB_INFO(h, "Update %s\n", target.c_str());
     return finish(0);
+}
+
+// ---- FolderSyncBatch ---------------------------------------------------------
+
+FolderSyncBatch::FolderSyncBatch(ksdb_handle *h) : h_(h) {
+    if (!t_batch) {
+        t_batch = this;
+        active_ = true;
+    }
+}
+
+FolderSyncBatch::~FolderSyncBatch() { flush(); }
+
+void FolderSyncBatch::note(const std::string &dir, const std::string &prefix, bool renamed) {
+    auto [it, added] = index_.emplace(dir, folders_.size());
+    if (added) folders_.push_back({dir, {}, false});
+    Folder &f = folders_[it->second];
+    f.prefixes.insert(prefix);
+    f.renamed = f.renamed || renamed;
+}
+
+int FolderSyncBatch::flush() {
+    if (!active_) return 0;
+    int rc = 0;
+    for (const Folder &f : folders_) {
+        Fd dirfd(::open(f.dir.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+        if (f.renamed && (!dirfd.ok() || fsync(dirfd.get()) != 0)) {
+            KSDB_ERR(h_, "Cannot write the folder %s to disk (%s)\n", f.dir.c_str(),
+                     std::strerror(errno));
+            rc = KSDB_E_FILE;
+        }
+        if (dirfd.ok()) sweep_orphans(dirfd.get(), f.prefixes);
+    }
+    folders_.clear();
+    index_.clear();
+    t_batch = nullptr;
+    active_ = false;
+    return rc;
 }
 
 // ---- ManagedFile -------------------------------------------------------------
@@ -441,13 +494,15 @@ void ManagedFile::abandon() {
 }
 
 int ManagedFileSet::commit() {
+    FolderSyncBatch folders(h_);
     for (ManagedFile &f : files_) {
         if (int rc = f.commit()) {
             abandon();
+            folders.flush();
             return rc;
         }
     }
-    return 0;
+    return folders.flush();
 }
 
 void ManagedFileSet::abandon() {
