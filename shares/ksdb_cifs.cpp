@@ -500,6 +500,7 @@ int write_sections(ksdb_handle *h, const std::vector<Section> &sections, Managed
         const char *volume = s.volume.c_str(), *name = s.name.c_str();
         std::string own_path;
         if (share_conf_path(h, volume, name, "samba", &own_path) != 0) continue;
+        const std::string conf_dir = own_path.substr(0, own_path.rfind('/'));
         ManagedFile own(h, shares::share_file_spec(own_path));
         if (!own.ok()) {
             KSDB_ERR(h, "Cannot open temporary file of cifs share conf for write (%s)\n",
@@ -510,7 +511,7 @@ int write_sections(ksdb_handle *h, const std::vector<Section> &sections, Managed
         const std::pair<const char *, const std::string *> side[] = {
             {"recycle", &s.recycle}, {"datasettype", &s.type}, {"snapdir", &s.snapdir}};
         for (const auto &[file, line] : side)
-            if (shares::write_side_file(h, volume, name, file, *line) != 0)
+            if (shares::write_side_file(h, conf_dir, file, *line) != 0)
                 KSDB_WARN(h, "Cannot write %s.conf of share '%s'\n", file, name);
         if (own.commit() != 0) return KSDB_E_FILE;
         ManagedFile &target = s.usb ? usb_out : main_out;
@@ -572,7 +573,21 @@ int export_quotas(ksdb_handle *h, sqlite3 *db) {
     return 0;
 }
 
+int write_all(ksdb_handle *h, sqlite3 *db);
+
 int export_all(ksdb_handle *h, sqlite3 *db) {
+    // Four files in each share's folder: each folder is flushed once, at
+    // the end, not after each of its files.
+    FolderSyncBatch folders(h);
+    if (int rc = write_all(h, db)) {
+        folders.flush();
+        return rc;
+    }
+    if (folders.flush() != 0) return KSDB_E_FILE;
+    return export_quotas(h, db);
+}
+
+int write_all(ksdb_handle *h, sqlite3 *db) {
     ManagedFile main_out(h, kSharesConf);
     if (!main_out.ok()) {
         KSDB_ERR(h, "Cannot open temporary file of cifs share conf for write (%s)\n",
@@ -599,8 +614,7 @@ int export_all(ksdb_handle *h, sqlite3 *db) {
         return KSDB_E_FILE;
     }
     dfs_out.write(dfs);
-    if (dfs_out.commit() != 0) return KSDB_E_FILE;
-    return export_quotas(h, db);
+    return dfs_out.commit() != 0 ? KSDB_E_FILE : 0;
 }
 
 // ---- import ------------------------------------------------------------------

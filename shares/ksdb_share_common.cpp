@@ -362,6 +362,12 @@ int write_side_file(ksdb_handle *h, const char *volume, const char *share, const
                     std::string_view line) {
     std::string live;
     if (share_conf_path(h, volume, share, name, &live) != 0) return KSDB_E_FILE;
+    return write_side_file(h, live.substr(0, live.rfind('/')), name, line);
+}
+
+int write_side_file(ksdb_handle *h, const std::string &conf_dir, const char *name,
+                    std::string_view line) {
+    const std::string live = conf_dir + "/" + name + ".conf";
     ManagedFile out(h, share_file_spec(live));
     if (!out.ok()) return KSDB_E_FILE;
     out.write(line);

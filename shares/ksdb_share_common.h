@@ -210,6 +210,11 @@ ksdb_file_spec share_file_spec(const std::string &live_path);
 // (made when missing) holding one line, through ManagedFile.  0, or 5.
 int write_side_file(ksdb_handle *h, const char *volume, const char *share, const char *name,
                     std::string_view line);
+// The same in a configuration folder already prepared (the live path that
+// share_conf_path gave, without the file name): no second look at the
+// folders for each side file of a share.
+int write_side_file(ksdb_handle *h, const std::string &conf_dir, const char *name,
+                    std::string_view line);
 
 // Reads a one-line side file "<conf_dir>/<file>" with the configuration
 // reader: the first line that does not begin with white space (the last
