@@ -1,11 +1,11 @@
 // Appliance scale, each figure against a baseline measured in the same run:
 //
 //   - ksdb_export(CIFS_SHARE) of N shares with 16 user and 4 group entries
-//     each (1,000 users, 100 groups) into an empty tree, against the bare
-//     system-call pattern writing the same files (mkdir of a missing
-//     folder, open, write, fsync, close, rename), and the growth from the
-//     smaller to the larger size, which is linear when it stays near the
-//     ratio of the sizes;
+//     each (1,000 users, 100 groups) into a tree without its files, against
+//     the bare system-call pattern writing the same files (mkdir of a
+//     missing folder, open, write, fsync, close, rename) in turn with it, and
+//     the growth from the smaller to the larger size, which is linear when
+//     it stays near the ratio of the sizes;
 //   - the same export after a change to one share, against the full export:
 //     the writer compares before it replaces, so only that share's file and
 //     the global file change hands (the counters say how many were replaced);
