@@ -162,3 +162,38 @@ TEST_F(ScaleTest, ABatchFlushesAndSweepsEachFolderAtItsEnd) {
               std::string::npos)
         << log();
 }
+
+// In a batch a target is recognised as unchanged through its path; only a
+// regular file with the content, owner and mode counts: another mode is
+// set, a link holding the same content is replaced, not followed.
+TEST_F(ScaleTest, InABatchOnlyTheWholeFileAsItShouldBeCountsAsUnchanged) {
+    auto commit = [&](const char *live, mode_t mode) {
+        ksdb::ManagedFile f(h(), ksdb_file_spec{live, -1, -1, static_cast<int>(mode)});
+        f.write("same\n");
+        const int rc = f.commit();
+        return rc == 0 ? f.outcome() : -1;
+    };
+    put("/etc/kept", "same\n");
+    chmod(at("/etc/kept").c_str(), 0644);
+    put("/etc/moded", "same\n");
+    chmod(at("/etc/moded").c_str(), 0600);
+    put("/elsewhere", "same\n");
+    ASSERT_EQ(symlink(at("/elsewhere").c_str(), at("/etc/linked").c_str()), 0);
+    struct stat kept {};
+    ASSERT_EQ(stat(at("/etc/kept").c_str(), &kept), 0);
+
+    ksdb::FolderSyncBatch batch(h());
+    EXPECT_EQ(commit("/etc/kept", 0644), KSDB_FILE_UNCHANGED);
+    EXPECT_EQ(commit("/etc/moded", 0644), KSDB_FILE_FIXED);
+    EXPECT_EQ(commit("/etc/linked", 0644), KSDB_FILE_CHANGED);
+    EXPECT_EQ(batch.flush(), 0);
+
+    struct stat st {};
+    ASSERT_EQ(stat(at("/etc/kept").c_str(), &st), 0);
+    EXPECT_EQ(st.st_ino, kept.st_ino);
+    ASSERT_EQ(stat(at("/etc/moded").c_str(), &st), 0);
+    EXPECT_EQ(st.st_mode & 07777, 0644u);
+    ASSERT_EQ(lstat(at("/etc/linked").c_str(), &st), 0);
+    EXPECT_TRUE(S_ISREG(st.st_mode)) << "the link itself is replaced";
+    EXPECT_EQ(get("/elsewhere"), "same\n");
+}
