@@ -24,6 +24,7 @@
 #include <cstring>
 #include <iterator>
 #include <map>
+#include <unordered_map>
 #include <optional>
 #include <string>
 #include <utility>
@@ -110,15 +111,23 @@ constexpr char kAdminNameQuery[] =
 constexpr char kDomainPrefixQuery[] =
     "SELECT CASE WHEN security='user' THEN '' ELSE workgroup||'\\' END FROM service_cifs";
 
+// The application names of each share by its dataset name, folded as the
+// column compares it.
+using Applications = std::unordered_map<std::string, std::vector<std::string>>;
+
 // What every share's section takes from outside its row, read at the first
-// share: the administrators list, the domain prefix of account names, and
-// the access entries of all shares.
+// share: the administrators list, the domain prefix of account names, the
+// access entries of all shares, and the applications on every share.
 struct ExportContext {
+    sqlite3 *db = nullptr;
     std::optional<std::string> admin;
     bool acl_ready = false;
     std::string prefix;
     shares::AclIndex users, groups, hosts;
+    std::optional<Applications> apps;
+    bool apps_failed = false;
 };
+
 
 // The access lists of one share as the share sections use them; an empty
 // string stands for a list without entries.
@@ -278,28 +287,55 @@ void write_access_lines(std::string &out, const char *access, const AclLists &ac
     }
 }
 
+// The applications installed on shares, read at the first share that asks,
+// in the order of the index on (zfs_name, app_name): one query for all
+// shares, not one per share.  The dataset name is folded as the column's
+// NOCASE compares (ASCII letters only).  nullopt when the table cannot be
+// read.
+std::string nocase_key(std::string_view text) {
+    std::string key(text);
+    for (char &c : key)
+        if (c >= 'A' && c <= 'Z') c = static_cast<char>(c - 'A' + 'a');
+    return key;
+}
+
+std::optional<Applications> load_applications(ksdb_handle *h, sqlite3 *db) {
+    SqlTable apps;
+    if (apps.query(h, db, KSDB_TAG,
+                   "SELECT A.zfs_name,A.app_name,length(CAST(A.app_name AS BLOB)) FROM "
+                   "`$application_on_share` A ORDER BY A.zfs_name,A.app_name") != SQLITE_OK)
+        return std::nullopt;
+    Applications out;
+    for (int r = 0; r < apps.rows(); ++r) {
+        std::optional<std::string> app = shares::exact_text(apps.at(r, 1), apps.at(r, 2));
+        if (!app || !apps.at(r, 0)) continue;
+        out[nocase_key(apps.at(r, 0))].push_back(std::move(*app));
+    }
+    return out;
+}
+
 // The include line of the first application on the share that brings a
 // readable Samba include file (the target file only): at most one per
 // share.  Every application name is checked before any file is looked at.
-int application_include(ksdb_handle *h, sqlite3 *db, const char *dataset, const char *share,
-                        std::string *out) {
-    SqlTable apps;
-    if (apps.query(h, db, KSDB_TAG,
-                   "SELECT A.app_name,length(CAST(A.app_name AS BLOB)) FROM "
-                   "`$application_on_share` A WHERE A.zfs_name=%Q",
-                   dataset) != SQLITE_OK) {
+int application_include(ksdb_handle *h, ExportContext &ctx, const char *dataset,
+                        const char *share, std::string *out) {
+    if (!ctx.apps) {
+        std::optional<Applications> loaded = load_applications(h, ctx.db);
+        ctx.apps_failed = !loaded;
+        ctx.apps = loaded ? std::move(*loaded) : Applications();
+    }
+    if (ctx.apps_failed) {
         KSDB_WARN(h, "Failed DB Query for applications on share '%s'\n", share);
         return 0;
     }
-    std::vector<std::string> names;
-    for (int r = 0; r < apps.rows(); ++r) {
-        std::optional<std::string> app = shares::exact_text(apps.at(r, 0), apps.at(r, 1));
-        if (!app) continue;
-        const std::string row = std::string(dataset) + ":" + *app;
-        if (int rc = guard_value(h, *app, shares::rules::kAppName,
+    auto found = ctx.apps->find(nocase_key(dataset));
+    if (found == ctx.apps->end()) return 0;
+    const std::vector<std::string> &names = found->second;
+    for (const std::string &app : names) {
+        const std::string row = std::string(dataset) + ":" + app;
+        if (int rc = guard_value(h, app, shares::rules::kAppName,
                                  {"$application_on_share", "app_name", row}))
             return rc;
-        names.push_back(std::move(*app));
     }
     for (const std::string &app : names) {
         const std::string candidates[] = {
@@ -438,7 +474,7 @@ int build_section(ksdb_handle *h, sqlite3 *db, ExportContext &ctx, const SqlTabl
     if (int rc = guard_value(h, s->type, rules::kLine, from("share", "type"))) return rc;
     if (int rc = guard_value(h, s->snapdir, rules::kLine, from("share", "visible_snapdir")))
         return rc;
-    return application_include(h, db, rows.str(r, kDataset), name.c_str(), &s->include);
+    return application_include(h, ctx, rows.str(r, kDataset), name.c_str(), &s->include);
 }
 
 // The first pass: every share's section, in name order.  Rows without a
@@ -450,6 +486,7 @@ int build_sections(ksdb_handle *h, sqlite3 *db, std::vector<Section> *out) {
         return KSDB_E_DB;
     }
     ExportContext ctx;
+    ctx.db = db;
     for (int r = 0; r < rows.rows(); ++r) {
         if (!rows.at(r, kVolume)) continue;
         Section s;

@@ -8,6 +8,7 @@
 
 #include <strings.h>
 
+#include <algorithm>
 #include <cctype>
 #include <cstdlib>
 #include <cstring>
@@ -101,42 +102,84 @@ std::optional<std::string> exact_text(const char *value, const char *byte_length
 // ---- access entries, export side ------------------------------------------------------
 
 namespace {
-// Every entry of a protocol: share id, the account's or host's id, its name
-// with the name's byte length, read, write, and the user's primary group or
-// the host's root flag.
-constexpr const char *kAclQueries[] = {
-    "SELECT A.share_id,U.id,U.uname,length(CAST(U.uname AS BLOB)),A.read,A.write,U.group_id "
-    "FROM user_acl A INNER JOIN `$user` U ON U.id=A.user_id WHERE A.proto=%Q ORDER BY "
-    "A.share_id,U.uname",
-    "SELECT A.share_id,G.id,G.gname,length(CAST(G.gname AS BLOB)),A.read,A.write,0 FROM "
-    "group_acl A INNER JOIN `$group` G ON G.id=A.group_id WHERE A.proto=%Q ORDER BY "
-    "A.share_id,G.gname",
-    "SELECT A.share_id,H.id,H.name,length(CAST(H.name AS BLOB)),A.read,A.write,A.root FROM "
-    "host_acl A INNER JOIN host H ON H.id=A.host_id WHERE A.proto=%Q ORDER BY A.share_id,H.name",
+// The accounts or hosts an entry can name, each once: id, name, the name's
+// byte length, and the user's primary group (0 for groups and hosts).
+constexpr const char *kNameQueries[] = {
+    "SELECT U.id,U.uname,length(CAST(U.uname AS BLOB)),U.group_id FROM `$user` U",
+    "SELECT G.id,G.gname,length(CAST(G.gname AS BLOB)),0 FROM `$group` G",
+    "SELECT H.id,H.name,length(CAST(H.name AS BLOB)),0 FROM host H",
 };
+// Every entry of a protocol: share id, the account's or host's id, read,
+// write, and the host's root flag (0 for accounts).
+constexpr const char *kAclQueries[] = {
+    "SELECT A.share_id,A.user_id,A.read,A.write,0 FROM user_acl A WHERE A.proto=%Q",
+    "SELECT A.share_id,A.group_id,A.read,A.write,0 FROM group_acl A WHERE A.proto=%Q",
+    "SELECT A.share_id,A.host_id,A.read,A.write,A.root FROM host_acl A WHERE A.proto=%Q",
+};
+// Whether the name column compares without regard to case: `$user`.uname
+// and host.name are COLLATE NOCASE, `$group`.gname is BINARY.
+constexpr bool kNoCase[] = {true, false, true};
 
 long long number(const char *v) { return v ? std::strtoll(v, nullptr, 10) : 0; }
+
+// The order of two names as SQLite's collation puts them: bytes compared
+// unsigned, with NOCASE folding the ASCII capitals only, and a name before
+// the longer names it begins.
+bool collates_before(const std::string &a, const std::string &b, bool nocase) {
+    const size_t n = std::min(a.size(), b.size());
+    for (size_t i = 0; i < n; ++i) {
+        unsigned char x = static_cast<unsigned char>(a[i]), y = static_cast<unsigned char>(b[i]);
+        if (nocase) {
+            if (x >= 'A' && x <= 'Z') x = static_cast<unsigned char>(x - 'A' + 'a');
+            if (y >= 'A' && y <= 'Z') y = static_cast<unsigned char>(y - 'A' + 'a');
+        }
+        if (x != y) return x < y;
+    }
+    return a.size() < b.size();
+}
 }  // namespace
 
 int AclIndex::load(ksdb_handle *h, sqlite3 *db, AclKind kind, const char *proto) {
     by_share_.clear();
     loaded_ = false;
+    const int k = static_cast<int>(kind);
+    struct Named {
+        std::string name;
+        long long group_id;
+    };
+    std::unordered_map<long long, Named> names;
+    {
+        SqlTable t;
+        if (int rc = t.query(h, db, KSDB_TAG, kNameQueries[k])) return rc;
+        names.reserve(static_cast<size_t>(t.rows()));
+        for (int r = 0; r < t.rows(); ++r) {
+            std::optional<std::string> name = exact_text(t.at(r, 1), t.at(r, 2));
+            if (!name) continue;  // a NULL name joins no list
+            names.emplace(number(t.at(r, 0)), Named{std::move(*name), number(t.at(r, 3))});
+        }
+    }
     SqlTable t;
-    if (int rc = t.query(h, db, KSDB_TAG, kAclQueries[static_cast<int>(kind)], proto)) return rc;
+    if (int rc = t.query(h, db, KSDB_TAG, kAclQueries[k], proto)) return rc;
     for (int r = 0; r < t.rows(); ++r) {
-        std::optional<std::string> name = exact_text(t.at(r, 2), t.at(r, 3));
-        if (!name) continue;  // a NULL name joins no list
+        const long long id = number(t.at(r, 1));
+        auto named = names.find(id);
+        if (named == names.end()) continue;  // an entry of no account or host
         AclEntry e;
-        e.id = number(t.at(r, 1));
-        e.name = std::move(*name);
-        e.read = static_cast<int>(number(t.at(r, 4)));
-        e.write = static_cast<int>(number(t.at(r, 5)));
-        if (kind == AclKind::kHosts)
-            e.root = static_cast<int>(number(t.at(r, 6)));
-        else
-            e.group_id = number(t.at(r, 6));
+        e.id = id;
+        e.name = named->second.name;
+        e.read = static_cast<int>(number(t.at(r, 2)));
+        e.write = static_cast<int>(number(t.at(r, 3)));
+        e.root = static_cast<int>(number(t.at(r, 4)));
+        e.group_id = named->second.group_id;
         by_share_[number(t.at(r, 0))].push_back(std::move(e));
     }
+    // Each share's entries by name, as "ORDER BY name" over the name column
+    // gives them: a sort of each share's few entries instead of one of every
+    // entry of the protocol.
+    for (auto &[share, entries] : by_share_)
+        std::stable_sort(entries.begin(), entries.end(), [&](const AclEntry &a, const AclEntry &b) {
+            return collates_before(a.name, b.name, kNoCase[k]);
+        });
     loaded_ = true;
     return 0;
 }

@@ -106,10 +106,11 @@ struct AclEntry {
     long long group_id = 0;
 };
 
-// Every entry of one protocol in one of the access tables, read with one
-// query ordered by share and name, and handed out by share id: building
-// the lists of all shares costs one pass over the table, not one pass per
-// share.
+// Every entry of one protocol in one of the access tables, handed out by
+// share id and ordered by name as the name column collates.  Two queries
+// read them (every name once, then every entry of the protocol), so
+// building the lists of all shares costs one pass over each table, not one
+// pass per share, and each share's few entries are sorted on their own.
 class AclIndex {
   public:
     // 0, or the SQLite status of the failed query (nothing logged).
