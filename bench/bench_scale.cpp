@@ -491,12 +491,18 @@ void BM_demo_cycle(benchmark::State &state) {
         {"failed cycles of " + n, "(none allowed)", static_cast<double>(failed), 0});
 }
 
+// Two iterations of each size, or $KSDB_BENCH_ITERATIONS (for a profiler).
+int iterations() {
+    const char *n = std::getenv("KSDB_BENCH_ITERATIONS");
+    return n && std::atoi(n) > 0 ? std::atoi(n) : 2;
+}
+
 void register_all() {
     const std::vector<int> sizes = g_large ? std::vector<int>{1000, 5000} : std::vector<int>{100, 1000};
     auto sized = [&](const char *name, void (*fn)(benchmark::State &)) {
         auto *b = benchmark::RegisterBenchmark(name, fn)->UseManualTime()->Unit(benchmark::kMillisecond);
         for (int s : sizes) b->Arg(s);
-        b->Iterations(2);
+        b->Iterations(iterations());
     };
     sized("BM_cifs_export", BM_cifs_export);
     sized("BM_cifs_export_one_change", BM_cifs_export_one_change);
@@ -522,7 +528,7 @@ int main(int argc, char **argv) {
     register_all();
     const std::string small = g_large ? "1000" : "100", big = g_large ? "5000" : "1000";
     auto at = [&](const char *bench, const std::string &size) {
-        return std::string(bench) + "/" + size + "/iterations:2" +
+        return std::string(bench) + "/" + size + "/iterations:" + std::to_string(iterations()) +
                "/manual_time";
     };
     // Linear growth stays near the ratio of the sizes (5 or 10), with 10%
