@@ -895,15 +895,18 @@ int _ksdb_cifs_insertdb_share_info(ksdb_handle *h, sqlite3 *db, const cifs_share
     }
 
     const std::string conf_dir = share_conf_dir(volume, share_dir);
-    const std::string type =
-        shares::read_side_file(h, conf_dir, "datasettype.conf", 32).value_or("share");
+    // The dataset-type file is read once: its line, up to 63 bytes, gives
+    // the type (up to 31) and, below, the recycle limits.
+    const std::optional<std::string> type_line =
+        shares::read_side_file(h, conf_dir, "datasettype.conf", 64);
+    std::string type = type_line ? type_line->substr(0, 31) : "share";
+    while (!type.empty() && (type.back() == '\r' || type.back() == '\n')) type.pop_back();
     const std::string snapdir =
         shares::read_side_file(h, conf_dir, "snapdir.conf", 256).value_or("");
     // The recycle limits are read from the dataset-type file, not from
     // recycle.conf: kept so, which makes them 0 days and 25000 MB in
     // practice.
-    const std::string recycle =
-        shares::read_side_file(h, conf_dir, "datasettype.conf", 64).value_or("0,25000");
+    const std::string recycle = type_line.value_or("0,25000");
     int age_limit = 0, size_limit = 25000;
     std::sscanf(recycle.c_str(), "%64d,%64d", &age_limit, &size_limit);
 
