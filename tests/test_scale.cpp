@@ -7,6 +7,7 @@
 
 #include "tests/support/test_support.h"
 
+#include <fcntl.h>
 #include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -105,95 +106,63 @@ TEST_F(ScaleTest, AnExportAfterAChangeReplacesOnlyTheFilesThatChanged) {
     EXPECT_EQ(get("/vol1/._share/private/recycle.conf"), "30,0\n");
 }
 
-TEST_F(ScaleTest, ABatchFlushesAndSweepsEachFolderAtItsEnd) {
-    // A dead writer's temporary file: nobody holds its lock.
-    put("/etc/.exports.ksdb-ZZZZZZ", "half");
-    auto orphan_left = [&] { return exists(at("/etc/.exports.ksdb-ZZZZZZ")); };
-    auto commit = [&](const char *live, const char *text) {
-        ksdb::ManagedFile f(h(), ksdb_file_spec{live, -1, -1, 0644});
-        f.write(text);
-        return f.commit();
-    };
-    {
-        ksdb::FolderSyncBatch outer(h());
-        ASSERT_EQ(commit("/etc/exports", "one\n"), 0);
-        EXPECT_EQ(get("/etc/exports"), "one\n") << "in place at once";
-        EXPECT_TRUE(orphan_left()) << "swept only at the end of the batch";
-        {
-            // A batch inside another leaves the flush to the outer one.
-            ksdb::FolderSyncBatch inner(h());
-            ASSERT_EQ(commit("/etc/exports", "two\n"), 0);
-            EXPECT_EQ(inner.flush(), 0);
-            EXPECT_TRUE(orphan_left());
-        }
-        EXPECT_TRUE(orphan_left());
-        EXPECT_EQ(outer.flush(), 0);
-        EXPECT_FALSE(orphan_left());
-        EXPECT_EQ(get("/etc/exports"), "two\n");
-        EXPECT_EQ(get("/etc/exports.bak"), "one\n");
-    }
-    // Without a batch the commit sweeps at once; an unchanged commit too.
-    put("/etc/.exports.ksdb-YYYYYY", "half");
-    ASSERT_EQ(commit("/etc/exports", "two\n"), 0);
-    EXPECT_FALSE(exists(at("/etc/.exports.ksdb-YYYYYY")));
-
-    // A writer at work keeps its file: its lock is held.
-    put("/etc/.exports.ksdb-XXXXXX", "busy");
-    {
-        ksdb::Fd held(open(at("/etc/.exports.ksdb-XXXXXX").c_str(), O_RDONLY));
-        ASSERT_TRUE(held.ok());
-        ASSERT_EQ(flock(held.get(), LOCK_EX), 0);
-        ksdb::FolderSyncBatch batch(h());
-        ASSERT_EQ(commit("/etc/exports", "three\n"), 0);
-        EXPECT_EQ(batch.flush(), 0);
-        EXPECT_TRUE(exists(at("/etc/.exports.ksdb-XXXXXX")));
-    }
-
-    // A folder that is gone by the end of the batch cannot be flushed: the
-    // batch says so and names it.
-    {
-        ksdb::FolderSyncBatch batch(h());
-        ASSERT_EQ(commit("/etc/gone/file.conf", "x\n"), 0);
-        ASSERT_EQ(unlink(at("/etc/gone/file.conf").c_str()), 0);
-        ASSERT_EQ(rmdir(at("/etc/gone").c_str()), 0);
-        EXPECT_EQ(batch.flush(), KSDB_E_FILE);
-    }
-    EXPECT_NE(log().find("Cannot write the folder " + at("/etc/gone") + " to disk"),
-              std::string::npos)
-        << log();
-}
-
-// In a batch a target is recognised as unchanged through its path; only a
-// regular file with the content, owner and mode counts: another mode is
-// set, a link holding the same content is replaced, not followed.
-TEST_F(ScaleTest, InABatchOnlyTheWholeFileAsItShouldBeCountsAsUnchanged) {
-    auto commit = [&](const char *live, mode_t mode) {
+// In a batch a target that is already as it should be is recognised through
+// its path, every folder is flushed and swept once at the end (a file whose
+// writer still holds its lock is kept), and a folder gone by then is named.
+TEST_F(ScaleTest, ABatchFlushesAndSweepsEachFolderOnceAtItsEnd) {
+    auto commit = [&](const char *live, const char *text, mode_t mode = 0644) {
         ksdb::ManagedFile f(h(), ksdb_file_spec{live, -1, -1, static_cast<int>(mode)});
-        f.write("same\n");
-        const int rc = f.commit();
-        return rc == 0 ? f.outcome() : -1;
+        f.write(text);
+        return f.commit() == 0 ? f.outcome() : -1;
     };
+    put("/etc/.exports.ksdb-ZZZZZZ", "half");  // a dead writer's: its lock is free
+    put("/etc/.exports.ksdb-YYYYYY", "busy");  // a writer at work: it holds the lock
+    ksdb::Fd held(open(at("/etc/.exports.ksdb-YYYYYY").c_str(), O_RDONLY));
+    ASSERT_EQ(flock(held.get(), LOCK_EX), 0);
     put("/etc/kept", "same\n");
     chmod(at("/etc/kept").c_str(), 0644);
     put("/etc/moded", "same\n");
-    chmod(at("/etc/moded").c_str(), 0600);
     put("/elsewhere", "same\n");
     ASSERT_EQ(symlink(at("/elsewhere").c_str(), at("/etc/linked").c_str()), 0);
-    struct stat kept {};
+    struct stat kept {}, st {};
     ASSERT_EQ(stat(at("/etc/kept").c_str(), &kept), 0);
-
-    ksdb::FolderSyncBatch batch(h());
-    EXPECT_EQ(commit("/etc/kept", 0644), KSDB_FILE_UNCHANGED);
-    EXPECT_EQ(commit("/etc/moded", 0644), KSDB_FILE_FIXED);
-    EXPECT_EQ(commit("/etc/linked", 0644), KSDB_FILE_CHANGED);
-    EXPECT_EQ(batch.flush(), 0);
-
-    struct stat st {};
+    {
+        ksdb::FolderSyncBatch outer(h());
+        EXPECT_EQ(commit("/etc/exports", "one\n"), KSDB_FILE_NEW);
+        EXPECT_EQ(get("/etc/exports"), "one\n") << "in place at once";
+        {
+            ksdb::FolderSyncBatch inner(h());  // inside another: the outer one flushes
+            EXPECT_EQ(commit("/etc/exports", "two\n"), KSDB_FILE_CHANGED);
+            EXPECT_EQ(inner.flush(), 0);
+        }
+        EXPECT_TRUE(exists(at("/etc/.exports.ksdb-ZZZZZZ"))) << "swept at the end only";
+        // Only a regular file with content, owner and mode counts as
+        // unchanged: another mode is set, a link is replaced, not followed.
+        EXPECT_EQ(commit("/etc/kept", "same\n"), KSDB_FILE_UNCHANGED);
+        EXPECT_EQ(commit("/etc/moded", "same\n", 0640), KSDB_FILE_FIXED);
+        EXPECT_EQ(commit("/etc/linked", "same\n"), KSDB_FILE_CHANGED);
+        EXPECT_EQ(outer.flush(), 0);
+    }
+    EXPECT_FALSE(exists(at("/etc/.exports.ksdb-ZZZZZZ")));
+    EXPECT_TRUE(exists(at("/etc/.exports.ksdb-YYYYYY")));
+    EXPECT_EQ(get("/etc/exports.bak"), "one\n");
     ASSERT_EQ(stat(at("/etc/kept").c_str(), &st), 0);
     EXPECT_EQ(st.st_ino, kept.st_ino);
     ASSERT_EQ(stat(at("/etc/moded").c_str(), &st), 0);
-    EXPECT_EQ(st.st_mode & 07777, 0644u);
+    EXPECT_EQ(st.st_mode & 07777, 0640u);
     ASSERT_EQ(lstat(at("/etc/linked").c_str(), &st), 0);
-    EXPECT_TRUE(S_ISREG(st.st_mode)) << "the link itself is replaced";
+    EXPECT_TRUE(S_ISREG(st.st_mode));
     EXPECT_EQ(get("/elsewhere"), "same\n");
+
+    // Without a batch a commit sweeps at once.
+    put("/etc/.exports.ksdb-XXXXXX", "half");
+    EXPECT_EQ(commit("/etc/exports", "two\n"), KSDB_FILE_UNCHANGED);
+    EXPECT_FALSE(exists(at("/etc/.exports.ksdb-XXXXXX")));
+
+    ksdb::FolderSyncBatch batch(h());
+    ASSERT_EQ(commit("/etc/gone/file.conf", "x\n"), KSDB_FILE_NEW);
+    ASSERT_EQ(unlink(at("/etc/gone/file.conf").c_str()), 0);
+    ASSERT_EQ(rmdir(at("/etc/gone").c_str()), 0);
+    EXPECT_EQ(batch.flush(), KSDB_E_FILE);
+    EXPECT_NE(log().find("Cannot write the folder " + at("/etc/gone") + " to disk"), std::string::npos);
 }
