@@ -32,8 +32,3 @@ KSDB_PLACEHOLDER(ksdb_rsync_export)
 KSDB_PLACEHOLDER(ksdb_vault_import)
 KSDB_PLACEHOLDER(ksdb_vault_export)
 KSDB_PLACEHOLDER(ksdb_dictionary_import)
-
-// SSH, SNMP and anti-virus service files.
-KSDB_PLACEHOLDER(ksdb_ssh_service_export)
-KSDB_PLACEHOLDER(ksdb_snmp_service_export)
-KSDB_PLACEHOLDER(ksdb_antivirus_service_export)
