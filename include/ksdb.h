@@ -762,6 +762,29 @@ KSDB_API int ksdb_authorized_ssh_public_key_export(ksdb_handle *handle, sqlite3 
 KSDB_API int ksdb_replisync_key_import(ksdb_handle *handle, sqlite3 *db);
 KSDB_API int ksdb_replisync_key_export(ksdb_handle *handle, sqlite3 *db);
 
+/* ---- SSH, SNMP and anti-virus service files -------------------------------- *
+ * The exporters of SSH_SERVICE, SNMP_SERVICE and ANTIVIRUS_SERVICE (also run
+ * within ALL_SERVICE), for callers that write one service file on its own.
+ * None begins a transaction: each runs in the caller's when it holds one.
+ * Nothing is allocated from the handle's pools.  Calls on one connection
+ * must not overlap; two exports of the same file at once are not guarded
+ * against each other.  Each ends with its exit log.
+ *
+ * ksdb_ssh_service_export writes /etc/ssh/sshd_config (the password switch
+ * from `service_ssh`).  0, 3 or 5.
+ * ksdb_snmp_service_export writes /etc/default/services, then
+ * /etc/snmp/snmpd.conf from `service_snmp` and the platform's
+ * getSysObjectID.  A community, allowed source or trap destination that is
+ * not one word, or a contact or location holding a quote, "#" or a line
+ * break, is refused with 4 before either file is written.  0, 3, 4 or 5
+ * (or the settings file's status).
+ * ksdb_antivirus_service_export writes /etc/clamav/clamd.conf from the
+ * mounted volumes (`_volume`) and the LUN shares' paths; a value that would
+ * change a line's meaning is refused with 4, nothing written.  0, 3, 4 or 5. */
+KSDB_API int ksdb_ssh_service_export(ksdb_handle *handle, sqlite3 *db);
+KSDB_API int ksdb_snmp_service_export(ksdb_handle *handle, sqlite3 *db);
+KSDB_API int ksdb_antivirus_service_export(ksdb_handle *handle, sqlite3 *db);
+
 #ifdef __cplusplus
 }
 #endif

@@ -248,6 +248,16 @@ class CaseTest : public RootTest {
 
 }  // namespace
 
+void run_export_law(const CaseSpec &spec) {
+    CaseTest law(spec, true);
+    law.TestBody();
+}
+
+void run_import_law(const CaseSpec &spec) {
+    CaseTest law(spec, false);
+    law.TestBody();
+}
+
 int category_from_text(const std::string &text) {
     const std::string t = trim(text);
     if (!t.empty() && std::all_of(t.begin(), t.end(), ::isdigit)) {
