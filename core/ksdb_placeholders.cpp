@@ -11,12 +11,6 @@
     int name(ksdb_handle *, sqlite3 *) { return 0; }      \
     static const ksdb::driver::StepStateRegistration name##_state(#name, KSDB_STEP_PENDING);
 
-// Product data and network interfaces.
-KSDB_PLACEHOLDER(ksdb_vpd_import)
-KSDB_PLACEHOLDER(ksdb_vpd_export)
-KSDB_PLACEHOLDER(ksdb_network_import)
-KSDB_PLACEHOLDER(ksdb_network_export)
-
 // NFS, AFP and rsync shares; iSCSI LUN shares; share file-system attributes.
 KSDB_PLACEHOLDER(ksdb_nfs_share_import)
 KSDB_PLACEHOLDER(ksdb_nfs_usb_share_import)
@@ -27,11 +21,6 @@ KSDB_PLACEHOLDER(_ksdb_afp_share_usb_share_export)
 KSDB_PLACEHOLDER(ksdb_rsync_import)
 KSDB_PLACEHOLDER(ksdb_rsync_usb_import)
 KSDB_PLACEHOLDER(ksdb_rsync_export)
-
-// Cloud vault settings and the message dictionary.
-KSDB_PLACEHOLDER(ksdb_vault_import)
-KSDB_PLACEHOLDER(ksdb_vault_export)
-KSDB_PLACEHOLDER(ksdb_dictionary_import)
 
 // SSH, SNMP and anti-virus service files.
 KSDB_PLACEHOLDER(ksdb_ssh_service_export)
