@@ -785,6 +785,40 @@ KSDB_API int ksdb_ssh_service_export(ksdb_handle *handle, sqlite3 *db);
 KSDB_API int ksdb_snmp_service_export(ksdb_handle *handle, sqlite3 *db);
 KSDB_API int ksdb_antivirus_service_export(ksdb_handle *handle, sqlite3 *db);
 
+/* ---- product data, network interfaces and announcements ----------------- *
+ * The product data (vital_product_data) comes from the handle's system
+ * record, the interfaces (network_if: non-loopback IPv4 interfaces with
+ * their lower-case MAC addresses) from the platform's interface scan.  Both
+ * exports only write their exit log.  The announcement calls are run by no
+ * category: ksdb_avahi_service_export writes the avahi service file of
+ * every service switched on in service_avahi below /etc/avahi/services and
+ * deletes the file of every one switched off (0, 3, 4 for a refused
+ * announced value, 5); ksdb_avahi_service_import sets service_avahi from
+ * the files that exist (0 or 3).  None begins a transaction of its own;
+ * nothing is allocated for the caller.  Calls on one connection must not
+ * overlap. */
+KSDB_API int ksdb_vpd_import(ksdb_handle *handle, sqlite3 *db);
+KSDB_API int ksdb_vpd_export(ksdb_handle *handle, sqlite3 *db);
+/* 0, 1 when the interfaces cannot be listed, 3. */
+KSDB_API int ksdb_network_import(ksdb_handle *handle, sqlite3 *db);
+KSDB_API int ksdb_network_export(ksdb_handle *handle, sqlite3 *db);
+KSDB_API int ksdb_avahi_service_import(ksdb_handle *handle, sqlite3 *db);
+KSDB_API int ksdb_avahi_service_export(ksdb_handle *handle, sqlite3 *db);
+
+/* ---- cloud vault settings and the message dictionary --------------------- *
+ * ksdb_vault_export writes the vault client's settings file from
+ * service_vault (0, 3, 4 for a value holding a line break, 5);
+ * ksdb_vault_import takes the account back only when the file names it
+ * whole (0 also for a missing file, or 3).  ksdb_dictionary_import loads the
+ * UI's message dictionary into the temporary tables _lang_supported and
+ * _dictionary of this connection: 0 (also for a missing or broken file,
+ * which leaves the tables as they were), or 3 when a statement failed (the
+ * rest is still loaded).  None begins a transaction of its own; nothing is
+ * allocated for the caller. */
+KSDB_API int ksdb_vault_import(ksdb_handle *handle, sqlite3 *db);
+KSDB_API int ksdb_vault_export(ksdb_handle *handle, sqlite3 *db);
+KSDB_API int ksdb_dictionary_import(ksdb_handle *handle, sqlite3 *db);
+
 #ifdef __cplusplus
 }
 #endif

@@ -1,0 +1,277 @@
+// Product data, network interfaces and avahi announcements, beyond the
+// case folders of NETWORK.  No category runs the announcement calls, so
+// their folders (tests/cases/avahi/<case>, the case runner's format) are
+// run here: the export leaves expect/ byte for byte (0644, root's, valid
+// for avahi's DTD) and none of `absent`; the import over what it left
+// gives `rows`.
+#define KSDB_MODULE "test_appliance"
+#include "tests/support/test_support.h"
+
+#include "ksdb_platform.h"
+
+#include <net/if.h>
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <cstring>
+#include <filesystem>
+#include <map>
+#include <string>
+#include <vector>
+
+using namespace ksdb_test;
+namespace stdfs = std::filesystem;
+
+namespace {
+
+constexpr char kAvahiDtd[] = "/usr/share/avahi/avahi-service.dtd";
+const char *const kServiceFiles[] = {"afp", "cifs", "quillfold", "printer", "kestrava",
+                                     "timemachine"};
+
+std::string service_file(const char *name) {
+    return std::string("/etc/avahi/services/") + name + ".service";
+}
+
+class ApplianceTest : public RootTest {
+  protected:
+    void SetUp() override { ASSERT_EQ(ksdb_create(h(), db()), 0) << log(); }
+    void TearDown() override { ksdb_platform_set(nullptr); }
+
+    // Product data and every service on, with all six files already there.
+    void announce_everything() {
+        sql().exec("INSERT INTO vital_product_data VALUES('Kestrava','N5550','KS1',0,0);"
+                   "INSERT INTO network_if (name,mac) VALUES('eth0','00:22:3f:a9:9a:1e');"
+                   "INSERT INTO _volume (id,lv_name,uuid,blk_size) VALUES('1','data','u-1',4096);"
+                   "INSERT INTO service_avahi VALUES(1,1,1,1,1,1,1)");
+        for (const char *f : kServiceFiles) put(service_file(f), std::string("old ") + f + "\n");
+    }
+    std::map<std::string, std::string> service_files() {
+        std::map<std::string, std::string> out;
+        for (const char *f : kServiceFiles)
+            out[f] = exists(at(service_file(f))) ? get(service_file(f)) : "(none)";
+        return out;
+    }
+};
+
+// ---- the case folders ----------------------------------------------------------------
+
+std::vector<std::string> avahi_cases() {
+    std::vector<std::string> out;
+    for (const auto &e : stdfs::directory_iterator(KSDB_CASES_DIR "/avahi"))
+        if (e.is_directory()) out.push_back(e.path().filename().string());
+    std::sort(out.begin(), out.end());
+    return out;
+}
+
+class AvahiCase : public ApplianceTest, public ::testing::WithParamInterface<std::string> {};
+
+TEST_P(AvahiCase, ExportLeavesTheFilesAndImportReadsTheFlagsBack) {
+    const std::string dir = std::string(KSDB_CASES_DIR "/avahi/") + GetParam();
+    if (stdfs::exists(dir + "/given"))
+        stdfs::copy(dir + "/given", root(), stdfs::copy_options::recursive);
+    sql().exec(read_file(dir + "/db.sql"));
+    ASSERT_EQ(ksdb_avahi_service_export(h(), db()), 0) << log();
+
+    const std::string expect = dir + "/expect";
+    if (stdfs::exists(expect)) {
+        for (const auto &e : stdfs::recursive_directory_iterator(expect)) {
+            if (!e.is_regular_file()) continue;
+            const std::string live = "/" + stdfs::relative(e.path(), expect).string();
+            ASSERT_TRUE(exists(at(live))) << live << " was not written";
+            EXPECT_EQ(get(live), read_file(e.path())) << live;
+            struct stat st {};
+            ASSERT_EQ(stat(at(live).c_str(), &st), 0);
+            EXPECT_EQ(st.st_mode & 07777, 0644u) << live;
+            EXPECT_EQ(st.st_uid, 0u) << live;
+            if (!exists(kAvahiDtd)) continue;
+            std::string out;
+            EXPECT_EQ(run_checker("check-avahi-service.sh", at(live), &out), 0)
+                << live << ": " << out;
+        }
+    }
+    if (exists(dir + "/absent"))
+        for (const std::string &live : lines(read_file(dir + "/absent")))
+            if (!live.empty()) {
+                EXPECT_FALSE(exists(at(live))) << live << " should be gone";
+            }
+
+    sql().exec("UPDATE service_avahi SET enabled=7,afp=7,cifs=7");
+    ASSERT_EQ(ksdb_avahi_service_import(h(), db()), 0) << log();
+    std::string query;
+    std::vector<std::string> want;
+    auto check = [&] {
+        if (!query.empty()) {
+            EXPECT_EQ(sql().rows(query), want) << query;
+        }
+        want.clear();
+    };
+    for (const std::string &line : lines(read_file(dir + "/rows"))) {
+        if (line.rfind("> ", 0) == 0) {
+            check();
+            query = line.substr(2);
+        } else if (!line.empty() && line[0] != '#') {
+            want.push_back(line);
+        }
+    }
+    check();
+}
+
+INSTANTIATE_TEST_SUITE_P(Cases, AvahiCase, ::testing::ValuesIn(avahi_cases()),
+                         [](const auto &info) {
+                             std::string n = info.param;
+                             std::replace(n.begin(), n.end(), '-', '_');
+                             return n;
+                         });
+
+// ---- announcements: failures --------------------------------------------------------------
+
+// A value that would change an announced record is refused before any file
+// is written or deleted; a value that is not announced is not looked at.
+TEST_F(ApplianceTest, RefusedValuesLeaveEveryServiceFileAsItWas) {
+    announce_everything();
+    const auto before = service_files();
+    struct Bad {
+        const char *update, *log;
+    };
+    const Bad bad[] = {
+        {"UPDATE vital_product_data SET vendor='Kestrava'||char(10)||'</txt-record>'",
+         "Refused vital_product_data.vendor of 'the product data': a line feed in an announced TXT "
+         "record"},
+        {"UPDATE vital_product_data SET serial=replace(hex(zeroblob(125)),'0','9')",
+         "Refused vital_product_data.serial of 'the product data': more bytes than a TXT record "
+         "holds"},
+        {"UPDATE vital_product_data SET serial=CAST(x'4b53ff' AS TEXT)",
+         "Refused vital_product_data.serial of 'the product data': bytes that are not UTF-8"},
+        {"UPDATE _volume SET uuid='u-1,adVN=evil'",
+         "Refused _volume.uuid of 'the first volume with a uuid': a delimiter character in an "
+         "entry of an announced TXT list"},
+    };
+    for (const Bad &b : bad) {
+        SCOPED_TRACE(b.update);
+        sql().exec("SAVEPOINT bad");
+        sql().exec(b.update);
+        EXPECT_EQ(ksdb_avahi_service_export(h(), db()), KSDB_E_INVAL);
+        EXPECT_NE(log().find(b.log), std::string::npos) << log();
+        EXPECT_EQ(service_files(), before);
+        sql().exec("ROLLBACK TO bad; RELEASE bad");
+    }
+    // The discovery record off: its values are not announced, so not judged.
+    sql().exec("UPDATE vital_product_data SET vendor='a'||char(10)||'b';"
+               "UPDATE service_avahi SET kestrava=0");
+    EXPECT_EQ(ksdb_avahi_service_export(h(), db()), 0) << log();
+    EXPECT_FALSE(exists(at(service_file("kestrava"))));
+}
+
+TEST_F(ApplianceTest, NoProductDataIsAFailureThatTouchesNoFile) {
+    announce_everything();
+    sql().exec("DELETE FROM vital_product_data");
+    const auto before = service_files();
+    // No category runs the announcements.
+    EXPECT_EQ(ksdb_export(h(), db(), KSDB_CAT_AVAHI_SERVICE), 0);
+    EXPECT_EQ(ksdb_import(h(), db(), KSDB_CAT_AVAHI_SERVICE), 0);
+    EXPECT_EQ(sql().rows("SELECT enabled,afp FROM service_avahi"), std::vector<std::string>{"1|1"});
+    EXPECT_EQ(ksdb_avahi_service_export(h(), db()), KSDB_E_DB);
+    EXPECT_NE(log().find("(error) Failed SQL 'SELECT vital_product_data'. No result.\n"),
+              std::string::npos)
+        << log();
+    EXPECT_EQ(service_files(), before);
+
+    sql().exec("INSERT INTO vital_product_data VALUES('K','M','S',0,0); DROP TABLE service_avahi");
+    EXPECT_EQ(ksdb_avahi_service_export(h(), db()), KSDB_E_DB);
+    EXPECT_NE(log().find("Failed DB SQL 'SELECT service_avahi'\n"), std::string::npos);
+    EXPECT_EQ(service_files(), before);
+    EXPECT_EQ(ksdb_avahi_service_import(h(), db()), KSDB_E_DB);
+    EXPECT_NE(log().find("Error in SQL Exec. (DELETE service_avahi)\n"), std::string::npos);
+}
+
+// A file that cannot be put in place stops the export at once: the files
+// before it are written, those after it keep what they held.
+TEST_F(ApplianceTest, AFileThatCannotBeReplacedStopsTheExportThere) {
+    announce_everything();
+    stdfs::remove(at(service_file("cifs")));
+    mkdirs(at(service_file("cifs")));
+    sql().exec("UPDATE service_avahi SET printer=0");
+    EXPECT_EQ(ksdb_avahi_service_export(h(), db()), KSDB_E_FILE);
+    EXPECT_NE(log().find("Cannot move file to /etc/avahi/services/cifs.service\n"),
+              std::string::npos)
+        << log();
+    EXPECT_NE(get(service_file("afp")).find("_afpovertcp._tcp"), std::string::npos);
+    EXPECT_EQ(get(service_file("quillfold")), "old quillfold\n");
+    EXPECT_EQ(get(service_file("printer")), "old printer\n");
+}
+
+// ---- product data -----------------------------------------------------------------------
+
+TEST_F(ApplianceTest, ProductDataComesFromTheSystemRecord) {
+    ksdb_sys_info *info = h()->sys_info;
+    std::strcpy(info->vendor, "Kestrava");
+    std::strcpy(info->model, "N5550");
+    std::memset(info->serial, 'S', sizeof info->serial);  // no terminator in its field
+    sql().exec("INSERT INTO vital_product_data VALUES('old','old','old',8,1)");
+    ASSERT_EQ(ksdb_import(h(), db(), KSDB_CAT_VPD), 0) << log();
+    EXPECT_EQ(sql().rows("SELECT vendor,model,serial,max_chan,autospan FROM vital_product_data"),
+              std::vector<std::string>{"Kestrava|N5550|" + std::string(64, 'S') + "|0|0"});
+    EXPECT_EQ(ksdb_export(h(), db(), KSDB_CAT_VPD), 0);
+    EXPECT_NE(log().find("ksdb_vpd_export() ==> 0"), std::string::npos);
+
+    h()->sys_info = nullptr;
+    ASSERT_EQ(ksdb_vpd_import(h(), db()), 0);
+    EXPECT_EQ(sql().rows("SELECT * FROM vital_product_data"),
+              std::vector<std::string>{"<NULL>|<NULL>|<NULL>|0|0"});
+    sql().exec("DROP TABLE vital_product_data");
+    EXPECT_EQ(ksdb_vpd_import(h(), db()), KSDB_E_DB);
+    EXPECT_NE(log().find("(error) Error in SQL Exec.\n"), std::string::npos);
+}
+
+// ---- network interfaces ------------------------------------------------------------------
+
+int g_scan_status;
+int scripted_scan(const char *root, ksdb_net_if *ifs, int max, int *count) {
+    EXPECT_NE(root, nullptr);  // a debug root is handed on
+    *count = 0;
+    const ksdb_net_if listed[] = {
+        {"lo", 1, IFF_UP | IFF_LOOPBACK, 1, {0, 0, 0, 0, 0, 0}},
+        {"bond0", 1, IFF_UP, 1, {0xde, 0xad, 0xBE, 0xEF, 0x00, 0x0a}},
+        {"ib0", 1, IFF_UP, 0, {}},
+        {"tun0", 0, 0, 1, {1, 2, 3, 4, 5, 6}},
+        {"bond0", 1, IFF_UP, 1, {0xde, 0xad, 0xbe, 0xef, 0x00, 0x0b}},
+    };
+    for (const ksdb_net_if &e : listed)
+        if (*count < max) ifs[(*count)++] = e;
+    return g_scan_status;
+}
+
+TEST_F(ApplianceTest, APlatformScanSuppliesTheInterfacesAndItsFailuresGiveOne) {
+    ksdb_platform_ops ops = *ksdb_platform_builtin();
+    ops.net_if_scan = scripted_scan;
+    ksdb_platform_set(&ops);
+    g_scan_status = 0;
+    ASSERT_EQ(ksdb_network_import(h(), db()), 0) << log();
+    EXPECT_EQ(sql().rows("SELECT name,mac FROM network_if"),
+              std::vector<std::string>{"bond0|de:ad:be:ef:00:0b"});
+
+    g_scan_status = KSDB_NET_IF_ELIST;
+    EXPECT_EQ(ksdb_network_import(h(), db()), KSDB_E_STEP);
+    EXPECT_NE(log().find("(error) Failed SIOCGIFCONF\n"), std::string::npos) << log();
+    g_scan_status = KSDB_NET_IF_ENOSOCKET;
+    EXPECT_EQ(ksdb_network_import(h(), db()), KSDB_E_STEP);
+    EXPECT_EQ(sql().rows("SELECT name FROM network_if"), std::vector<std::string>{"bond0"});
+}
+
+// The built-in scan of the machine itself (no root): the loopback is
+// listed with its flag.
+TEST(NetworkScan, TheBuiltInScanListsTheMachinesLoopback) {
+    ksdb_net_if ifs[KSDB_MAX_NET_IFS];
+    int count = -1;
+    ASSERT_EQ(ksdb_platform_builtin()->net_if_scan(nullptr, ifs, KSDB_MAX_NET_IFS, &count), 0);
+    ASSERT_GE(count, 0);
+    ASSERT_LE(count, KSDB_MAX_NET_IFS);
+    const ksdb_net_if *lo = nullptr;
+    for (int i = 0; i < count; ++i)
+        if (std::strcmp(ifs[i].name, "lo") == 0) lo = &ifs[i];
+    if (!lo) GTEST_SKIP() << "this machine's loopback has no IPv4 address";
+    EXPECT_TRUE(lo->flags_ok);
+    EXPECT_TRUE(lo->flags & IFF_LOOPBACK);
+}
+
+}  // namespace
