@@ -21,12 +21,6 @@ KSDB_PLACEHOLDER(ksdb_network_export)
 KSDB_PLACEHOLDER(ksdb_nfs_share_import)
 KSDB_PLACEHOLDER(ksdb_nfs_usb_share_import)
 KSDB_PLACEHOLDER(ksdb_nfs_share_export)
-KSDB_PLACEHOLDER(ksdb_afp_share_import)
-KSDB_PLACEHOLDER(ksdb_afp_usb_share_import)
-KSDB_PLACEHOLDER(_ksdb_afp_share_usb_share_export)
-KSDB_PLACEHOLDER(ksdb_rsync_import)
-KSDB_PLACEHOLDER(ksdb_rsync_usb_import)
-KSDB_PLACEHOLDER(ksdb_rsync_export)
 
 // Cloud vault settings and the message dictionary.
 KSDB_PLACEHOLDER(ksdb_vault_import)
