@@ -180,7 +180,7 @@ int build_section(ksdb_handle *h, sqlite3 *db, AclContext &ctx, const SqlTable &
         }
     }
     s->name = shares::exact_text(col(kName), col(kNameBytes)).value_or("");
-    s->volume = col(kVolume);
+    s->volume = rows.str(r, kVolume);
     const std::string path = shares::exact_text(col(kPath), col(kPathBytes)).value_or("");
     const ValueSource from{"share", "name", s->name};
     if (int rc = shares::guard_share_name(h, s->name, from)) return rc;

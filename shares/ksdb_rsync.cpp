@@ -21,6 +21,7 @@
 #include <map>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace ksdb::rsync {
@@ -41,9 +42,11 @@ const ValueRule kRsyncPath{"an rsync module path", "=%",
 // The comment: one line that does not continue on the next.
 const ValueRule kRsyncComment{"an rsync comment", "", kValueNoTrailingBackslash};
 // A host of the blank-separated host list (the daemon also splits at ",").
-const ValueRule kRsyncHost{"a host in an rsync host list", " \t,=\"", kValueNotEmpty};
+const ValueRule kRsyncHost{"a host in an rsync host list", " \t,=\"",
+                           kValueNotEmpty | kValueNoTrailingBackslash};
 // A user of the auth-users list and the first field of a secrets line.
-const ValueRule kRsyncUser{"an rsync user", " \t,:=", kValueNotEmpty | kValueNoLeadingHash};
+const ValueRule kRsyncUser{"an rsync user", " \t,:=",
+                           kValueNotEmpty | kValueNoLeadingHash | kValueNoTrailingBackslash};
 // The second field of a secrets line.
 const ValueRule kRsyncPassword{"an rsync password", ":", 0};
 
@@ -214,9 +217,17 @@ int export_all(ksdb_handle *h, sqlite3 *db) {
 
 // ---- import ------------------------------------------------------------------
 
-// The module file's sections by name, a commented-out module keeping its
-// "#"; a name given twice adds to the first.
-using Sections = std::map<std::string, KeyValues>;
+// The module file's sections in file order, each named as written (a
+// commented-out module keeps its "#"); a name given twice adds to the first.
+struct Sections {
+    std::vector<std::pair<std::string, KeyValues>> list;
+    std::map<std::string, size_t> index;
+    KeyValues &operator[](const std::string &name) {
+        auto [it, added] = index.emplace(name, list.size());
+        if (added) list.emplace_back(name, KeyValues());
+        return list[it->second].second;
+    }
+};
 
 // Reads the module file: 0, or 5 (the file cannot be read, or a key other
 // than "charset" stands before the first module).
@@ -356,7 +367,7 @@ int import_modules(ksdb_handle *h, sqlite3 *db, bool usb) {
         KSDB_ERR(h, "Cannot parse rsync share conf file\n");
         return KSDB_E_DB;
     }
-    for (const auto &[section, keys] : sections) {
+    for (const auto &[section, keys] : sections.list) {
         if (insert_module(h, db, section, keys, usb) != 0) {
             KSDB_ERR(h, "Cannot insert rsync share conf to database\n");
             return KSDB_E_DB;
