@@ -267,3 +267,33 @@ TEST_F(RsyncTest, SecretsAreRootOnlyAndAFailedExportKeepsTheFiles) {
     EXPECT_TRUE(contains(log(), "(error) Failed to get host_acl for share 'a'\n"));
     EXPECT_EQ(tree(root()), before);
 }
+
+// The host entries are read once per export: for shares without password
+// protection the statements do not grow with the shares (a protected share
+// adds one, by its key).
+TEST_F(RsyncTest, AnExportRunsTheSameStatementsForTenOrFortyShares) {
+    sql().exec("INSERT INTO host (id,name) VALUES(1,'pc1')");
+    auto statements = [&](int shares) {
+        for (int i = 1; i <= shares; ++i) {
+            const std::string id = std::to_string(i);
+            sql().exec("INSERT OR IGNORE INTO share (id,zfs_name,volume_id,name,path,user_id,"
+                       "group_id) VALUES(" + id + ",'x','vol1','s" + id + "','/vol1/s" + id +
+                       "',0,0);INSERT OR IGNORE INTO rsync_share_option (share_id,available,"
+                       "passwordprotection,rsync_access) VALUES(" + id + ",1,'disabled',"
+                       "'readonly');INSERT OR IGNORE INTO host_acl (share_id,host_id,proto,read,"
+                       "write) VALUES(" + id + ",1,'rsync',1,1)");
+        }
+        CaptureFile trace;
+        h()->trace_stream = trace.get();
+        EXPECT_EQ(export_rsync(), 0);
+        h()->trace_stream = nullptr;
+        int n = 0;
+        for (const std::string &l : lines(trace.text()))
+            if (contains(l, "sql=SELECT")) ++n;
+        return n;
+    };
+    const int ten = statements(10);
+    EXPECT_GT(ten, 0);
+    EXPECT_EQ(statements(40), ten);
+    EXPECT_TRUE(contains(get("/etc/quillfold/rsync/Shares.conf"), "[s40]\n"));
+}
