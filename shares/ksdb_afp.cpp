@@ -102,10 +102,10 @@ int _ksdb_afp_acl_list(ksdb_handle *h, sqlite3 *db, AclContext &ctx, long long s
         if (admin) *to = shares::join_lists(*to, "@admin");
         return 0;
     };
-    if (int rc = list([](const AclEntry &e) { return e.read == 1 && e.write == 1; }, true, &out->rw))
-        return rc;
-    if (int rc = list([](const AclEntry &e) { return e.read == 1 && e.write == 0; }, false, &out->ro))
-        return rc;
+    auto read_write = [](const AclEntry &e) { return e.read == 1 && e.write == 1; };
+    auto read_only = [](const AclEntry &e) { return e.read == 1 && e.write == 0; };
+    if (int rc = list(read_write, true, &out->rw)) return rc;
+    if (int rc = list(read_only, false, &out->ro)) return rc;
     if (int rc = list([](const AclEntry &e) { return e.read == 1; }, true, &out->valid)) return rc;
     return shares::join_quoted(
         h, AclKind::kUsers, users, "",

@@ -466,7 +466,8 @@ int put_account_acl_logged(ksdb_handle *h, sqlite3 *db, int share_id, const char
         KSDB_ERR(h, "%s", failed_insert);
         return KSDB_E_DB;
     }
-    if (update && ksdb_sql_exec_mprintf(h, db, nullptr, KSDB_TAG, "%s", change.get()) != SQLITE_OK) {
+    if (update &&
+        ksdb_sql_exec_mprintf(h, db, nullptr, KSDB_TAG, "%s", change.get()) != SQLITE_OK) {
         KSDB_ERR(h, "%s", failed_update);
         return KSDB_E_DB;
     }

@@ -7,17 +7,12 @@
 #define KSDB_MODULE "test_afp"
 #include "core/ksdb_areas.h"
 #include "core/ksdb_internal.h"
-#include "tests/support/test_support.h"
+#include "tests/support/share_tests.h"
 
-#include <dirent.h>
-#include <sys/stat.h>
 #include <utime.h>
 
 #include <filesystem>
-#include <functional>
 #include <map>
-#include <set>
-#include <sstream>
 
 using namespace ksdb_test;
 
@@ -39,30 +34,6 @@ Keys read_sections(const std::string &path) {
                        return 1;
                    },
                    &out);
-    return out;
-}
-
-std::map<std::string, std::string> tree(const std::string &dir) {
-    std::map<std::string, std::string> out;
-    if (DIR *d = opendir(dir.c_str())) {
-        while (dirent *e = readdir(d)) {
-            const std::string n = e->d_name, p = dir + "/" + n;
-            struct stat st;
-            if (n == "." || n == ".." || lstat(p.c_str(), &st) != 0) continue;
-            if (S_ISDIR(st.st_mode))
-                for (auto &[k, v] : tree(p)) out[n + "/" + k] = v;
-            else
-                out[n] = read_file(p);
-        }
-        closedir(d);
-    }
-    return out;
-}
-
-std::string quoted(const std::string &s) {
-    char *q = sqlite3_mprintf("%Q", s.c_str());
-    std::string out = q;
-    sqlite3_free(q);
     return out;
 }
 
@@ -101,21 +72,20 @@ TEST_F(AfpTest, HostileValuesAreRefusedOrReadBackAsExactlyOneValue) {
         "(1001,'fuser',100,0,NULL);"
         "INSERT INTO `$group` (id,gname,is_privileged,rid) VALUES(100,'staff',0,NULL);"
         "INSERT INTO share (id,zfs_name,volume_id,name,path,user_id,group_id) VALUES"
-        "(1,'vol1/docs','vol1','docs','/vol1/docs',0,0),(2,'USB/stick','USB','stick','/USB/stick',0,0);"
+        "(1,'vol1/docs','vol1','docs','/vol1/docs',0,0),"
+        "(2,'USB/stick','USB','stick','/USB/stick',0,0);"
         "INSERT INTO afp_share_option (share_id,available,afp_access,afp_guest_access,"
-        "other_options,force_user) VALUES(1,1,'disabled',0,NULL,NULL),(2,1,'readonly',0,'ea:sys',1001);"
+        "other_options,force_user) VALUES(1,1,'disabled',0,NULL,NULL),"
+        "(2,1,'readonly',0,'ea:sys',1001);"
         "INSERT INTO user_acl (share_id,user_id,proto,read,write) VALUES(1,1000,'afp',1,1),"
         "(2,1000,'afp',1,1);"
         "INSERT INTO group_acl (share_id,group_id,proto,read,write) VALUES(1,100,'afp',1,0)");
     const auto docs = [&] { return read_sections(at("/vol1/._share/docs/afp.conf")); };
     const auto stick_line = [&] { return get("/etc/quillfold/usb/access/custom/stick/netatalk"); };
-    struct Column {
-        const char *table, *column, *where, *row, *refused;
-        std::function<void(const std::string &)> check;
-    };
-    const Column columns[] = {
+    const std::vector<HostileColumn> columns = {
         {"share", "name", "id=2", "'pre", "nl cr nul [ ] % dq bs ../", [&](const std::string &v) {
-             EXPECT_EQ(read_sections(at("/USB/._share/" + v + "/afp.conf"))[v + "/path"], "/USB/stick");
+             EXPECT_EQ(read_sections(at("/USB/._share/" + v + "/afp.conf"))[v + "/path"],
+                       "/USB/stick");
              EXPECT_EQ(get("/etc/quillfold/usb/access/custom/" + v + "/netatalk"),
                        "\"/" + v + "\" \"" + v + "\" cnidscheme:dbd ea:sys rwlist:\"alice\",@admin "
                        "deny:\"guest\" forceuid:\"fuser\"\n");
@@ -131,48 +101,17 @@ TEST_F(AfpTest, HostileValuesAreRefusedOrReadBackAsExactlyOneValue) {
          [&](const std::string &v) { EXPECT_EQ(docs()["docs/rolist"], "\"@" + v + "\""); }},
         {"afp_share_option", "other_options", "share_id=2", "'stick'", "nl cr nul",
          [&](const std::string &v) {
-             EXPECT_TRUE(contains(stick_line(), " cnidscheme:dbd " + v + " rwlist:")) << stick_line();
+             EXPECT_TRUE(contains(stick_line(), " cnidscheme:dbd " + v + " rwlist:"));
          }},
         {"$user", "uname", "id=1001", "'1001'", "nl cr nul dq bs", [&](const std::string &v) {
              EXPECT_TRUE(contains(stick_line(), " forceuid:\"" + v + "\"\n"));
          }},
     };
-    const std::pair<const char *, std::string> values[] = {
-        {"clean", ""}, {"nl", "\n"},  {"cr", "\r"},  {"nul", std::string(1, '\0')},
-        {"[", "["},    {"]", "]"},    {";", ";"},    {"#", "#"},
-        {"%", "%"},    {"dq", "\""},  {",", ","},    {"bs", "\\"},
-        {"$()", "$(id)"}, {"../", "../"}};
     ASSERT_EQ(export_afp(), 0) << log();
-    for (const Column &c : columns) {
-        std::set<std::string> refused;
-        std::istringstream in(c.refused);
-        for (std::string l; in >> l;) refused.insert(l);
-        const std::string table = std::string("`") + c.table + "`";
-        const std::string old = sql().scalar("SELECT " + std::string(c.column) + " FROM " + table +
-                                             " WHERE " + c.where);
-        for (const auto &[label, x] : values) {
-            const std::string v = label == std::string("bs") ? "pre\\" : "pre" + x + "post";
-            const std::string literal = x.size() == 1 && x[0] < ' '
-                                            ? "'pre'||char(" + std::to_string(x[0]) + ")||'post'"
-                                            : quoted(v);
-            const std::string what = std::string(c.table) + "." + c.column + " = " + label;
-            const auto before = tree(root());
-            sql().exec("UPDATE " + table + " SET " + c.column + "=" + literal + " WHERE " + c.where);
-            const int rc = export_afp();
-            if (refused.count(label)) {
-                EXPECT_EQ(rc, KSDB_E_INVAL) << what;
-                EXPECT_EQ(tree(root()), before) << what;
-                EXPECT_TRUE(contains(log(), "Refused " + std::string(c.table) + "." + c.column +
-                                                " of " + c.row))
-                    << what;
-            } else {
-                ASSERT_EQ(rc, 0) << what << "\n" << log();
-                c.check(v);
-            }
-            sql().exec("UPDATE " + table + " SET " + c.column + "=" + quoted(old) + " WHERE " +
-                       c.where);
-        }
-    }
+    walk_hostile_values(root(), sql(), [&] { return export_afp(); }, [&] { return log(); }, columns,
+                        {{"clean", ""}, {"nl", "\n"}, {"cr", "\r"}, {"nul", std::string(1, '\0')},
+                         {"[", "["}, {"]", "]"}, {";", ";"}, {"#", "#"}, {"%", "%"}, {"dq", "\""},
+                         {",", ","}, {"bs", "\\"}, {"$()", "$(id)"}, {"../", "../"}});
 }
 
 // Shares whose settings the files carry whole come back exactly: export,
@@ -276,25 +215,19 @@ TEST_F(AfpTest, TheTimeMachineFolderIsTheHomeVolumesOwn) {
 // statements an export runs do not grow with the shares.
 TEST_F(AfpTest, AnExportRunsTheSameStatementsForTenOrFortyShares) {
     sql().exec("INSERT INTO _volume (id,lv_name,blk_size) VALUES('vol1','vol1',1);"
-               "INSERT INTO `$user` (id,uname,group_id,is_privileged,rid) VALUES(1000,'alice',100,0,NULL)");
+               "INSERT INTO `$user` (id,uname,group_id,is_privileged,rid) VALUES"
+               "(1000,'alice',100,0,NULL)");
     auto statements = [&](int shares) {
         for (int i = 1; i <= shares; ++i) {
             const std::string id = std::to_string(i), name = "'s" + id + "'";
-            sql().exec("INSERT OR IGNORE INTO share (id,zfs_name,volume_id,name,path,user_id,group_id)"
-                       " VALUES(" + id + ",'x','vol1'," + name + ",'/vol1/s" + id + "',0,0);"
-                       "INSERT OR IGNORE INTO afp_share_option (share_id,afp_access,afp_guest_access)"
-                       " VALUES(" + id + ",'disabled',0);"
-                       "INSERT OR IGNORE INTO user_acl (share_id,user_id,proto,read,write) VALUES(" +
-                       id + ",1000,'afp',1,1)");
+            sql().exec("INSERT OR IGNORE INTO share (id,zfs_name,volume_id,name,path,user_id,"
+                       "group_id) VALUES(" + id + ",'x','vol1'," + name + ",'/vol1/s" + id +
+                       "',0,0);INSERT OR IGNORE INTO afp_share_option (share_id,afp_access,"
+                       "afp_guest_access) VALUES(" + id + ",'disabled',0);INSERT OR IGNORE INTO "
+                       "user_acl (share_id,user_id,proto,read,write) VALUES(" + id +
+                       ",1000,'afp',1,1)");
         }
-        CaptureFile trace;
-        h()->trace_stream = trace.get();
-        EXPECT_EQ(export_afp(), 0);
-        h()->trace_stream = nullptr;
-        int n = 0;
-        for (const std::string &l : lines(trace.text()))
-            if (contains(l, "sql=SELECT")) ++n;
-        return n;
+        return selects_during(h(), [&] { EXPECT_EQ(export_afp(), 0); });
     };
     const int ten = statements(10);
     EXPECT_GT(ten, 0);

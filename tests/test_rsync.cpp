@@ -6,16 +6,11 @@
 #define KSDB_MODULE "test_rsync"
 #include "core/ksdb_areas.h"
 #include "core/ksdb_internal.h"
-#include "tests/support/test_support.h"
+#include "tests/support/share_tests.h"
 
-#include <dirent.h>
 #include <sys/stat.h>
 
 #include <filesystem>
-#include <functional>
-#include <map>
-#include <set>
-#include <sstream>
 
 using namespace ksdb_test;
 
@@ -25,30 +20,6 @@ using Rows = std::vector<std::string>;
 
 bool contains(const std::string &text, const std::string &part) {
     return text.find(part) != std::string::npos;
-}
-
-std::map<std::string, std::string> tree(const std::string &dir) {
-    std::map<std::string, std::string> out;
-    if (DIR *d = opendir(dir.c_str())) {
-        while (dirent *e = readdir(d)) {
-            const std::string n = e->d_name, p = dir + "/" + n;
-            struct stat st;
-            if (n == "." || n == ".." || lstat(p.c_str(), &st) != 0) continue;
-            if (S_ISDIR(st.st_mode))
-                for (auto &[k, v] : tree(p)) out[n + "/" + k] = v;
-            else
-                out[n] = read_file(p);
-        }
-        closedir(d);
-    }
-    return out;
-}
-
-std::string quoted(const std::string &s) {
-    char *q = sqlite3_mprintf("%Q", s.c_str());
-    std::string out = q;
-    sqlite3_free(q);
-    return out;
 }
 
 class RsyncTest : public RootTest {
@@ -111,11 +82,7 @@ TEST_F(RsyncTest, HostileValuesAreRefusedOrReadBackAsExactlyOneValue) {
         EXPECT_EQ(ksdb_import(h(), db(), KSDB_CAT_RSYNC), 0) << log();
         return sql().rows(query);
     };
-    struct Column {
-        const char *table, *column, *where, *row, *refused;
-        std::function<void(const std::string &)> check;
-    };
-    const Column columns[] = {
+    const std::vector<HostileColumn> columns = {
         {"share", "name", "id=1", "'pre", "nl cr nul [ ] % / bs", [&](const std::string &v) {
              int status;
              EXPECT_EQ(daemon_lists(&status), (Rows{v + "|Files", "docs|"}));
@@ -144,53 +111,30 @@ TEST_F(RsyncTest, HostileValuesAreRefusedOrReadBackAsExactlyOneValue) {
                        Rows{"alice|" + v});
          }},
     };
-    const std::pair<const char *, std::string> values[] = {
-        {"clean", ""}, {"nl", "\n"}, {"cr", "\r"}, {"nul", std::string(1, '\0')},
-        {"[", "["},    {"]", "]"},   {"#", "#"},   {";", ";"},  {"%", "%"},  {"=", "="},
-        {":", ":"},    {",", ","},   {"dq", "\""}, {"sp", " "}, {"bs", "\\"}, {"/", "/"},
-        {"$()", "$(id)"}};
     ASSERT_EQ(export_rsync(), 0) << log();
-    for (const Column &c : columns) {
-        std::set<std::string> refused;
-        std::istringstream in(c.refused);
-        for (std::string l; in >> l;) refused.insert(l);
-        const std::string table = std::string("`") + c.table + "`";
-        const std::string old = sql().scalar("SELECT " + std::string(c.column) + " FROM " + table +
-                                             " WHERE " + c.where);
-        for (const auto &[label, x] : values) {
-            const std::string v = label == std::string("bs") ? "pre\\" : "pre" + x + "post";
-            const std::string literal = x.size() == 1 && x[0] < ' '
-                                            ? "'pre'||char(" + std::to_string(x[0]) + ")||'post'"
-                                            : quoted(v);
-            const std::string what = std::string(c.table) + "." + c.column + " = " + label;
-            const auto before = tree(root());
-            sql().exec("UPDATE " + table + " SET " + c.column + "=" + literal + " WHERE " + c.where);
-            const int rc = export_rsync();
-            if (refused.count(label)) {
-                EXPECT_EQ(rc, KSDB_E_INVAL) << what;
-                EXPECT_EQ(tree(root()), before) << what;
-                EXPECT_TRUE(contains(log(), "Refused " + std::string(c.table) + "." + c.column +
-                                                " of " + c.row))
-                    << what;
-            } else {
-                ASSERT_EQ(rc, 0) << what << "\n" << log();
-                std::string out;
-                EXPECT_EQ(run_checker("check-rsyncd.sh", at("/etc/quillfold/rsync/Shares.conf"),
-                                      &out),
-                          0)
-                    << what << "\n" << out;
-                c.check(v);
-            }
-            sql().exec("UPDATE " + table + " SET " + c.column + "=" + quoted(old) + " WHERE " +
-                       c.where);
-            // The importer may have replaced what the check changed.
-            sql().exec("DELETE FROM rsync_user_password_acl; DELETE FROM host_acl;"
-                       "INSERT INTO rsync_user_password_acl (share_id,user,password) VALUES(1,"
-                       "'alice','secret');"
-                       "INSERT INTO host_acl (share_id,host_id,proto,read,write) VALUES(1,1,"
-                       "'rsync',1,1)");
+    const auto exported = [&] {
+        const int rc = export_rsync();
+        std::string out;
+        if (rc == 0) {
+            EXPECT_EQ(run_checker("check-rsyncd.sh", at("/etc/quillfold/rsync/Shares.conf"), &out),
+                      0)
+                << out;
         }
-    }
+        return rc;
+    };
+    // The importer may have replaced the entries a check read back.
+    const auto restore = [&] {
+        sql().exec("DELETE FROM rsync_user_password_acl; DELETE FROM host_acl;"
+                   "INSERT INTO rsync_user_password_acl (share_id,user,password) VALUES(1,'alice',"
+                   "'secret');INSERT INTO host_acl (share_id,host_id,proto,read,write) VALUES(1,1,"
+                   "'rsync',1,1)");
+    };
+    walk_hostile_values(root(), sql(), exported, [&] { return log(); }, columns,
+                        {{"clean", ""}, {"nl", "\n"}, {"cr", "\r"}, {"nul", std::string(1, '\0')},
+                         {"[", "["}, {"]", "]"}, {"#", "#"}, {";", ";"}, {"%", "%"}, {"=", "="},
+                         {":", ":"}, {",", ","}, {"dq", "\""}, {"sp", " "}, {"bs", "\\"},
+                         {"/", "/"}, {"$()", "$(id)"}},
+                        restore);
 }
 
 // Modules whose settings the files carry whole come back exactly: export,
@@ -261,11 +205,11 @@ TEST_F(RsyncTest, SecretsAreRootOnlyAndAFailedExportKeepsTheFiles) {
     // The host entries cannot be read: -1 and nothing written.
     std::filesystem::remove_all(at("/etc/quillfold/rsync/Shares.conf"));
     put("/etc/quillfold/rsync/Shares.conf", modules);
-    const auto before = tree(root());
+    const auto before = file_tree(root());
     sql().exec("DROP TABLE host");
     EXPECT_EQ(export_rsync(), -1);
     EXPECT_TRUE(contains(log(), "(error) Failed to get host_acl for share 'a'\n"));
-    EXPECT_EQ(tree(root()), before);
+    EXPECT_EQ(file_tree(root()), before);
 }
 
 // The host entries are read once per export: for shares without password
@@ -283,14 +227,7 @@ TEST_F(RsyncTest, AnExportRunsTheSameStatementsForTenOrFortyShares) {
                        "'readonly');INSERT OR IGNORE INTO host_acl (share_id,host_id,proto,read,"
                        "write) VALUES(" + id + ",1,'rsync',1,1)");
         }
-        CaptureFile trace;
-        h()->trace_stream = trace.get();
-        EXPECT_EQ(export_rsync(), 0);
-        h()->trace_stream = nullptr;
-        int n = 0;
-        for (const std::string &l : lines(trace.text()))
-            if (contains(l, "sql=SELECT")) ++n;
-        return n;
+        return selects_during(h(), [&] { EXPECT_EQ(export_rsync(), 0); });
     };
     const int ten = statements(10);
     EXPECT_GT(ten, 0);

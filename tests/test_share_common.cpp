@@ -89,7 +89,8 @@ TEST_F(ShareCommonTest, LoggedAccountEntriesAndUsbPathLines) {
     EXPECT_EQ(shares::put_account_acl_logged(h(), db(), 7, "afp", alice, 1, 1, true, "ins\n",
                                              "upd\n"),
               0);
-    sql().exec("CREATE TRIGGER no_update BEFORE UPDATE ON user_acl BEGIN SELECT RAISE(ABORT,'x'); END");
+    sql().exec("CREATE TRIGGER no_update BEFORE UPDATE ON user_acl BEGIN "
+               "SELECT RAISE(ABORT,'x'); END");
     EXPECT_EQ(shares::put_account_acl_logged(h(), db(), 7, "afp", alice, 1, 0, false, "ins\n",
                                              "upd\n"),
               0);  // no update asked for
