@@ -592,8 +592,6 @@ int _ksdb_afp_read_share_conf(ksdb_handle *h, sqlite3 *db, const char *volume, c
     return insert_share(h, db, info, info.valid_users);
 }
 
-int import_volume_shares(ksdb_handle *h, sqlite3 *db);
-
 int import_usb(ksdb_handle *h, sqlite3 *db) {
     // An unreadable USB file is no error: there are no USB shares.
     ConfFile conf(h, kUsbSharesConf);
