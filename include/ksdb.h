@@ -819,6 +819,20 @@ KSDB_API int ksdb_vault_import(ksdb_handle *handle, sqlite3 *db);
 KSDB_API int ksdb_vault_export(ksdb_handle *handle, sqlite3 *db);
 KSDB_API int ksdb_dictionary_import(ksdb_handle *handle, sqlite3 *db);
 
+/* ---- AFP and rsync shares --------------------------------------------------- */
+
+/* The AFP share files: the netatalk share sections (the global files of the
+ * volume and USB shares and each share's own afp.conf), then the one-line
+ * files of the shares on the volume "USB".  The same work the AFP_SHARE
+ * category runs (as _ksdb_afp_share_usb_share_export); no transaction of its
+ * own.  Every value is checked before any file is written: 4 for a value
+ * that would change a file's structure (nothing written), 3, 5, or 0. */
+KSDB_API int ksdb_afp_share_export(ksdb_handle *handle, sqlite3 *db);
+/* 1 when the Time Machine folder ".timemachine" of the home volume (the
+ * `account_default` row's volume) exists and can be read, else 0.  Nothing is
+ * allocated; may run on several threads with a connection each. */
+KSDB_API int ksdb_is_timemachine_path_valid(ksdb_handle *handle, sqlite3 *db);
+
 #ifdef __cplusplus
 }
 #endif
