@@ -4,6 +4,7 @@
 #include "platform/platform.h"
 
 #include "core/ksdb_internal.h"
+#include "util/ksdb_raii.h"
 
 #include <blkid/blkid.h>
 #include <dirent.h>
@@ -141,12 +142,11 @@ bool is_dir(const std::string &path) {
 // Names in a directory, sorted, without "." and "..".
 std::vector<std::string> list_dir(const std::string &path) {
     std::vector<std::string> names;
-    if (DIR *d = opendir(path.c_str())) {
-        while (struct dirent *e = readdir(d)) {
+    if (ksdb::Dir d(opendir(path.c_str())); d) {
+        while (struct dirent *e = readdir(d.get())) {
             if (!std::strcmp(e->d_name, ".") || !std::strcmp(e->d_name, "..")) continue;
             names.emplace_back(e->d_name);
         }
-        closedir(d);
     }
     std::sort(names.begin(), names.end());
     return names;
@@ -190,13 +190,13 @@ std::string unescape_mount_field(const std::string &field) {
 }
 
 int read_mounts(std::vector<MountEntry> &mounts) {
-    FILE *f = std::fopen("/proc/mounts", "re");
+    ksdb::File f(std::fopen("/proc/mounts", "re"));
     if (!f) return -errno;
     std::string text;
     char chunk[4096];
     size_t n;
-    while ((n = std::fread(chunk, 1, sizeof chunk, f)) > 0) text.append(chunk, n);
-    std::fclose(f);
+    while ((n = std::fread(chunk, 1, sizeof chunk, f.get())) > 0) text.append(chunk, n);
+    f.close();
     std::istringstream in(text);
     std::string line;
     while (std::getline(in, line)) {

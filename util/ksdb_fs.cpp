@@ -2,6 +2,8 @@
 #define KSDB_MODULE "ksdb_fs"
 #include "util/ksdb_fs.h"
 
+#include "util/ksdb_raii.h"
+
 #include <dirent.h>
 #include <unistd.h>
 
@@ -71,13 +73,12 @@ bool remove(const ksdb_handle *h, std::string_view live) {
 
 std::vector<std::string> list_dir(const ksdb_handle *h, std::string_view live) {
     std::vector<std::string> out;
-    DIR *d = ::opendir(effective_path(h, live).c_str());
+    Dir d(::opendir(effective_path(h, live).c_str()));
     if (!d) return out;
-    while (dirent *e = ::readdir(d)) {
+    while (dirent *e = ::readdir(d.get())) {
         std::string name = e->d_name;
         if (name != "." && name != "..") out.push_back(std::move(name));
     }
-    ::closedir(d);
     std::sort(out.begin(), out.end());
     return out;
 }
