@@ -312,8 +312,10 @@ int insert_module(ksdb_handle *h, sqlite3 *db, const std::string &section, const
     const char *access = "readonly";
     bool protect = false;
     // Keys are recognised by what they contain, so "#path" counts as "path".
-    for (const auto &[key, value] : keys.items()) {
-        auto has = [&](const char *k) { return key.find(k) != std::string::npos; };
+    for (const auto &item : keys.items()) {
+        const std::string &key = item.first;
+        const std::string &value = item.second;
+        auto has = [&key](const char *k) { return key.find(k) != std::string::npos; };
         if (has("path")) path = unquoted(value);
         else if (has("read only")) access = value == "false" ? "writeable" : "readonly";
         else if (has("hosts allow")) hosts = unquoted(value);

@@ -105,14 +105,14 @@ namespace {
 // with the name's byte length, read, write, and the user's primary group or
 // the host's root flag.
 constexpr const char *kAclQueries[] = {
-    "SELECT A.share_id,U.id,U.uname,length(CAST(U.uname AS BLOB)),A.read,A.write,U.group_id "
-    "FROM user_acl A INNER JOIN `$user` U ON U.id=A.user_id WHERE A.proto=%Q ORDER BY "
-    "A.share_id,U.uname",
-    "SELECT A.share_id,G.id,G.gname,length(CAST(G.gname AS BLOB)),A.read,A.write,0 FROM "
-    "group_acl A INNER JOIN `$group` G ON G.id=A.group_id WHERE A.proto=%Q ORDER BY "
-    "A.share_id,G.gname",
-    "SELECT A.share_id,H.id,H.name,length(CAST(H.name AS BLOB)),A.read,A.write,A.root FROM "
-    "host_acl A INNER JOIN host H ON H.id=A.host_id WHERE A.proto=%Q ORDER BY A.share_id,H.name",
+    ("SELECT A.share_id,U.id,U.uname,length(CAST(U.uname AS BLOB)),A.read,A.write,U.group_id "
+     "FROM user_acl A INNER JOIN `$user` U ON U.id=A.user_id WHERE A.proto=%Q ORDER BY "
+     "A.share_id,U.uname"),
+    ("SELECT A.share_id,G.id,G.gname,length(CAST(G.gname AS BLOB)),A.read,A.write,0 FROM "
+     "group_acl A INNER JOIN `$group` G ON G.id=A.group_id WHERE A.proto=%Q ORDER BY "
+     "A.share_id,G.gname"),
+    ("SELECT A.share_id,H.id,H.name,length(CAST(H.name AS BLOB)),A.read,A.write,A.root FROM "
+     "host_acl A INNER JOIN host H ON H.id=A.host_id WHERE A.proto=%Q ORDER BY A.share_id,H.name"),
 };
 
 long long number(const char *v) { return v ? std::strtoll(v, nullptr, 10) : 0; }
