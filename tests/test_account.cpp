@@ -2,7 +2,6 @@
 // checkers on the generated files, the round trip, the temporary copies of
 // the secret files, delete marks and domain rows, locked passwords, the
 // account defaults file rewritten by the import, and the look-ups.
-#include "core/ksdb_driver.h"
 #include "tests/support/test_support.h"
 
 #include <dirent.h>
@@ -16,27 +15,6 @@
 using namespace ksdb_test;
 
 namespace {
-
-// The case folders under tests/cases/account-export hold the whole account
-// export.  No category runs it (ACCOUNT exports passwd and shadow alone),
-// so while their tests run it stands in the place of the ACCOUNT export
-// step of the driver.
-class WholeAccountExport : public ::testing::EmptyTestEventListener {
-    void OnTestStart(const ::testing::TestInfo &t) override {
-        if (std::string(t.test_suite_name()) != "Cases_account_export") return;
-        saved_ = ksdb::driver::g_steps[ksdb::driver::kAccountLocalUserExport].fn;
-        ksdb::driver::g_steps[ksdb::driver::kAccountLocalUserExport].fn = ksdb_account_export;
-    }
-    void OnTestEnd(const ::testing::TestInfo &) override {
-        if (saved_) ksdb::driver::g_steps[ksdb::driver::kAccountLocalUserExport].fn = saved_;
-        saved_ = nullptr;
-    }
-    ksdb::driver::StepFn saved_ = nullptr;
-};
-const bool kListening = [] {
-    ::testing::UnitTest::GetInstance()->listeners().Append(new WholeAccountExport);
-    return true;
-}();
 
 // Accounts that agree with each other, as the appliance keeps them.
 const char kPasswd[] =

@@ -22,10 +22,6 @@ using Rows = std::vector<std::string>;
 // "section/key" -> value, as the section reader hands them out.
 using Keys = std::map<std::string, std::string>;
 
-bool contains(const std::string &text, const std::string &part) {
-    return text.find(part) != std::string::npos;
-}
-
 Keys read_sections(const std::string &path) {
     Keys out;
     ini_parse_file(path.c_str(),

@@ -1,9 +1,5 @@
 // Product data, network interfaces and avahi announcements, beyond the
-// case folders of NETWORK.  No category runs the announcement calls, so
-// their folders (tests/cases/avahi/<case>, the case runner's format) are
-// run here: the export leaves expect/ byte for byte (0644, root's, valid
-// for avahi's DTD) and none of `absent`; the import over what it left
-// gives `rows`.
+// case folders of NETWORK and avahi: refused values, failures, the scan.
 #define KSDB_MODULE "test_appliance"
 #include "tests/support/test_support.h"
 
@@ -24,7 +20,6 @@ namespace stdfs = std::filesystem;
 
 namespace {
 
-constexpr char kAvahiDtd[] = "/usr/share/avahi/avahi-service.dtd";
 const char *const kServiceFiles[] = {"afp", "cifs", "quillfold", "printer", "kestrava",
                                      "timemachine"};
 
@@ -52,76 +47,6 @@ class ApplianceTest : public RootTest {
         return out;
     }
 };
-
-// ---- the case folders ----------------------------------------------------------------
-
-std::vector<std::string> avahi_cases() {
-    std::vector<std::string> out;
-    for (const auto &e : stdfs::directory_iterator(KSDB_CASES_DIR "/avahi"))
-        if (e.is_directory()) out.push_back(e.path().filename().string());
-    std::sort(out.begin(), out.end());
-    return out;
-}
-
-class AvahiCase : public ApplianceTest, public ::testing::WithParamInterface<std::string> {};
-
-TEST_P(AvahiCase, ExportLeavesTheFilesAndImportReadsTheFlagsBack) {
-    const std::string dir = std::string(KSDB_CASES_DIR "/avahi/") + GetParam();
-    if (stdfs::exists(dir + "/given"))
-        stdfs::copy(dir + "/given", root(), stdfs::copy_options::recursive);
-    sql().exec(read_file(dir + "/db.sql"));
-    ASSERT_EQ(ksdb_avahi_service_export(h(), db()), 0) << log();
-
-    const std::string expect = dir + "/expect";
-    if (stdfs::exists(expect)) {
-        for (const auto &e : stdfs::recursive_directory_iterator(expect)) {
-            if (!e.is_regular_file()) continue;
-            const std::string live = "/" + stdfs::relative(e.path(), expect).string();
-            ASSERT_TRUE(exists(at(live))) << live << " was not written";
-            EXPECT_EQ(get(live), read_file(e.path())) << live;
-            struct stat st {};
-            ASSERT_EQ(stat(at(live).c_str(), &st), 0);
-            EXPECT_EQ(st.st_mode & 07777, 0644u) << live;
-            EXPECT_EQ(st.st_uid, 0u) << live;
-            if (!exists(kAvahiDtd)) continue;
-            std::string out;
-            EXPECT_EQ(run_checker("check-avahi-service.sh", at(live), &out), 0)
-                << live << ": " << out;
-        }
-    }
-    if (exists(dir + "/absent"))
-        for (const std::string &live : lines(read_file(dir + "/absent")))
-            if (!live.empty()) {
-                EXPECT_FALSE(exists(at(live))) << live << " should be gone";
-            }
-
-    sql().exec("UPDATE service_avahi SET enabled=7,afp=7,cifs=7");
-    ASSERT_EQ(ksdb_avahi_service_import(h(), db()), 0) << log();
-    std::string query;
-    std::vector<std::string> want;
-    auto check = [&] {
-        if (!query.empty()) {
-            EXPECT_EQ(sql().rows(query), want) << query;
-        }
-        want.clear();
-    };
-    for (const std::string &line : lines(read_file(dir + "/rows"))) {
-        if (line.rfind("> ", 0) == 0) {
-            check();
-            query = line.substr(2);
-        } else if (!line.empty() && line[0] != '#') {
-            want.push_back(line);
-        }
-    }
-    check();
-}
-
-INSTANTIATE_TEST_SUITE_P(Cases, AvahiCase, ::testing::ValuesIn(avahi_cases()),
-                         [](const auto &info) {
-                             std::string n = info.param;
-                             std::replace(n.begin(), n.end(), '-', '_');
-                             return n;
-                         });
 
 // ---- announcements: failures --------------------------------------------------------------
 

@@ -15,10 +15,6 @@ namespace {
 
 using Rows = std::vector<std::string>;
 
-bool contains(const std::string &text, const std::string &part) {
-    return text.find(part) != std::string::npos;
-}
-
 class CifsTest : public RootTest {
   protected:
     void SetUp() override {

@@ -23,10 +23,6 @@ namespace {
 using Params = std::map<std::string, std::string>;
 using Sections = std::map<std::string, Params>;
 
-bool contains(const std::string &text, const std::string &part) {
-    return text.find(part) != std::string::npos;
-}
-
 // A list as Samba holds it: the set of its entries.
 std::string entry_set(std::vector<std::string> list) {
     std::sort(list.begin(), list.end());

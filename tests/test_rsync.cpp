@@ -18,10 +18,6 @@ namespace {
 
 using Rows = std::vector<std::string>;
 
-bool contains(const std::string &text, const std::string &part) {
-    return text.find(part) != std::string::npos;
-}
-
 class RsyncTest : public RootTest {
   protected:
     void SetUp() override {
