@@ -1,6 +1,5 @@
-// Shares over CIFS, beyond the case folders of tests/cases/cifs-share: the
-// USB import, DFS links found through the file system, quotas, the callers'
-// pools, and side files that are links or FIFOs.
+// Shares over CIFS beyond their case folders: DFS links found through the
+// file system, quotas, the callers' pools, side files that are links or FIFOs.
 #define KSDB_MODULE "test_cifs"
 #include "core/ksdb_areas.h"
 #include "core/ksdb_internal.h"
@@ -26,34 +25,9 @@ class CifsTest : public RootTest {
         sql().exec(read_file(std::string(KSDB_CASES_DIR) + "/cifs-share/" + name + "/db.sql"));
     }
     int export_cifs() { return ksdb_export(h(), db(), KSDB_CAT_CIFS_SHARE); }
-    int import_usb() {
-        EXPECT_EQ(ksdb_sql_begin(h(), db(), nullptr, KSDB_TAG), 0);
-        int rc = ksdb_cifs_usb_share_import(h(), db());
-        EXPECT_EQ(ksdb_sql_commit(h(), db(), nullptr, KSDB_TAG), 0);
-        return rc;
-    }
 };
 
 }  // namespace
-
-TEST_F(CifsTest, UsbImportReadsTheSharesUnderMediaByTheirWholeName) {
-    sql().exec("INSERT INTO _volume (id,lv_name,blk_size) VALUES('vol1','vol1',1),('media','media',0)");
-    put("/run/usb/samba/Shares.conf",
-        "[stick]\n  path = /media/stick\n[My Docs]\n  path = /media/My Docs\n"
-        "[data]\n  path = /vol1/data\n[esc]\n  path = /media/../vol1/data\n");
-    put("/media/._share/stick/samba.conf", "[stick]\n  path = /media/stick\n  writeable = 1\n");
-    put("/media/._share/My Docs/samba.conf", "[My Docs]\n  path = /media/My Docs\n");
-    put("/vol1/._share/data/samba.conf", "[data]\n  path = /vol1/data\n");
-    mkdirs(at("/media/stick"));
-    ASSERT_EQ(import_usb(), 0);
-    // "My Docs" had no folder: it is made, root's and writable by all.
-    EXPECT_EQ(sql().rows("SELECT name,volume_id,zfs_name,user_access||group_access||"
-                         "everyone_access FROM share ORDER BY name"),
-              (Rows{"My Docs|media|media/My Docs|777", "stick|media|media/stick|755"}));
-    // Without the USB file there is nothing to do, and that is no error.
-    unlink(at("/run/usb/samba/Shares.conf").c_str());
-    EXPECT_EQ(import_usb(), 0);
-}
 
 TEST_F(CifsTest, DfsImportFindsTheShareOfAnOlderLineThroughItsLinks) {
     sql().exec(
