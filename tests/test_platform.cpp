@@ -199,7 +199,6 @@ TEST(PlatformSnapshots, FindsTheSnapshotFolderAndRefusesBadNames) {
     for (const char *bad : {"..", "../../share1", ""}) EXPECT_EQ(path_of(share, bad), "-22");
 }
 
-// ---- toggle_datasum -------------------------------------------------------------
 
 namespace {
 
@@ -272,7 +271,6 @@ TEST_F(PlatformDatasum, NoChangeOrAnUnknownPoolLeavesTheFileAloneAndALinkStaysAL
     EXPECT_NE(read_file(fstab_).find("defaults,noatime,nodatasum"), std::string::npos);
 }
 
-// ---- identity and substitution -----------------------------------------------
 
 TEST(PlatformIdentity, SysObjectIdAndHardwareType) {
     auto oid = [](size_t size) {

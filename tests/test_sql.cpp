@@ -94,7 +94,6 @@ TEST(SqlLogging, FailuresOfPlainStatementsAtDebugOfQueriesAtErrorANullResultStop
                  "result");
 }
 
-// ---- single values ---------------------------------------------------------
 
 namespace {
 
@@ -184,7 +183,6 @@ TEST_F(SqlTest, BeginHoldsTheDatabaseLockUntilCommitOrRollback) {
     EXPECT_EQ(db_.scalar("SELECT COUNT(*) FROM sqlite_master WHERE name='t'"), "0");
 }
 
-// ---- whole-table helpers -------------------------------------------------------
 
 class TableHelpers : public SqlTest {
   protected:
