@@ -18,11 +18,6 @@
 namespace ksdb_test {
 namespace {
 
-bool is_dir(const std::string &path) {
-    struct stat st;
-    return stat(path.c_str(), &st) == 0 && S_ISDIR(st.st_mode);
-}
-
 // Every regular file below `dir`, as paths relative to it ("etc/exports").
 void walk(const std::string &dir, const std::string &rel, std::vector<std::string> *out) {
     for (const std::string &n : list_dir(dir + rel)) {
@@ -38,14 +33,13 @@ void walk(const std::string &dir, const std::string &rel, std::vector<std::strin
 
 std::vector<std::string> files_below(const std::string &dir) {
     std::vector<std::string> out;
-    if (is_dir(dir)) walk(dir, "", &out);
+    walk(dir, "", &out);
     return out;
 }
 
 }  // namespace
 
 void copy_tree(const std::string &from, const std::string &to) {
-    if (!is_dir(from)) return;
     for (const std::string &rel : files_below(from)) {
         const size_t slash = rel.rfind('/');
         const std::string base = slash == std::string::npos ? rel : rel.substr(slash + 1);
@@ -76,8 +70,6 @@ std::string trim(std::string s) {
     s.erase(s.find_last_not_of(blanks) + 1);
     return s;
 }
-
-int status_of(const std::string &v) { return std::atoi(v.c_str()); }
 
 void run_sql_file(sqlite3 *db, const std::string &path) {
     if (!exists(path)) return;
@@ -120,6 +112,7 @@ class CaseTest : public RootTest {
   public:
     CaseTest(CaseSpec spec, bool exporting) : spec_(std::move(spec)), exporting_(exporting) {}
     void TestBody() override {
+        ASSERT_GE(spec_.category, 0) << spec_.name << ": no valid category";
         ASSERT_EQ(ksdb_create(h(), db()), 0) << log();
         if (exporting_)
             export_law();
@@ -251,38 +244,24 @@ int category_from_text(const std::string &text) {
 std::vector<CaseSpec> find_cases(const std::string &root) {
     std::vector<CaseSpec> out;
     for (const std::string &area : list_dir(root)) {
-        if (!is_dir(root + "/" + area)) continue;
         for (const std::string &name : list_dir(root + "/" + area)) {
             CaseSpec spec;
             spec.dir = root + "/" + area + "/" + name;
             spec.name = area + "/" + name;
-            if (!exists(spec.dir + "/case")) continue;
-            for (const std::string &line : lines(read_file(spec.dir + "/case"))) {
-                if (trim(line).empty() || line[0] == '#') continue;
+            for (const std::string &line : data_lines(spec.dir + "/case")) {
                 const size_t colon = line.find(':');
-                if (colon == std::string::npos) continue;
                 const std::string key = trim(line.substr(0, colon));
-                const std::string value = trim(line.substr(colon + 1));
-                if (key == "category") {
-                    spec.category = category_from_text(value);
-                } else if (key == "laws") {
-                    spec.export_law = value.find("export") != std::string::npos;
-                    spec.import_law = value.find("import") != std::string::npos;
-                } else if (key == "export-status") {
-                    spec.export_status = status_of(value);
-                } else if (key == "import-status") {
-                    spec.import_status = status_of(value);
-                } else if (key == "losses") {
-                    spec.losses.push_back(value);
-                } else if (key == "export-call") {
-                    spec.export_call = value;
-                } else if (key == "import-call") {
-                    spec.import_call = value;
-                } else if (key == "log") {
-                    spec.log_lines.push_back(value);
-                }
+                const std::string value = colon == std::string::npos ? "" : trim(line.substr(colon + 1));
+                if (key == "category") spec.category = category_from_text(value);
+                if (key == "laws") spec.export_law = contains(value, "export"), spec.import_law = contains(value, "import");
+                if (key == "export-status") spec.export_status = std::atoi(value.c_str());
+                if (key == "import-status") spec.import_status = std::atoi(value.c_str());
+                if (key == "losses") spec.losses.push_back(value);
+                if (key == "log") spec.log_lines.push_back(value);
+                if (key == "export-call") spec.export_call = value;
+                if (key == "import-call") spec.import_call = value;
             }
-            out.push_back(spec);
+            if (exists(spec.dir + "/case")) out.push_back(spec);
         }
     }
     return out;
@@ -299,31 +278,13 @@ void register_case_tests(const std::string &root) {
         };
         const std::string suite = "Cases_" + ident(spec.name.substr(0, spec.name.find('/')));
         const std::string base = ident(spec.name.substr(spec.name.find('/') + 1));
-        if (spec.category < 0) {
-            ::testing::RegisterTest(suite.c_str(), (base + "_case").c_str(), nullptr, nullptr,
-                                    __FILE__, __LINE__, [spec]() -> ::testing::Test * {
-                                        struct Bad : ::testing::Test {
-                                            std::string n;
-                                            void TestBody() override {
-                                                ADD_FAILURE() << n << ": no valid category";
-                                            }
-                                        };
-                                        auto *t = new Bad;
-                                        t->n = spec.name;
-                                        return t;
-                                    });
-            continue;
+        for (bool exporting : {true, false}) {
+            if (spec.category >= 0 && !(exporting ? spec.export_law : spec.import_law)) continue;
+            const std::string name = base + (spec.category < 0 ? "_case" : exporting ? "_export" : "_import");
+            ::testing::RegisterTest(suite.c_str(), name.c_str(), nullptr, nullptr, __FILE__, __LINE__,
+                                    [spec, exporting]() -> ::testing::Test * { return new CaseTest(spec, exporting); });
+            if (spec.category < 0) break;
         }
-        if (spec.export_law)
-            ::testing::RegisterTest(suite.c_str(), (base + "_export").c_str(), nullptr, nullptr,
-                                    __FILE__, __LINE__, [spec]() -> ::testing::Test * {
-                                        return new CaseTest(spec, true);
-                                    });
-        if (spec.import_law)
-            ::testing::RegisterTest(suite.c_str(), (base + "_import").c_str(), nullptr, nullptr,
-                                    __FILE__, __LINE__, [spec]() -> ::testing::Test * {
-                                        return new CaseTest(spec, false);
-                                    });
     }
 }
 
