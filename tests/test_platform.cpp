@@ -5,40 +5,17 @@
 
 #include "platform/platform.h"
 
-#include <dirent.h>
 #include <sys/stat.h>
 #include <sys/statvfs.h>
-#include <unistd.h>
 
-#include <algorithm>
 #include <cerrno>
 #include <cstring>
-#include <memory>
 #include <set>
 
 using namespace ksdb_test;
 using Names = std::vector<std::string>;
 
 namespace {
-
-Names dir_entries(const std::string &path) {
-    Names names;
-    if (DIR *d = opendir(path.c_str())) {
-        while (struct dirent *e = readdir(d))
-            if (e->d_name[0] != '.') names.emplace_back(e->d_name);
-        closedir(d);
-    }
-    std::sort(names.begin(), names.end());
-    return names;
-}
-
-// Runs from a temporary folder, so that a command injected with a relative
-// file name would leave that file there.
-struct InDir {
-    std::unique_ptr<char, decltype(&std::free)> old{getcwd(nullptr, 0), &std::free};
-    explicit InDir(const std::string &dir) { EXPECT_EQ(chdir(dir.c_str()), 0); }
-    ~InDir() { EXPECT_EQ(chdir(old.get()), 0); }
-};
 
 // Names that would run something if they reached a shell unquoted.
 const char *const kHostileNames[] = {
@@ -82,10 +59,10 @@ TEST(PlatformExec, CapturesTruncatesDrainsReportsStatusAndPassesArgumentsUnchang
     const char *empty[] = {nullptr};
     EXPECT_EQ(exec_cmd(empty, nullptr, 0), -EINVAL);
     TempDir tmp;
-    InDir in(tmp.path());
+    ScopedCwd in(tmp.path());
     for (const char *name : kHostileNames)
         EXPECT_EQ(run({"printf", "[%s]", name}, 128), "[" + std::string(name) + "]");
-    EXPECT_EQ(dir_entries(tmp.path()), Names{}) << "nothing injected";
+    EXPECT_EQ(list_dir(tmp.path()), Names{}) << "nothing injected";
 }
 
 TEST(PlatformVolumes, FoldersWithAShareFolderAreVolumesUnderADebugRoot) {
@@ -246,7 +223,7 @@ TEST_F(PlatformDatasum, OptionListsAreEditedInPlace) {
     struct stat st;
     ASSERT_EQ(stat(fstab_.c_str(), &st), 0);
     EXPECT_EQ(st.st_mode & 07777, 0640u);
-    EXPECT_EQ(dir_entries(tmp_.path()), Names{"fstab"});
+    EXPECT_EQ(list_dir(tmp_.path()), Names{"fstab"});
 }
 
 TEST_F(PlatformDatasum, NoChangeOrAnUnknownPoolLeavesTheFileAloneAndALinkStaysALink) {
@@ -260,7 +237,7 @@ TEST_F(PlatformDatasum, NoChangeOrAnUnknownPoolLeavesTheFileAloneAndALinkStaysAL
     ASSERT_EQ(stat(fstab_.c_str(), &after), 0);
     EXPECT_EQ(before.st_ino, after.st_ino) << "not replaced";
     EXPECT_EQ(read_file(fstab_), kFstab);
-    EXPECT_EQ(dir_entries(tmp_.path()), Names{"fstab"});
+    EXPECT_EQ(list_dir(tmp_.path()), Names{"fstab"});
 
     mkdirs(tmp_ / "etc");
     const std::string link = tmp_ / "etc/fstab";
