@@ -114,6 +114,7 @@ class CaseTest : public RootTest {
     void TestBody() override {
         ASSERT_GE(spec_.category, 0) << spec_.name << ": no valid category";
         ASSERT_EQ(ksdb_create(h(), db()), 0) << log();
+        ScopedCwd cwd(root());  // a command injected with a relative name leaves its file here
         if (exporting_)
             export_law();
         else

@@ -33,7 +33,9 @@
 //              fakes, in order, one per line, the program and its arguments
 //              separated by tabs, "{root}" standing for the debug root
 //   absent     optional: live paths, one per line, the export must not write
-//              (the import law reads given/ and expect/ without them)
+//              (the import law reads given/ and expect/ without them); the
+//              laws run in the root, so "/pwned" is where an injected
+//              "touch pwned" would leave its file
 //   seed.sql   statements run after ksdb_create before the import
 //   rows       the import's rows: a line "> QUERY" followed by the rows the
 //              query must give, one per line, columns joined by "|", NULL as
