@@ -125,6 +125,7 @@ TEST_F(AfpTest, AFailedOwnFileKeepsTheGlobalFilesAndTheServerFileIsTouchedAfterS
     EXPECT_EQ(get("/etc/netatalk/afp.conf"), "[Global]\n");
 }
 
+// Guards: a Time Machine folder that is a file, missing or outside the root.
 TEST_F(AfpTest, TheTimeMachineFolderIsTheHomeVolumesOwn) {
     EXPECT_EQ(ksdb_is_timemachine_path_valid(h(), db()), 0);
     EXPECT_TRUE(contains(log(), "(error) home_volume_id is empty!\n"));

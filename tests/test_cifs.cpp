@@ -29,6 +29,7 @@ class CifsTest : public RootTest {
 
 }  // namespace
 
+// Guards: an old DFS line given to the wrong share or a path climbing out.
 TEST_F(CifsTest, DfsImportFindsTheShareOfAnOlderLineThroughItsLinks) {
     sql().exec(
         "INSERT INTO share (id,zfs_name,volume_id,name,path,user_id,group_id) VALUES"
@@ -59,6 +60,7 @@ TEST_F(CifsTest, DfsImportFindsTheShareOfAnOlderLineThroughItsLinks) {
     EXPECT_EQ(sql().rows(links).size(), 3u);
 }
 
+// Guards: quota queries not run; their failure not 3.
 TEST_F(CifsTest, QuotasReachTheAttributeSetterAndAFailedQuotaQueryGivesThree) {
     load_case("volume-shares");
     CaptureFile trace;
@@ -80,6 +82,7 @@ TEST_F(CifsTest, QuotasReachTheAttributeSetterAndAFailedQuotaQueryGivesThree) {
     EXPECT_TRUE(contains(log(), "(error) Error in SELECT group_quota.\n"));
 }
 
+// Guards: exports allocating from the caller's pools.
 TEST_F(CifsTest, RepeatedExportsDoNotGrowTheCallersPools) {
     load_case("volume-shares");
     ASSERT_EQ(export_cifs(), 0);  // folders made once

@@ -87,6 +87,7 @@ class FileUtilsTest : public RootTest {
 };
 
 
+// Guards: a pattern matching in a subfolder, a path matching by prefix, the wrong owner or mode.
 TEST(FileSpecTable, LookupMatchesWholePathsAndPatternsWithinOneFolder) {
     struct Case {
         const char *path;
@@ -107,6 +108,7 @@ TEST(FileSpecTable, LookupMatchesWholePathsAndPatternsWithinOneFolder) {
 }
 
 
+// Guards: a bounded load reading on, trailing NULs kept, a link to a file refused.
 TEST_F(FileUtilsTest, LoadHonoursMaxLenAndStripsTrailingNuls) {
     put("/etc/ten", "0123456789");
     size_t len = 99;
@@ -172,6 +174,7 @@ TEST_F(FileUtilsTest, ReadersTakeRegularFilesOnlyAndNeverBlock) {
     alarm(0);
 }
 
+// Guards: writing or appending through a link.
 TEST_F(FileUtilsTest, OpenForWritingNeverFollowsALink) {
     put("/etc/victim", "keep\n");
     ASSERT_EQ(symlink(at("/etc/victim").c_str(), at("/etc/link").c_str()), 0);
@@ -233,6 +236,7 @@ TEST_F(FileUtilsTest, CommitComparesBeforeReplacing) {
                                                    "0 0 two\n", "1 0 <none>"}));
 }
 
+// Guards: the writer following a link at the target, the backup or a temporary name.
 TEST_F(FileUtilsTest, LinksAreNeverFollowed) {
     const std::string victim = tmp_ / "victim";
     write_file(victim, "victim\n");
@@ -407,6 +411,7 @@ TEST_F(FileUtilsTest, KillAtAnyMomentLeavesEveryTargetWhole) {
 }
 
 
+// Guards: a temporary name taken over a planted link or file, readable by others.
 TEST_F(FileUtilsTest, TemporaryFileIsPrivateNewAndBelowTheRoot) {
     ksdb_file_spec spec{"/etc/quillfold/samba/Shares.conf", 98, 98, 0600};
     // Names already taken, by a link and by a file, are given up.
@@ -439,6 +444,7 @@ TEST_F(FileUtilsTest, TemporaryFileIsPrivateNewAndBelowTheRoot) {
     EXPECT_EQ(std::string(tmp).rfind(other + "/tmp/Shares.conf.", 0), 0u) << tmp;
 }
 
+// Guards: the C pair bypassing the writer (owner, mode, backup, clean-up).
 TEST_F(FileUtilsTest, UpdatePutsTheTemporaryFileInPlaceThroughTheWriter) {
     ksdb_file_spec spec{"/etc/quillfold/samba/Shares.conf", 98, 98, 0600};
     std::string tmp = make_tmp(h(), spec, "[s1]\n");
@@ -467,6 +473,7 @@ TEST_F(FileUtilsTest, UpdatePutsTheTemporaryFileInPlaceThroughTheWriter) {
 }
 
 
+// Guards: a move across file systems losing times, owner, mode or the source.
 TEST(CopyFile, MovesAcrossFileSystemsKeepingTimesOwnerModeAndTheOldTail) {
     TempDir dir;
     ScopedTmpfs other(dir / "other", 1 << 20);
@@ -488,6 +495,7 @@ TEST(CopyFile, MovesAcrossFileSystemsKeepingTimesOwnerModeAndTheOldTail) {
               "98 3 640 1000000000 1200000000");
 }
 
+// Guards: the mover's status for a missing source, target folder, folder or socket.
 TEST(CopyFile, GivesItsNegativeCodes) {
     TempDir dir;
     EXPECT_EQ(ksdb::_copy_file((dir / "none").c_str(), (dir / "x").c_str()), -1);
@@ -509,6 +517,7 @@ TEST(CopyFile, GivesItsNegativeCodes) {
 }
 
 
+// Guards: share folders made outside the volume, the subvolume made twice.
 TEST_F(FileUtilsTest, ShareConfSpecMakesTheFoldersBelowTheRoot) {
     mkdirs(at("/vol1"));
     ksdb_file_spec spec{};
@@ -550,6 +559,7 @@ int stop_at_first(ksdb_handle *, sqlite3 *, const char *volume, const char *subv
     return 7;
 }
 
+// Guards: subvolume names cut at a blank or a line end.
 TEST(ShareEnumerator, SubvolumeNamesAreTakenWhole) {
     EXPECT_EQ(ksdb::parse_subvolume_list("ID 257 gen 10 top level 5 path ._share\n"
                                          "ID 258 gen 11 top level 5 path My Docs\n"
@@ -559,6 +569,7 @@ TEST(ShareEnumerator, SubvolumeNamesAreTakenWhole) {
               (Names{"._share", "My Docs", "a path b", "docs/.snap"}));
 }
 
+// Guards: a share missed or invented, a hostile volume name run by a shell.
 TEST_F(FileUtilsTest, ShareEnumeratorFindsEveryShareOfEveryVolume) {
     ScopedCwd cwd(tmp_.path());
     mkdirs(at("/vol1/._share/My Docs"));
@@ -612,6 +623,7 @@ TEST_F(FileUtilsTest, ShareEnumeratorTakesFoldersWhereTheToolCannotList) {
 }
 
 
+// Guards: the one-line reader taking an indented line; the writer dropping owner and mode.
 TEST(OneLineFiles, ReadTheFirstUnindentedLineAndWriteOne) {
     TempDir dir;
     char buf[64];
@@ -642,6 +654,7 @@ TEST(OneLineFiles, ReadTheFirstUnindentedLineAndWriteOne) {
     EXPECT_EQ(ksdb_file_put_one_line((dir / "file/x").c_str(), "x"), -1);
 }
 
+// Guards: values cut wrongly, defaults not given.
 TEST(ConfValue, TakesTheTextAfterTheFirstEquals) {
     char line[] = "key =  \tvalue here\nnext=1";
     EXPECT_STREQ(ksdb_conf_value(line), "value here");
@@ -660,6 +673,7 @@ TEST(ConfValue, TakesTheTextAfterTheFirstEquals) {
     EXPECT_EQ(ksdb_conf_value_ulong("nothing"), ~0ul);
 }
 
+// Guards: continuation lines joined wrongly; a duplicate key keeping its first value.
 TEST(ConfReader, JoinedLinesAndTheLastValueOfADuplicateKey) {
     std::string text = "a = 1 \\ \t\n  b\nc\\\nd \\\n\n#x\nlast\\";
     std::vector<std::string> got;
@@ -684,6 +698,7 @@ TEST(ConfReader, JoinedLinesAndTheLastValueOfADuplicateKey) {
                                                                           {"other", "1"}}));
 }
 
+// Guards: a device found by a prefix of its name.
 TEST(DevMounted, MatchesTheWholeDeviceNameAtTheStartOfAMountsLine) {
     std::string mounts = read_file("/proc/mounts"), dev;
     for (const auto &line : lines(mounts))

@@ -62,6 +62,7 @@ class FsAttributeTest : public RootTest {
     }
 };
 
+// Guards: NULL attributes not off; other shares touched.
 TEST_F(FsAttributeTest, SingleShareExportTakesNullAsOffAndTouchesOnlyThatShare) {
     share(1, "docs", "NULL,NULL,NULL");
     share(2, "media", "1,1,7");
@@ -77,6 +78,7 @@ TEST_F(FsAttributeTest, SingleShareExportTakesNullAsOffAndTouchesOnlyThatShare) 
     EXPECT_TRUE(fake_calls().empty());
 }
 
+// Guards: a failing tool's status; its share's file or row changed.
 TEST_F(FsAttributeTest, AFailingToolGivesEightAndKeepsThatShareAsItWas) {
     share(1, "docs", "1,1,100");
     share(2, "media", "NULL,NULL,50");
@@ -95,6 +97,7 @@ TEST_F(FsAttributeTest, AFailingToolGivesEightAndKeepsThatShareAsItWas) {
     EXPECT_EQ(sql().rows("SELECT * FROM zfs_attr ORDER BY share_id"), before);
 }
 
+// Guards: the quota-group texts; missing groups logged as failures.
 TEST_F(FsAttributeTest, ImportStoresTheQuotaGroupTextsAndLogsOnlyRealFailures) {
     ksdb_qgroup_info docs{};
     docs.max_referenced = 200 * 1048576ULL;
@@ -113,6 +116,7 @@ TEST_F(FsAttributeTest, ImportStoresTheQuotaGroupTextsAndLogsOnlyRealFailures) {
     EXPECT_EQ(log().find("Failed to get quota config for data/snap"), std::string::npos);
 }
 
+// Guards: USB share figures not from their file system.
 TEST_F(FsAttributeTest, AUsbShareWithoutQuotaGroupIsMeasuredOnItsFileSystem) {
     mkdirs(at("/media/USB_disk1"));
     share(1, "USB_disk1", "", "share", "media");

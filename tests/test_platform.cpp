@@ -46,6 +46,7 @@ struct Volumes {
 
 }  // namespace
 
+// Guards: output cut wrongly, a child blocked on a full pipe, arguments given to a shell.
 TEST(PlatformExec, CapturesTruncatesDrainsReportsStatusAndPassesArgumentsUnchanged) {
     EXPECT_EQ(run({"printf", "%s-%s", "hello", "world"}, 64), "hello-world");
     EXPECT_EQ(run({"printf", "abcdefghij"}, 5), "abcd");
@@ -65,6 +66,7 @@ TEST(PlatformExec, CapturesTruncatesDrainsReportsStatusAndPassesArgumentsUnchang
     EXPECT_EQ(list_dir(tmp.path()), Names{}) << "nothing injected";
 }
 
+// Guards: folders taken for volumes wrongly, figures or uuids, the volume limit.
 TEST(PlatformVolumes, FoldersWithAShareFolderAreVolumesUnderADebugRoot) {
     TempDir root;
     Volumes none;
@@ -121,6 +123,7 @@ class PlatformQgroup : public RootTest {
     }
 };
 
+// Guards: the quota-group figures and the snapshots counted.
 TEST_F(PlatformQgroup, FiguresOfTheSubvolumeAndItsSnapshots) {
     mkdirs(at("/vol1/share1/.snapshots/1/snapshot"));
     put("/vol1/share1/.snapshots/1/snapshot/.fake-qgroup", "100000 40000 none");
@@ -138,6 +141,7 @@ TEST_F(PlatformQgroup, FiguresOfTheSubvolumeAndItsSnapshots) {
     EXPECT_EQ(info(at("/vol1/share1") + "/"), "4096 4096 0 100000 1.00x");
 }
 
+// Guards: the status of each quota-group failure.
 TEST_F(PlatformQgroup, FailuresAreNegativeErrnos) {
     EXPECT_EQ(info(at("/vol1/missing")), std::to_string(-ENOENT));
     EXPECT_EQ(info("ksdb-no-such-volume/share"), std::to_string(-ENOENT));
@@ -153,6 +157,7 @@ TEST_F(PlatformQgroup, FailuresAreNegativeErrnos) {
     EXPECT_EQ(info(at("/vol1/share1")), std::to_string(-EIO));
 }
 
+// Guards: a snapshot path outside the share or a missing one given.
 TEST(PlatformSnapshots, FindsTheSnapshotFolderAndRefusesBadNames) {
     TempDir root;
     const std::string share = root / "vol1/share1";
@@ -212,6 +217,7 @@ class PlatformDatasum : public ::testing::Test {
 
 }  // namespace
 
+// Guards: an option list edited wrongly, the file's mode lost, a temporary file left.
 TEST_F(PlatformDatasum, OptionListsAreEditedInPlace) {
     toggle("vol1", 0, "\t/vol1\tbtrfs\tdefaults,noatime\t", "\t/vol1\tbtrfs\tdefaults,noatime,nodatasum\t");
     toggle("vol1", 1, "defaults,noatime,nodatasum", "defaults,noatime");
@@ -226,6 +232,7 @@ TEST_F(PlatformDatasum, OptionListsAreEditedInPlace) {
     EXPECT_EQ(list_dir(tmp_.path()), Names{"fstab"});
 }
 
+// Guards: the file replaced without a change; a link replaced by a file.
 TEST_F(PlatformDatasum, NoChangeOrAnUnknownPoolLeavesTheFileAloneAndALinkStaysALink) {
     struct stat before, after;
     ASSERT_EQ(stat(fstab_.c_str(), &before), 0);
@@ -249,6 +256,7 @@ TEST_F(PlatformDatasum, NoChangeOrAnUnknownPoolLeavesTheFileAloneAndALinkStaysAL
 }
 
 
+// Guards: the identifier overflowing its buffer; the default not restored.
 TEST(PlatformIdentity, SysObjectIdAndHardwareType) {
     auto oid = [](size_t size) {
         std::vector<char> buf(size);
@@ -275,6 +283,7 @@ int g_fake_scans = 0;
 const char *const kVendorTypes[] = {nullptr, "NX-200", nullptr, "NX-400"};
 }  // namespace
 
+// Guards: a vendor member ignored or a NULL member not falling back.
 TEST(PlatformSubstitution, VendorMembersReplaceAndNullMembersFallBack) {
     ksdb_platform_ops ops{};
     ops.volume_scan = [](const char *, ksdb_volume_list *list) {

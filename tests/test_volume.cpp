@@ -53,6 +53,7 @@ class VolumeTest : public RootTest {
 
 }  // namespace
 
+// Guards: volume rows, health words or the media pseudo-volume.
 TEST_F(VolumeTest, ImportRecordsScannedVolumesAndTheMediaPseudoVolume) {
     use_fake_scan();
     g_volumes = {volume("data", 1, 0, "sda3"), volume("ignored", 1, KSDB_VOLUME_IGNORED, "sdc"),
@@ -80,6 +81,7 @@ TEST_F(VolumeTest, ImportRecordsScannedVolumesAndTheMediaPseudoVolume) {
     g_scan_result = 0;
 }
 
+// Guards: the maintenance log's starts, ends and collisions.
 TEST_F(VolumeTest, MaintenanceLogRecordsStartsAndEnds) {
     ASSERT_EQ(ksdb_update_vol_maint_log(h(), db(), "scrub", "sda", 0, nullptr, nullptr), 0);
     ASSERT_EQ(ksdb_update_vol_maint_log(h(), db(), "scrub", "sda", 1, "ok", "no errors"), 0);
@@ -102,6 +104,7 @@ TEST_F(VolumeTest, MaintenanceLogRecordsStartsAndEnds) {
     EXPECT_NE(log().find("Error adding new record to $vol_maint_log table\n"), std::string::npos);
 }
 
+// Guards: attribute commands, fstab checksums and the attributes read back.
 TEST_F(VolumeTest, AttributesAreSetWithTheToolsBelowTheRootAndReadFromFlagsAndQuotaGroups) {
     mkdirs(at("/data/docs"));
     put("/etc/fstab", "UUID=1 /data btrfs defaults,nodatasum 0 0\nUUID=2 /other btrfs defaults 0 0\n");

@@ -69,6 +69,7 @@ class CliTest : public ::testing::Test {
 
 }  // namespace
 
+// Guards: the usage text, and the messages of a missing or unknown command.
 TEST_F(CliTest, HelpDocumentsTheCommandsAndStatusCodes) {
     Outcome r = ksdb({"--help"});
     EXPECT_EQ(r.status, 0);
@@ -83,6 +84,7 @@ TEST_F(CliTest, HelpDocumentsTheCommandsAndStatusCodes) {
     EXPECT_EQ(ksdb({"--log-level", "9", "create"}).status, 4);
 }
 
+// Guards: the schema versions printed by create.
 TEST_F(CliTest, CreatePrintsTheSchemaVersionBeforeAndAfter) {
     Outcome first = ksdb({"--db", db_, "--log-level", "1", "create"});
     EXPECT_EQ(first.status, 0);
@@ -91,6 +93,7 @@ TEST_F(CliTest, CreatePrintsTheSchemaVersionBeforeAndAfter) {
     EXPECT_EQ(again.out, "schema version: 23 -> 23\n");
 }
 
+// Guards: a failure's message or exit status.
 TEST_F(CliTest, FailuresGiveOneLineAndTheLibraryStatus) {
     Outcome missing_dir = ksdb({"--db", dir_ / "no/such/dir/k.db", "create"});
     EXPECT_EQ(missing_dir.status, 5);
@@ -129,6 +132,7 @@ TEST_F(CliTest, FailuresGiveOneLineAndTheLibraryStatus) {
     EXPECT_TRUE(contains(bad_root.err, "invalid debug root")) << bad_root.err;
 }
 
+// Guards: categories by number or name, the report of each file.
 TEST_F(CliTest, ImportAndExportReportEachCategoryAndTheFilesPutInPlace) {
     demo_tree();
     ASSERT_EQ(on_db({"create"}).status, 0);
@@ -152,6 +156,7 @@ TEST_F(CliTest, ImportAndExportReportEachCategoryAndTheFilesPutInPlace) {
     EXPECT_TRUE(contains(exported.out, root_ + "/etc/samba/smb.conf\n"));
 }
 
+// Guards: a dry run changing a file or the database, or showing another change.
 TEST_F(CliTest, DiffChangesNothingAndShowsWhatTheExportThenChanges) {
     demo_tree();
     ASSERT_EQ(on_db({"create"}).status, 0);
@@ -292,6 +297,7 @@ TEST_F(CliTest, AReaderAndAWriterDoNotWaitForEachOther) {
     EXPECT_LT(elapsed, std::chrono::seconds(3));
 }
 
+// Guards: queue tables in the configuration database; the queue file options.
 TEST_F(CliTest, TheQueueKeepsItsOwnDatabase) {
     ASSERT_EQ(ksdb({"--db", db_, "--log-level", "0", "create"}).status, 0);
     ASSERT_EQ(ksdb({"--db", db_, "--log-level", "0", "queue", "create"}).status, 0);
@@ -315,6 +321,7 @@ TEST_F(CliTest, TheQueueKeepsItsOwnDatabase) {
     EXPECT_EQ(ksdb({"--db", db_, "--log-level", "0", "queue", "stat"}).out, "0\n");
 }
 
+// Guards: the queue commands' output and statuses.
 TEST_F(CliTest, QueueCommands) {
     ASSERT_EQ(ksdb({"--db", db_, "--log-level", "0", "queue", "create"}).status, 0);
     auto q = [&](std::vector<std::string> args) {
@@ -348,6 +355,7 @@ TEST_F(CliTest, QueueCommands) {
     EXPECT_EQ(q({"frob"}).status, 4);
 }
 
+// Guards: the table and JSON forms of a result.
 TEST_F(CliTest, SqlPrintsAnAlignedTableOrJsonLines) {
     ASSERT_EQ(ksdb({"--db", db_, "--log-level", "0", "create"}).status, 0);
     Outcome table = ksdb({"--db", db_, "sql",
@@ -366,6 +374,7 @@ TEST_F(CliTest, SqlPrintsAnAlignedTableOrJsonLines) {
               "n\n-\n1\n(1 row)\n");
 }
 
+// Guards: a category missing from the list or described wrongly.
 TEST_F(CliTest, CategoriesListAllWithWhatTheyRun) {
     Outcome r = ksdb({"categories"});
     EXPECT_EQ(r.status, 0);
@@ -382,6 +391,7 @@ TEST_F(CliTest, CategoriesListAllWithWhatTheyRun) {
                          "    export: not exportable\n"));
 }
 
+// Guards: log or trace lines lost; an unwritable log accepted.
 TEST_F(CliTest, LogAndTraceGoToTheirFiles) {
     const std::string log = dir_ / "ksdb.log", trace = dir_ / "trace.log";
     ASSERT_EQ(ksdb({"--db", db_, "--log", log, "--trace", trace, "--log-level", "5", "create"}).status,
