@@ -66,7 +66,8 @@ TEST_F(AccountTest, ExportDropsDeleteMarkedRowsAndLeavesDomainRows) {
     sql().exec("INSERT INTO `$user` (id,uname,is_privileged,rid) VALUES(200001,'jdoe',0,1105)");
     ASSERT_EQ(ksdb_account_export(h(), db()), 0) << log();
     EXPECT_EQ(sql().scalar("SELECT group_concat(uname) FROM `$user`"), "root,admin,alice,bob,guest,jdoe");
-    EXPECT_EQ(sql().scalar("SELECT group_concat(gname) FROM `$group`"), "root,admin,users,staff,guest,Domain Users");
+    EXPECT_EQ(sql().scalar("SELECT group_concat(gname) FROM `$group`"),
+              "root,admin,users,staff,guest,Domain Users");
 }
 
 // Guards: the lock asked of the machine's own accounts (no "-R"), for a
@@ -98,9 +99,10 @@ TEST_F(AccountTest, TheDefaultsFileIsWrittenBackWithAVolumeThatExists) {
     sql().exec("INSERT INTO _volume (id,lv_name,blk_size) VALUES('media','media',0),('vol1','vol1',1024)");
     ASSERT_EQ(ksdb_import(h(), db(), KSDB_CAT_ACCOUNT), 0) << log();
     const std::string rest = "home_folder_capacity_limit!!0\ngroup_membership!!";
-    const std::string tail = "private_time_machine!!0\nprivate_time_machine_space!!500\nsnapshot_protection!!0\n";
-    EXPECT_EQ(get("/etc/quillfold/account.conf"),
-              "home_volume!!vol1\ndiskquota_warn!!80\ngroup!!users\n" + rest + "users\n" + tail + "next_uid!!100\n");
+    const std::string tail =
+        "private_time_machine!!0\nprivate_time_machine_space!!500\nsnapshot_protection!!0\n";
+    EXPECT_EQ(get("/etc/quillfold/account.conf"), "home_volume!!vol1\ndiskquota_warn!!80\ngroup!!users\n" +
+                                                      rest + "users\n" + tail + "next_uid!!100\n");
     struct stat st {};
     ASSERT_EQ(stat(at("/etc/quillfold/account.conf").c_str(), &st), 0);
     EXPECT_EQ(st.st_mode & 07777, 0600u);
@@ -108,11 +110,15 @@ TEST_F(AccountTest, TheDefaultsFileIsWrittenBackWithAVolumeThatExists) {
     EXPECT_TRUE(contains(log(), "/etc/quillfold/account.conf is updated."));
 
     put("/etc/quillfold/account.conf", "home_volume!!gone\ngroup!!staff\nnext_uid!!1200\n");
-    sql().exec("DELETE FROM _volume WHERE id='vol1'; INSERT INTO _volume (id,lv_name,blk_size) VALUES('vol2','vol2',1024)");
+    sql().exec(
+        "DELETE FROM _volume WHERE id='vol1'; INSERT INTO _volume (id,lv_name,blk_size) "
+        "VALUES('vol2','vol2',1024)");
     ASSERT_EQ(ksdb_import(h(), db(), KSDB_CAT_ACCOUNT), 0) << log();
-    EXPECT_TRUE(contains(log(), "Default volume (gone) is not exist,  But found 1 volume(s). Use vol2 (id=vol2) as home volume."));
-    EXPECT_EQ(get("/etc/quillfold/account.conf"),
-              "home_volume!!vol2\ndiskquota_warn!!80\ngroup!!staff\n" + rest + "0\n" + tail + "next_uid!!1200\n");
+    EXPECT_TRUE(contains(
+        log(),
+        "Default volume (gone) is not exist,  But found 1 volume(s). Use vol2 (id=vol2) as home volume."));
+    EXPECT_EQ(get("/etc/quillfold/account.conf"), "home_volume!!vol2\ndiskquota_warn!!80\ngroup!!staff\n" +
+                                                      rest + "0\n" + tail + "next_uid!!1200\n");
     put("/etc/quillfold/account.conf", "home_volume!!gone\n");
     sql().exec("DELETE FROM _volume");
     ASSERT_EQ(ksdb_import(h(), db(), KSDB_CAT_ACCOUNT), 0) << log();
@@ -132,7 +138,8 @@ TEST_F(AccountTest, HomeFoldersAndLookUps) {
     EXPECT_TRUE(contains(log(), "Cannot find uid 4242!"));
     sql().exec("INSERT INTO `$user` (id,uname,is_privileged) VALUES(1500,'dbonly',0)");  // not in passwd
     EXPECT_EQ(ksdb_create_user_home(h(), db(), 1500), KSDB_E_INVAL);
-    EXPECT_EQ(fake_calls(), (std::vector<FakeCall>{{"mkhomedir_helper", "alice"}, {"mkhomedir_helper", "admin"}}));
+    EXPECT_EQ(fake_calls(),
+              (std::vector<FakeCall>{{"mkhomedir_helper", "alice"}, {"mkhomedir_helper", "admin"}}));
     {
         ScopedEnv fail("KSDB_FAKE_FAIL", "mkhomedir_helper");
         EXPECT_EQ(ksdb_create_user_home(h(), db(), 1000), KSDB_E_COMMAND);
@@ -156,9 +163,11 @@ TEST_F(AccountTest, HomeFoldersAndLookUps) {
 
 // Guards: a home folder on the home volume matched to a local user.
 TEST_F(AccountTest, HomeFoldersOnTheHomeVolumeAreMatchedToDomainUsers) {
-    sql().exec("INSERT INTO _volume (id,lv_name,blk_size) VALUES('vol1','vol1',1024);"
-               "INSERT INTO account_default (home_volume_id) VALUES('vol1');"
-               "INSERT INTO `$user` (id,uname,is_privileged,rid) VALUES(200001,'jdoe',0,1105),(1000,'alice',0,NULL)");
+    sql().exec(
+        "INSERT INTO _volume (id,lv_name,blk_size) VALUES('vol1','vol1',1024);"
+        "INSERT INTO account_default (home_volume_id) VALUES('vol1');"
+        "INSERT INTO `$user` (id,uname,is_privileged,rid) "
+        "VALUES(200001,'jdoe',0,1105),(1000,'alice',0,NULL)");
     for (const char *d : {"/home/vol1/jdoe", "/home/vol1/alice"}) mkdirs(at(d));
     ASSERT_EQ(ksdb_import_users_with_existing_homes(h(), db()), 0) << log();
     EXPECT_TRUE(contains(log(), "The user of the home folder '/home/vol1/jdoe' is found"));

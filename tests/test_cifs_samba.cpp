@@ -118,18 +118,22 @@ TEST_F(CifsSambaTest, HostileValuesAreRefusedOrReadBackAsExactlyOneValue) {
         EXPECT_EQ(samba(), (Sections{{section, p}}));
     };
     auto param = [&](const char *key, std::string before, std::string after) {
-        return [=, &reads](const std::string &v) { reads({{key, kLists.count(key) ? entries(before + v + after) : before + v + after}}); };
+        return [=, &reads](const std::string &v) {
+            reads({{key, kLists.count(key) ? entries(before + v + after) : before + v + after}});
+        };
     };
     auto dfs = [&](const char *column) {
         return [this, column](const std::string &v) {
-            std::map<std::string, std::string> f = {{"folder", "link"}, {"address", "server"}, {"share", "docs"}};
+            std::map<std::string, std::string> f = {
+                {"folder", "link"}, {"address", "server"}, {"share", "docs"}};
             f[column] = v;
             EXPECT_EQ(get("/etc/quillfold/samba/dfs.conf"),
                       "1!!" + f["folder"] + "!!" + f["address"] + "!!pub!!vol1!!" + f["share"] + "\n");
         };
     };
     const std::vector<HostileColumn> columns = {
-        {"share", "name", "id=1", "'pre", "nl cr nul [ ] % bs ../", [&](const std::string &v) { reads({}, v); }},
+        {"share", "name", "id=1", "'pre", "nl cr nul [ ] % bs ../",
+         [&](const std::string &v) { reads({}, v); }},
         {"share", "comment", "id=1", "'docs'", "nl cr nul bs", param("comment", "\"", "\"")},
         {"share", "path", "id=1", "'docs'", "nl cr nul % bs", param("path", "", "")},
         {"$user", "uname", "id=1000", "'1000'", "nl cr nul dq % bs",
@@ -146,7 +150,8 @@ TEST_F(CifsSambaTest, HostileValuesAreRefusedOrReadBackAsExactlyOneValue) {
         {"cifs_dfs_option", "folder", "1", "'1/pre", "nl cr nul", dfs("folder")},
         {"cifs_dfs_option", "address", "1", "'1/link'", "nl cr nul", dfs("address")},
         {"cifs_dfs_option", "share", "1", "'1/link'", "nl cr nul", dfs("share")},
-        {"$application_on_share", "app_name", "1", "'vol1/docs:pre", "nl cr nul % ../", [](const std::string &) {}},
+        {"$application_on_share", "app_name", "1", "'vol1/docs:pre", "nl cr nul % ../",
+         [](const std::string &) {}},
     };
     ASSERT_EQ(export_cifs(), 0) << log();
     walk_hostile_values(root(), sql(), [&] { return export_cifs(); }, [&] { return log(); }, columns,

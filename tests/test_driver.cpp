@@ -176,7 +176,8 @@ TEST_F(DriverTest, AFailingStepLeavesTheTablesAndStopsItsPlanByTheRulesOfTheData
     EXPECT_EQ(db_.scalar("SELECT COUNT(*) FROM share"), "1");
     replace(kCifsShareImport, kRecorders[kCifsShareImport]);
     const auto plans = load_plans();
-    static const std::regex rule(R"re(fail (\w+) (\w+): (\w+)=(\d+) -> (\d+)(?: "([^"]*)")?(?: then (.*))?)re");
+    static const std::regex rule(
+        R"re(fail (\w+) (\w+): (\w+)=(\d+) -> (\d+)(?: "([^"]*)")?(?: then (.*))?)re");
     int rules = 0;
     for (const std::string &line : lines(read_file(KSDB_TEST_DATA_DIR "/plans.txt"))) {
         std::smatch m;
@@ -362,8 +363,9 @@ TEST_F(DriverTest, InstalledFaultReporterLogsTheFaultAndExitsWith14) {
     char address[17];
     std::snprintf(address, sizeof address, "%016lx", reinterpret_cast<unsigned long>(g_page));
     const std::string log = read_file(log_path);
-    EXPECT_TRUE(std::regex_search(
-        log, std::regex(R"(ksdb_signal:\d+ \(error\) Got SIGSEGV PC=[0-9a-f]{16} MA=)" + std::string(address) + "\n")))
+    EXPECT_TRUE(
+        std::regex_search(log, std::regex(R"(ksdb_signal:\d+ \(error\) Got SIGSEGV PC=[0-9a-f]{16} MA=)" +
+                                          std::string(address) + "\n")))
         << log;
     EXPECT_TRUE(std::regex_search(log, std::regex(R"(\(error\) 0: .+\n)"))) << log;
     EXPECT_NE(log.find("(error) Exiting now ...\n"), std::string::npos) << log;

@@ -53,8 +53,8 @@ struct Seen {
     Seen() {
         ksdb_observer obs{};
         obs.file = [](void *arg, const char *, const char *tmp, int phase, int status) {
-            static_cast<Seen *>(arg)->file.push_back(std::to_string(phase) + " " + std::to_string(status) + " " +
-                                                     (exists(tmp) ? read_file(tmp) : "<none>"));
+            static_cast<Seen *>(arg)->file.push_back(std::to_string(phase) + " " + std::to_string(status) +
+                                                     " " + (exists(tmp) ? read_file(tmp) : "<none>"));
         };
         obs.file_done = [](void *arg, const char *, int outcome, int status) {
             static_cast<Seen *>(arg)->outcomes.push_back(status == 0 ? outcome : -1);
@@ -150,9 +150,10 @@ TEST_F(FileUtilsTest, ReadersTakeRegularFilesOnlyAndNeverBlock) {
         ksdb::ConfFile conf(h(), live);
         EXPECT_EQ(conf.status(), KSDB_E_FILE) << live;
         EXPECT_FALSE(conf.missing()) << live;
-        EXPECT_EQ(ini_parse_file(real.c_str(), [](void *, const char *, const char *, const char *) { return 1; },
-                                 nullptr),
-                  -1)
+        EXPECT_EQ(
+            ini_parse_file(
+                real.c_str(), [](void *, const char *, const char *, const char *) { return 1; }, nullptr),
+            -1)
             << live;
         char line[16] = "junk";
         EXPECT_EQ(ksdb_file_get_one_line(real.c_str(), line, sizeof line), -1) << live;
@@ -161,8 +162,9 @@ TEST_F(FileUtilsTest, ReadersTakeRegularFilesOnlyAndNeverBlock) {
     EXPECT_NE(log().find("<" + at("/etc/fifo") + "> is not regular file. mode=10644\n"),
               std::string::npos)
         << log();
-    EXPECT_NE(log().find("<" + at("/etc/big") + "> is too large (33554433 bytes, at most 33554432 are read)\n"),
-              std::string::npos)
+    EXPECT_NE(
+        log().find("<" + at("/etc/big") + "> is too large (33554433 bytes, at most 33554432 are read)\n"),
+        std::string::npos)
         << log();
     // A bounded load of a large file reads only what it asked for.
     size_t len = 0;

@@ -11,7 +11,8 @@ class FixtureTest : public RootTest {};
 
 // Guards: the recording fakes losing or splitting arguments.
 TEST_F(FixtureTest, FakesRecordArgumentsExactly) {
-    std::string cmd = "btrfs subvolume create '" + at("/vol/._share") + "' && chattr +c 'a b' \"$(printf 'x\\ny')\"";
+    std::string cmd =
+        "btrfs subvolume create '" + at("/vol/._share") + "' && chattr +c 'a b' \"$(printf 'x\\ny')\"";
     ASSERT_EQ(std::system(cmd.c_str()), 0);
     auto calls = fake_calls();
     ASSERT_EQ(calls.size(), 2u);

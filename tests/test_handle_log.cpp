@@ -192,9 +192,9 @@ TEST(ExitLog, SuccessOnlyAtDebugFailureAtErrorAndInTheDomainLog) {
     ksdb::logged(quiet, "ksdb_api", 1, "ksdb_import", [] { return 4; });
     auto ads = lines(read_file(root / "var/log/kestravad/ads.log"));
     ASSERT_EQ(ads.size(), 3u);
-    EXPECT_TRUE(std::regex_match(ads[0], std::regex(R"(^\[\d\d-\d\d-\d\d \d\d:\d\d:\d\d\] )" +
-                                                    pid_text() +
-                                                    R"( ksdb_cifs:13 error: ksdb_cifs_share_import\(\) ==> 3 \(\d+ms\)$)")))
+    EXPECT_TRUE(std::regex_match(
+        ads[0], std::regex(R"(^\[\d\d-\d\d-\d\d \d\d:\d\d:\d\d\] )" + pid_text() +
+                           R"( ksdb_cifs:13 error: ksdb_cifs_share_import\(\) ==> 3 \(\d+ms\)$)")))
         << ads[0];
     EXPECT_NE(ads[2].find("ksdb_api:1 error: ksdb_import() ==> 4"), std::string::npos);
 }

@@ -116,7 +116,8 @@ TEST(MiscCommand, ExecScanfAndSafeSystem) {
 // Guards: the admin names matched case-sensitively or by prefix; the domain
 // administrator outside "ads" mode or without a workgroup; the guest ids.
 TEST_F(MiscTest, AdminsAndGuests) {
-    for (const char *admin : {"ADMIN", "admin", "administrator"}) EXPECT_EQ(ksdb_is_admin_user(h(), admin), 1);
+    for (const char *admin : {"ADMIN", "admin", "administrator"})
+        EXPECT_EQ(ksdb_is_admin_user(h(), admin), 1);
     for (const char *other : {"@ADMIN", "root", "admin2"}) EXPECT_EQ(ksdb_is_admin_user(h(), other), 0);
     EXPECT_DEATH(ksdb_is_admin_user(h(), nullptr), "username");
 

@@ -149,7 +149,8 @@ TEST_F(PlatformQgroup, FailuresAreNegativeErrnos) {
     EXPECT_TRUE(fake_calls("btrfs").empty());
     mkdirs(at("/vol1/share1"));
     // No quota group in the output; unreadable figures; a failing command.
-    for (auto [figures, rc] : std::vector<std::pair<const char *, int>>{{"-", -ENOENT}, {"12k 4k none", -EPROTO}}) {
+    for (auto [figures, rc] :
+         std::vector<std::pair<const char *, int>>{{"-", -ENOENT}, {"12k 4k none", -EPROTO}}) {
         ScopedEnv env("KSDB_FAKE_QGROUP", figures);
         EXPECT_EQ(info(at("/vol1/share1")), std::to_string(rc)) << figures;
     }

@@ -85,28 +85,45 @@ struct GuardedColumn {
     bool daemon;  // a daemon's own file (the second list of hostile texts)
 };
 
-#define CIFS(column, good) {KSDB_CAT_CIFS_SERVICE, "service_cifs", column, "rowid 1", good, kAllButBlank, false}
+#define CIFS(column, good) \
+    { KSDB_CAT_CIFS_SERVICE, "service_cifs", column, "rowid 1", good, kAllButBlank, false }
 #define FTP(column, good) {KSDB_CAT_FTP_SERVICE, "service_ftp", column, "rowid 1", good, kAll, false}
 #define SNMP(column, good, r) {KSDB_CAT_SNMP_SERVICE, "service_snmp", column, "rowid 1", good, r, true}
 const GuardedColumn kGuarded[] = {
-    CIFS("allow_trusted_domains", "0"), CIFS("hostname_lookups", "0"), CIFS("map_to_guest", "Never"),
-    CIFS("oplocks", "1"), CIFS("orgunit", "Sales"), CIFS("restrict_ou", "Staff"),
-    CIFS("no_sync_ads", "0"), CIFS("idmap_backend", "rid"), CIFS("password_server", "dc1"),
-    CIFS("realm", "EXAMPLE.COM"), CIFS("security", "user"), CIFS("workgroup", "WORKGROUP"),
+    CIFS("allow_trusted_domains", "0"),
+    CIFS("hostname_lookups", "0"),
+    CIFS("map_to_guest", "Never"),
+    CIFS("oplocks", "1"),
+    CIFS("orgunit", "Sales"),
+    CIFS("restrict_ou", "Staff"),
+    CIFS("no_sync_ads", "0"),
+    CIFS("idmap_backend", "rid"),
+    CIFS("password_server", "dc1"),
+    CIFS("realm", "EXAMPLE.COM"),
+    CIFS("security", "user"),
+    CIFS("workgroup", "WORKGROUP"),
     CIFS("domain_admin_user", "Administrator"),
     {KSDB_CAT_CIFS_SERVICE, "_volume", "lv_name", "id 1", "c", kAllButBlank, false},
     {KSDB_CAT_CIFS_SERVICE, "smb_username_map", "unix_uname", "id 1", "alice", kAll, false},
     {KSDB_CAT_CIFS_SERVICE, "smb_username_map", "smb_uname", "id 1", "ALICE", kAll, false},
     {KSDB_CAT_CIFS_SERVICE, "smb_username_map", "type", "id 1", "UNAME", kAll, false},
     {KSDB_CAT_NFS_SERVICE, "service_nfs", "domain", "rowid 1", "example.com", kAll, false},
-    FTP("port", "21"), FTP("passive_range_min", "32768"), FTP("passive_range_max", "65535"),
-    FTP("max_upload_rate", "0"), FTP("max_download_rate", "0"), FTP("masquerade", "192.0.2.10"),
+    FTP("port", "21"),
+    FTP("passive_range_min", "32768"),
+    FTP("passive_range_max", "65535"),
+    FTP("max_upload_rate", "0"),
+    FTP("max_download_rate", "0"),
+    FTP("masquerade", "192.0.2.10"),
     {KSDB_CAT_DEFAULT_SERVICE, "service_misc", "key", "", "MOTTO", kAll, false},
     {KSDB_CAT_DEFAULT_SERVICE, "service_misc", "val", "MOTTO", "my files", kLineBreaks, false},
-    {KSDB_CAT_DEFAULT_SERVICE, "service_snmp", "location", "SNMP_LOCATION", "Server room 2", kLineBreaks, false},
-    {KSDB_CAT_REPLICATE_SERVICE, "service_replicate", "owner", "rowid 1", "alice@example.com", kLineBreaks, false},
-    SNMP("allow_host", "10.0.0.0/8", kAll), SNMP("community", "public", kAll),
-    SNMP("trap_destination", "10.0.0.1", kAll), SNMP("contact", "ops team", kAllButBlank),
+    {KSDB_CAT_DEFAULT_SERVICE, "service_snmp", "location", "SNMP_LOCATION", "Server room 2", kLineBreaks,
+     false},
+    {KSDB_CAT_REPLICATE_SERVICE, "service_replicate", "owner", "rowid 1", "alice@example.com", kLineBreaks,
+     false},
+    SNMP("allow_host", "10.0.0.0/8", kAll),
+    SNMP("community", "public", kAll),
+    SNMP("trap_destination", "10.0.0.1", kAll),
+    SNMP("contact", "ops team", kAllButBlank),
     SNMP("location", "Server room 2", kAllButBlank),
     {KSDB_CAT_ANTIVIRUS_SERVICE, "_volume", "lv_name", "id 1", "c", kAllButBlank, true},
     {KSDB_CAT_ANTIVIRUS_SERVICE, "share", "path", "name lun1", "/c/lun 1", kAllButBlank, true},
@@ -128,8 +145,9 @@ const std::vector<std::pair<const char *, const char *>> kHostile[] = {
 // after some file was already replaced.
 TEST_F(ServiceTest, HostileValuesInEveryGuardedColumnAreRefusedBeforeAnyFileIsWritten) {
     valid_rows();
-    for (int cat : {KSDB_CAT_DEFAULT_SERVICE, KSDB_CAT_CIFS_SERVICE, KSDB_CAT_NFS_SERVICE, KSDB_CAT_FTP_SERVICE,
-                    KSDB_CAT_REPLICATE_SERVICE, KSDB_CAT_SNMP_SERVICE, KSDB_CAT_ANTIVIRUS_SERVICE})
+    for (int cat :
+         {KSDB_CAT_DEFAULT_SERVICE, KSDB_CAT_CIFS_SERVICE, KSDB_CAT_NFS_SERVICE, KSDB_CAT_FTP_SERVICE,
+          KSDB_CAT_REPLICATE_SERVICE, KSDB_CAT_SNMP_SERVICE, KSDB_CAT_ANTIVIRUS_SERVICE})
         ASSERT_EQ(ksdb_export(h(), db(), cat), 0) << ksdb_cat2str(cat) << log();
     const auto written = files();
     for (const GuardedColumn &g : kGuarded) {
@@ -145,10 +163,13 @@ TEST_F(ServiceTest, HostileValuesInEveryGuardedColumnAreRefusedBeforeAnyFileIsWr
                 continue;
             const size_t mark = log().size();
             EXPECT_EQ(ksdb_export(h(), db(), g.category), KSDB_E_INVAL) << g.column << ": " << bad;
-            const std::string row = *g.row ? g.row : replace_all(replace_all(bad, "\n", "\\x0a"), "\r", "\\x0d");
-            EXPECT_NE(log().find(std::string("Refused ") + g.table + "." + g.column + " of '" + row + "'", mark),
-                      std::string::npos)
-                << bad << "\n" << log().substr(mark);
+            const std::string row =
+                *g.row ? g.row : replace_all(replace_all(bad, "\n", "\\x0a"), "\r", "\\x0d");
+            EXPECT_NE(
+                log().find(std::string("Refused ") + g.table + "." + g.column + " of '" + row + "'", mark),
+                std::string::npos)
+                << bad << "\n"
+                << log().substr(mark);
             EXPECT_EQ(files(), written) << g.column << ": " << bad;
             sql().exec(set + sql_quoted(g.good) + " WHERE " + g.column + "=" + sql_quoted(bad));
         }
@@ -193,7 +214,8 @@ TEST_F(ServiceTest, SourcingTheSettingsFilesGivesTheStoredTextsAndRunsNothing) {
     std::vector<std::string> names;
     for (size_t i = 0; i < values.size(); ++i) {
         names.push_back("FREE_" + std::to_string(i));
-        sql().exec("INSERT INTO service_misc (key,val) VALUES('" + names.back() + "'," + sql_quoted(values[i]) + ")");
+        sql().exec("INSERT INTO service_misc (key,val) VALUES('" + names.back() + "'," +
+                   sql_quoted(values[i]) + ")");
     }
     sql().exec("INSERT INTO service_snmp (location) VALUES(" + sql_quoted(values[1]) + ")");
     sql().exec("INSERT INTO service_ssh (port) VALUES(" + sql_quoted(values[2]) + ")");
@@ -207,12 +229,14 @@ TEST_F(ServiceTest, SourcingTheSettingsFilesGivesTheStoredTextsAndRunsNothing) {
     sql().exec("DELETE FROM service_misc; DELETE FROM service_snmp");
     ASSERT_EQ(ksdb_import(h(), db(), KSDB_CAT_DEFAULT_SERVICE), 0) << log();
     for (size_t i = 0; i < values.size(); ++i)
-        EXPECT_EQ(sql().scalar("SELECT val FROM service_misc WHERE key='FREE_" + std::to_string(i) + "'"), values[i]);
+        EXPECT_EQ(sql().scalar("SELECT val FROM service_misc WHERE key='FREE_" + std::to_string(i) + "'"),
+                  values[i]);
     EXPECT_EQ(sql().scalar("SELECT location FROM service_snmp"), values[1]);
 
     sql().exec("DELETE FROM service_nfs; INSERT INTO service_nfs (threads,nfsv4) VALUES(8,0)");
     ASSERT_EQ(ksdb_export(h(), db(), KSDB_CAT_NFS_SERVICE), 0);
-    EXPECT_EQ(source(at("/etc/default/nfs-kernel-server"), {"RPCNFSDCOUNT", "RPCNFSDARGS", "RPCMOUNTDOPTS", "NEED_SVCGSSD"}),
+    EXPECT_EQ(source(at("/etc/default/nfs-kernel-server"),
+                     {"RPCNFSDCOUNT", "RPCNFSDARGS", "RPCMOUNTDOPTS", "NEED_SVCGSSD"}),
               (std::vector<std::string>{"8", "--no-nfs-version 4", "--manage-gids --no-nfs-version 4", ""}));
 }
 
@@ -267,7 +291,8 @@ TEST_F(ServiceTest, SambaAcceptsTheWholeGeneratedConfigurationInEveryState) {
                "realm='CORP.EXAMPLE.COM',domain_admin_user='Administrator',allow_trusted_domains=1,"
                "idmap_backend='tdb',join_ads_failed=1");
     EXPECT_EQ(check_smb(&out), 0) << out;
-    EXPECT_TRUE(contains(get("/etc/quillfold/samba/Shares.conf"), "  admin users = \"+admin\",\"CORP\\Administrator\"\n"));
+    EXPECT_TRUE(contains(get("/etc/quillfold/samba/Shares.conf"),
+                         "  admin users = \"+admin\",\"CORP\\Administrator\"\n"));
     put("/smb.check.conf", get("/smb.check.conf") + " oplocks = maybe\n");
     EXPECT_NE(run_checker("check-smb.sh", at("/smb.check.conf"), &out), 0) << out;
 }
@@ -281,10 +306,11 @@ TEST_F(ServiceTest, ProftpdAcceptsTheGeneratedFilesInEveryState) {
     put(dir + "User.conf", "<Limit LOGIN>\n  AllowAll\n</Limit>\n");
     put(dir + "Anonymous.conf", "<Anonymous " + root() + ">\n  User guest\n  Group guest\n</Anonymous>\n");
     mkdirs(at("/etc/quillfold/apache"));
-    ASSERT_EQ(std::system(("openssl req -x509 -newkey rsa:2048 -nodes -days 1 -subj /CN=nas1 -keyout '" + pem +
-                           "' -out '" + pem + ".crt' >/dev/null 2>&1 && cat '" + pem + ".crt' >>'" + pem + "'")
-                              .c_str()),
-              0);
+    ASSERT_EQ(
+        std::system(("openssl req -x509 -newkey rsa:2048 -nodes -days 1 -subj /CN=nas1 -keyout '" + pem +
+                     "' -out '" + pem + ".crt' >/dev/null 2>&1 && cat '" + pem + ".crt' >>'" + pem + "'")
+                        .c_str()),
+        0);
     auto check = [&](std::string *out) {
         EXPECT_EQ(ksdb_export(h(), db(), KSDB_CAT_FTP_SERVICE), 0) << log();
         put(dir + "ftps.conf", replace_all(get(dir + "ftps.conf"), " /etc/", " " + root() + "/etc/"));
@@ -317,12 +343,14 @@ TEST_F(ServiceTest, LookUpsAndTheDosCodePage) {
     EXPECT_EQ(ksdb_is_service_ssh_enabled(h(), db()), 1);
     sql().exec("DROP TABLE service_ssh");
     EXPECT_EQ(ksdb_is_service_ssh_enabled(h(), db()), -1);
-    EXPECT_TRUE(contains(log(), "(error) ksdb_is_service_ssh_enabled: Error in query (SELECT `service_ssh`)\n"));
+    EXPECT_TRUE(
+        contains(log(), "(error) ksdb_is_service_ssh_enabled: Error in query (SELECT `service_ssh`)\n"));
 
     sql().exec("INSERT INTO service_cifs (user_home_directory,security) VALUES(0,'user')");
     for (const auto &[lang, page] : std::vector<std::pair<std::string, std::string>>{
              {"ko", "CP949"}, {"zh-tw", "CP950"}, {"zh-cn", "CP936"}, {"pl", "CP1250"}, {"ru", "CP1251"}}) {
-        sql().exec("DELETE FROM service_misc; INSERT INTO service_misc (key,val) VALUES('LANGUAGE','" + lang + "')");
+        sql().exec("DELETE FROM service_misc; INSERT INTO service_misc (key,val) VALUES('LANGUAGE','" + lang +
+                   "')");
         ASSERT_EQ(ksdb_export(h(), db(), KSDB_CAT_CIFS_SERVICE), 0);
         EXPECT_TRUE(contains(get("/etc/samba/smb.conf"), "\n dos charset = " + page + "\n")) << lang;
     }
@@ -331,10 +359,15 @@ TEST_F(ServiceTest, LookUpsAndTheDosCodePage) {
 // Guards: a text object identifier (it would add a directive) written; the
 // platform's identifier not used.
 TEST_F(ServiceTest, TheSnmpObjectIdentifierIsThePlatformsNumericOne) {
-    object_id([](char *buffer, size_t size) -> int { return std::snprintf(buffer, size, "1.3.6.1.4.1.99999.7") < 0; });
+    object_id([](char *buffer, size_t size) -> int {
+        return std::snprintf(buffer, size, "1.3.6.1.4.1.99999.7") < 0;
+    });
     ASSERT_EQ(ksdb_export(h(), db(), KSDB_CAT_SNMP_SERVICE), 0) << log();
-    EXPECT_EQ(get("/etc/snmp/snmpd.conf").find("sysDescr Kestrava OS\nsysObjectID 1.3.6.1.4.1.99999.7\n"), 0u);
-    object_id([](char *buffer, size_t size) -> int { return std::snprintf(buffer, size, "1.3.6.1\nrwcommunity evil") < 0; });
+    EXPECT_EQ(get("/etc/snmp/snmpd.conf").find("sysDescr Kestrava OS\nsysObjectID 1.3.6.1.4.1.99999.7\n"),
+              0u);
+    object_id([](char *buffer, size_t size) -> int {
+        return std::snprintf(buffer, size, "1.3.6.1\nrwcommunity evil") < 0;
+    });
     ASSERT_EQ(ksdb_export(h(), db(), KSDB_CAT_SNMP_SERVICE), 0) << log();
     EXPECT_FALSE(contains(get("/etc/snmp/snmpd.conf"), "sysObjectID"));
     EXPECT_FALSE(contains(get("/etc/snmp/snmpd.conf"), "evil"));
@@ -354,9 +387,11 @@ TEST_F(ServiceTest, HostNameLookupsAreOnExactlyWhenAnEntryNamesAHost) {
                "INSERT INTO host_acl (share_id,host_id,proto,read,write) VALUES"
                "(1,1,'cifs',1,0),(1,2,'cifs',1,0),(1,3,'ftp',1,0),(1,4,'nfs',1,0)");
     auto switches = [&] {
-        return sql().scalar("SELECT hostname_lookups||(SELECT use_reverse_dns FROM service_ftp) FROM service_cifs");
+        return sql().scalar(
+            "SELECT hostname_lookups||(SELECT use_reverse_dns FROM service_ftp) FROM service_cifs");
     };
-    for (const char *proto : {"nfs", "CIFS", "afp", ""}) EXPECT_EQ(ksdb_service_update_setting_by_share(h(), db(), proto), 0);
+    for (const char *proto : {"nfs", "CIFS", "afp", ""})
+        EXPECT_EQ(ksdb_service_update_setting_by_share(h(), db(), proto), 0);
     EXPECT_EQ(switches(), "77");
     EXPECT_EQ(ksdb_service_update_setting_by_share(h(), db(), "cifs"), 0);
     EXPECT_EQ(ksdb_service_update_setting_by_share(h(), db(), "ftp"), 0);

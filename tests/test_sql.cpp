@@ -157,10 +157,16 @@ TEST_F(SqlTest, TypedGettersConvertCheckAndFailDifferentlyOnPurpose) {
 
 // Guards: unquoted values; the update run after a failed insert.
 TEST_F(SqlTest, MprintfQuotesAndInsertThenUpdateRunsTheUpdateOnlyAfterTheInsert) {
-    ASSERT_EQ(ksdb_sql_exec(h_, db_, nullptr, "m", 1, "CREATE TABLE `t w` (k INT PRIMARY KEY, v TEXT NOT NULL, w TEXT)"), 0);
-    ASSERT_EQ(ksdb_sql_exec_mprintf(h_, db_, nullptr, "m", 1, "INSERT INTO `%w` VALUES(1,%Q,'kept')", "t w", "it's"), 0);
+    ASSERT_EQ(ksdb_sql_exec(h_, db_, nullptr, "m", 1,
+                            "CREATE TABLE `t w` (k INT PRIMARY KEY, v TEXT NOT NULL, w TEXT)"),
+              0);
+    ASSERT_EQ(ksdb_sql_exec_mprintf(h_, db_, nullptr, "m", 1, "INSERT INTO `%w` VALUES(1,%Q,'kept')", "t w",
+                                    "it's"),
+              0);
     char *v = nullptr;
-    ASSERT_EQ(ksdb_sql_get_scaler_mprintf(h_, db_, nullptr, "m", 1, &v, "SELECT v FROM `t w` WHERE v=%Q", "it's"), 0);
+    ASSERT_EQ(
+        ksdb_sql_get_scaler_mprintf(h_, db_, nullptr, "m", 1, &v, "SELECT v FROM `t w` WHERE v=%Q", "it's"),
+        0);
     EXPECT_STREQ(v, "it's");
 
     using ksdb::sql_printf;
@@ -168,9 +174,11 @@ TEST_F(SqlTest, MprintfQuotesAndInsertThenUpdateRunsTheUpdateOnlyAfterTheInsert)
         return ksdb::sql_insert_then_update(h_, db_, KSDB_TAG, sql_printf("%s", insert),
                                             sql_printf("%s", update));
     };
-    EXPECT_EQ(both("INSERT OR IGNORE INTO `t w` (k,v) VALUES(1,'')", "UPDATE `t w` SET v='new' WHERE k=1"), 0);
+    EXPECT_EQ(both("INSERT OR IGNORE INTO `t w` (k,v) VALUES(1,'')", "UPDATE `t w` SET v='new' WHERE k=1"),
+              0);
     EXPECT_EQ(both("INSERT INTO nosuch VALUES(1)", "UPDATE `t w` SET v='no'"), SQLITE_ERROR);
-    EXPECT_EQ(both("INSERT OR IGNORE INTO `t w` (k,v) VALUES(2,'x')", "UPDATE nosuch SET v='no'"), SQLITE_ERROR);
+    EXPECT_EQ(both("INSERT OR IGNORE INTO `t w` (k,v) VALUES(2,'x')", "UPDATE nosuch SET v='no'"),
+              SQLITE_ERROR);
     EXPECT_EQ(db_.rows("SELECT * FROM `t w` ORDER BY k"), (Rows{"1|new|kept", "2|x|<NULL>"}));
 }
 

@@ -43,7 +43,8 @@ class VolumeTest : public RootTest {
             g_scan_root = root ? root : "<none>";
             if (g_scan_result != 0) return g_scan_result;
             list->count = static_cast<int>(g_volumes.size());
-            list->volumes = static_cast<ksdb_volume_entry *>(calloc(g_volumes.size() + 1, sizeof *list->volumes));
+            list->volumes =
+                static_cast<ksdb_volume_entry *>(calloc(g_volumes.size() + 1, sizeof *list->volumes));
             std::copy(g_volumes.begin(), g_volumes.end(), list->volumes);
             return 0;
         };
