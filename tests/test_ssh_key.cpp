@@ -126,24 +126,6 @@ TEST_F(SshKeyTest, EveryGeneratedKeyLineIsReadBySshKeygen) {
     EXPECT_NE(keygen_reads("ssh-ed25519 AAAAnotakey"), 0) << "the checker accepts anything";
 }
 
-// Guards: more keys imported than the limit.
-TEST_F(SshKeyTest, TheKeyAfterTheLimitIsNotImported) {
-    std::string store = "{\"version\":3,\"ssh_authorized_keys\":[";
-    for (int i = 0; i < 257; ++i)
-        store += std::string(i ? "," : "") + "{\"title\":\"k" + std::to_string(i) +
-                 "\",\"user_id\":1000,\"serve_for\":\"all\",\"type\":\"ssh-ed25519\",\"key\":\"AAAA" +
-                 std::to_string(i) + "\",\"comment\":null}";
-    put("/etc/quillfold/ssh_authorized_keys.conf", store + "]}");
-    ASSERT_EQ(ksdb_import(h(), db(), KSDB_CAT_AUTHORIZED_SSH_PUBLIC_KEY), 0) << log();
-    int n = 0;
-    EXPECT_EQ(ksdb_get_number_of_ssh_public_key(h(), db(), &n), 0);
-    EXPECT_EQ(n, 256);
-    EXPECT_EQ(sql().scalar("SELECT count(*) FROM ssh_public_key WHERE Title='k256'"), "0");
-    EXPECT_NE(log().find("The number of SSH public key overflows. Maximum is 256. Skip importing "
-                         "the rest keys."),
-              std::string::npos);
-}
-
 // Guards: a broken key store kept or its keys imported.
 TEST_F(SshKeyTest, ABrokenStoreIsReplacedByAnEmptyOne) {
     for (const char *broken :
