@@ -1,9 +1,7 @@
-// Shares over AFP, beyond the case folders of tests/cases/afp-share:
-// hostile values in every guarded column (no netatalk checker runs offline:
-// what is accepted is read back by the section reader), a lossless round
-// trip through export and import with the USB import, the replacement
-// rules, the server file's time, the Time Machine folder, and the number of
-// statements an export runs.
+// Shares over AFP beyond their case folders: hostile values (no netatalk
+// checker runs offline: the section reader reads accepted ones back), the
+// replacement rules, the server file's time, the Time Machine folder and
+// the number of statements an export runs.
 #define KSDB_MODULE "test_afp"
 #include "core/ksdb_areas.h"
 #include "core/ksdb_internal.h"
@@ -21,10 +19,6 @@ namespace {
 using Rows = std::vector<std::string>;
 // "section/key" -> value, as the section reader hands them out.
 using Keys = std::map<std::string, std::string>;
-
-bool contains(const std::string &text, const std::string &part) {
-    return text.find(part) != std::string::npos;
-}
 
 Keys read_sections(const std::string &path) {
     Keys out;
@@ -44,20 +38,6 @@ class AfpTest : public RootTest {
         for (const char *v : {"/vol1/._share", "/USB/._share", "/media/._share"}) mkdirs(at(v));
     }
     int export_afp() { return ksdb_export(h(), db(), KSDB_CAT_AFP_SHARE); }
-    int in_transaction(int (*step)(ksdb_handle *, sqlite3 *)) {
-        EXPECT_EQ(ksdb_sql_begin(h(), db(), nullptr, KSDB_TAG), 0);
-        const int rc = step(h(), db());
-        EXPECT_EQ(ksdb_sql_commit(h(), db(), nullptr, KSDB_TAG), 0);
-        return rc;
-    }
-    Rows settings() {
-        Rows out = sql().rows("SELECT * FROM afp_share_option ORDER BY share_id");
-        for (const char *t : {"user_acl", "group_acl"})
-            for (const std::string &r : sql().rows(std::string("SELECT * FROM ") + t +
-                                                   " WHERE proto='afp' ORDER BY 1,2"))
-                out.push_back(std::string(t) + ":" + r);
-        return out;
-    }
 };
 
 }  // namespace
@@ -114,53 +94,6 @@ TEST_F(AfpTest, HostileValuesAreRefusedOrReadBackAsExactlyOneValue) {
                          {",", ","}, {"bs", "\\"}, {"$()", "$(id)"}, {"../", "../"}});
 }
 
-// Shares whose settings the files carry whole come back exactly: export,
-// empty the option and access tables, import the volume and the USB shares.
-TEST_F(AfpTest, LosslessSettingsSurviveExportAndImport) {
-    sql().exec(
-        "INSERT INTO _volume (id,lv_name,blk_size) VALUES('vol1','vol1',1),('media','media',0);"
-        "INSERT INTO `$user` (id,uname,group_id,is_privileged,rid) VALUES(1000,'alice',100,0,NULL),"
-        "(1001,'bob',100,0,NULL);"
-        "INSERT INTO `$group` (id,gname,is_privileged,rid) VALUES(100,'staff',0,NULL),"
-        "(101,'eng',0,NULL);"
-        "INSERT INTO share (id,zfs_name,volume_id,name,path,user_id,group_id) VALUES"
-        "(1,'vol1/a','vol1','a','/vol1/a',0,0),(2,'vol1/b','vol1','b','/vol1/b',0,0),"
-        "(3,'vol1/c','vol1','c','/vol1/c',0,0),(4,'vol1/d','vol1','d','/vol1/d',0,0),"
-        "(5,'media/e','media','e','/media/e',0,0);"
-        "INSERT INTO afp_share_option (share_id,available,afp_access,afp_guest_access,afp_fperm,"
-        "afp_dperm) VALUES(1,1,'writeable',1,NULL,NULL),(2,1,'readonly',0,416,488),"
-        "(3,1,'disabled',0,420,NULL),(4,0,'writeable',0,NULL,493),(5,1,'readonly',1,NULL,NULL);"
-        "INSERT INTO user_acl (share_id,user_id,proto,read,write) VALUES(1,1000,'afp',1,0),"
-        "(2,1001,'afp',1,1),(3,1000,'afp',1,0),(3,1001,'afp',1,1),(5,1000,'afp',1,1);"
-        "INSERT INTO group_acl (share_id,group_id,proto,read,write) VALUES(1,101,'afp',1,0),"
-        "(2,100,'afp',1,1),(3,101,'afp',1,0),(3,100,'afp',1,1)");
-    // The USB share has no folder: the volume import does not see it.
-    for (const char *f : {"/vol1/a", "/vol1/b", "/vol1/c", "/vol1/d"}) mkdirs(at(f));
-    ASSERT_EQ(export_afp(), 0) << log();
-    const Rows before = settings();
-    ASSERT_EQ(before.size(), 14u);
-    sql().exec("DELETE FROM afp_share_option; DELETE FROM user_acl; DELETE FROM group_acl");
-    ASSERT_EQ(ksdb_import(h(), db(), KSDB_CAT_AFP_SHARE), 0) << log();
-    EXPECT_EQ(sql().scalar("SELECT count(*) FROM afp_share_option WHERE share_id=5"), "0");
-    ASSERT_EQ(in_transaction(ksdb_afp_usb_share_import), 0) << log();
-    EXPECT_EQ(settings(), before);
-}
-
-TEST_F(AfpTest, UsbImportReadsOnlyTheSharesUnderMediaAndMissingFilesAreNoError) {
-    sql().exec("INSERT INTO share (id,zfs_name,volume_id,name,path,user_id,group_id) VALUES"
-               "(1,'media/stick','media','stick','/media/stick',0,0),"
-               "(2,'vol1/data','vol1','data','/vol1/data',0,0)");
-    EXPECT_EQ(in_transaction(ksdb_afp_usb_share_import), 0);  // no USB file at all
-    put("/run/usb/netatalk/Shares.conf",
-        "[stick]\n  path = /media/stick\n[data]\n  path = /vol1/data\n[esc]\n"
-        "  path = /media/../vol1/data\n[gone]\n  path = /media/gone\n");
-    put("/media/._share/stick/afp.conf", "[stick]\n  available = 0\n  read only = yes\n");
-    put("/vol1/._share/data/afp.conf", "[data]\n  available = 1\n");
-    ASSERT_EQ(in_transaction(ksdb_afp_usb_share_import), 0) << log();
-    EXPECT_EQ(sql().rows("SELECT share_id,available,afp_access FROM afp_share_option"),
-              Rows{"1|0|readonly"});
-}
-
 // A share's own file that cannot be replaced ends the export with 5: the
 // files replaced before it stay, neither global file is replaced.  The
 // server's main file is touched only after a good export, and never made.
@@ -192,6 +125,7 @@ TEST_F(AfpTest, AFailedOwnFileKeepsTheGlobalFilesAndTheServerFileIsTouchedAfterS
     EXPECT_EQ(get("/etc/netatalk/afp.conf"), "[Global]\n");
 }
 
+// Guards: a Time Machine folder that is a file, missing or outside the root.
 TEST_F(AfpTest, TheTimeMachineFolderIsTheHomeVolumesOwn) {
     EXPECT_EQ(ksdb_is_timemachine_path_valid(h(), db()), 0);
     EXPECT_TRUE(contains(log(), "(error) home_volume_id is empty!\n"));

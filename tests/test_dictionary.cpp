@@ -44,6 +44,7 @@ constexpr char kHardwareItems[] = R"(<Language code="en" spell="English">
 </Language>
 )";
 
+// Guards: items of other hardware kept; an unnamed type treated as known.
 TEST_F(DictionaryTest, OnKnownHardwareOnlyItemsOfItsTypeAreKept) {
     dictionary(kHardwareItems);
     h()->sys_info->hw_type = 2;

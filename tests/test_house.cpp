@@ -88,6 +88,7 @@ const std::map<std::string, int> kAllowed = {
     {"storage/ksdb_btrfs_utils.cpp: open", 1},
 };
 
+// Guards: area code calling the file system around the shared helpers.
 TEST(House, AreaCodeCallsNoFileSystemFunctionDirectly) {
     // The scanner itself: calls are found, helpers, members and text are not.
     const std::string probe = "/tmp/ksdb-house-probe.cpp";

@@ -25,6 +25,7 @@ class ShareCommonTest : public RootTest {
 
 }  // namespace
 
+// Guards: quoted separators split; long or unterminated names accepted.
 TEST_F(ShareCommonTest, StrictListsKeepQuotedSeparatorsAndRefuseLongOrOpenNames) {
     std::vector<std::string> out;
     ASSERT_EQ(shares::split_list_strict(h(), "\"a, b\" ,c,, \"@d\"", ',', &out), 0);
@@ -41,6 +42,7 @@ TEST_F(ShareCommonTest, StrictListsKeepQuotedSeparatorsAndRefuseLongOrOpenNames)
     EXPECT_EQ(shares::split_list("a\",\"b , \"c\"", ','), (Rows{"a", "b", "c"}));
 }
 
+// Guards: entries stored for unknown accounts or twice; host ids not reused.
 TEST_F(ShareCommonTest, AccountAndHostEntriesInEveryProtocolsForm) {
     // Without domain marks the whole name counts (a backslash included);
     // an unknown account is skipped; without the update an entry is kept.
@@ -71,6 +73,7 @@ TEST_F(ShareCommonTest, AccountAndHostEntriesInEveryProtocolsForm) {
     EXPECT_NE(log().find("(error) ins\n"), std::string::npos);
 }
 
+// Guards: access words or the USB line copy.
 TEST_F(ShareCommonTest, AccessWordsAndUsbLineCopies) {
     EXPECT_STREQ(shares::access_word(1), "writeable");
     EXPECT_STREQ(shares::access_word(7), "disabled");

@@ -17,18 +17,25 @@
 //                                          text, may repeat; shown when the law fails)
 //                log: text                 a line the export's or import's log must hold
 //                                          (may repeat)
+//                export-call: NAME         a call no category makes, run in place of the
+//                import-call: NAME         category's export or import
+//                                          (ksdb_account_export, ksdb_avahi_service_*)
 //   given/     a tree put below the debug root before each law (a volume is
 //              a folder holding ._share; empty folders hold a file ".keep",
 //              which is not copied)
 //   db.sql     statements run after ksdb_create on the export law's database
 //   expect/    every file the export must leave, byte for byte, at its path
-//              below the root ("expect/etc/exports" is ROOT/etc/exports)
+//              below the root ("expect/etc/exports" is ROOT/etc/exports);
+//              "{fsid:VOLUME}" stands for the file-system id of ROOT/VOLUME
 //   modes      optional: "<octal mode> <uid>:<gid> <live path>" per line,
 //              checked after the export
 //   calls      optional: the calls the export must make of the recording
 //              fakes, in order, one per line, the program and its arguments
 //              separated by tabs, "{root}" standing for the debug root
 //   absent     optional: live paths, one per line, the export must not write
+//              (the import law reads given/ and expect/ without them); the
+//              laws run in the root, so "/pwned" is where an injected
+//              "touch pwned" would leave its file
 //   seed.sql   statements run after ksdb_create before the import
 //   rows       the import's rows: a line "> QUERY" followed by the rows the
 //              query must give, one per line, columns joined by "|", NULL as
@@ -50,16 +57,20 @@ struct CaseSpec {
     int import_status = 0;
     std::vector<std::string> losses;
     std::vector<std::string> log_lines;
+    std::string export_call, import_call;
 };
+
+// Copies every file below `from` to the same path below `to` (".keep" files
+// only make their folders).
+void copy_tree(const std::string &from, const std::string &to);
 
 // Every case folder below `root` (sorted by name); a malformed "case" file
 // is reported as a failure of that case.
 std::vector<CaseSpec> find_cases(const std::string &root);
 
-// Runs one law of one case as the current test; failures are reported
-// through GoogleTest.
+// Runs the export law of one case as the current test; failures are
+// reported through GoogleTest.
 void run_export_law(const CaseSpec &spec);
-void run_import_law(const CaseSpec &spec);
 
 // Registers the export and import law of every case below `root` as
 // GoogleTest tests "Cases_<area>.<case>_export" and "..._import" (every

@@ -8,9 +8,6 @@
 
 #include "tests/support/test_support.h"
 
-#include <dirent.h>
-#include <sys/stat.h>
-
 #include <functional>
 #include <map>
 #include <set>
@@ -20,31 +17,6 @@
 #include <vector>
 
 namespace ksdb_test {
-
-// Every file below a folder with its content.
-inline std::map<std::string, std::string> file_tree(const std::string &dir) {
-    std::map<std::string, std::string> out;
-    if (DIR *d = opendir(dir.c_str())) {
-        while (dirent *e = readdir(d)) {
-            const std::string n = e->d_name, p = dir + "/" + n;
-            struct stat st;
-            if (n == "." || n == ".." || lstat(p.c_str(), &st) != 0) continue;
-            if (S_ISDIR(st.st_mode))
-                for (auto &[k, v] : file_tree(p)) out[n + "/" + k] = v;
-            else
-                out[n] = read_file(p);
-        }
-        closedir(d);
-    }
-    return out;
-}
-
-inline std::string sql_quoted(const std::string &s) {
-    char *q = sqlite3_mprintf("%Q", s.c_str());
-    std::string out = q;
-    sqlite3_free(q);
-    return out;
-}
 
 struct HostileColumn {
     const char *table, *column, *where;
