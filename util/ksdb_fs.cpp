@@ -5,6 +5,9 @@
 #include "util/ksdb_raii.h"
 
 #include <dirent.h>
+#include <fcntl.h>
+#include <linux/fs.h>
+#include <sys/ioctl.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -69,6 +72,12 @@ bool chmod(const ksdb_handle *h, std::string_view live, mode_t mode) {
 
 bool remove(const ksdb_handle *h, std::string_view live) {
     return ::unlink(effective_path(h, live).c_str()) == 0 || errno == ENOENT;
+}
+
+int inode_flags(const ksdb_handle *h, std::string_view live, long *flags) {
+    Fd fd(::open(effective_path(h, live).c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
+    if (!fd.ok()) return -errno;
+    return ::ioctl(fd.get(), FS_IOC_GETFLAGS, flags) == 0 ? 0 : -errno;
 }
 
 std::vector<std::string> list_dir(const ksdb_handle *h, std::string_view live) {
