@@ -762,6 +762,77 @@ KSDB_API int ksdb_authorized_ssh_public_key_export(ksdb_handle *handle, sqlite3 
 KSDB_API int ksdb_replisync_key_import(ksdb_handle *handle, sqlite3 *db);
 KSDB_API int ksdb_replisync_key_export(ksdb_handle *handle, sqlite3 *db);
 
+/* ---- SSH, SNMP and anti-virus service files -------------------------------- *
+ * The exporters of SSH_SERVICE, SNMP_SERVICE and ANTIVIRUS_SERVICE (also run
+ * within ALL_SERVICE), for callers that write one service file on its own.
+ * None begins a transaction: each runs in the caller's when it holds one.
+ * Nothing is allocated from the handle's pools.  Calls on one connection
+ * must not overlap; two exports of the same file at once are not guarded
+ * against each other.  Each ends with its exit log.
+ *
+ * ksdb_ssh_service_export writes /etc/ssh/sshd_config (the password switch
+ * from `service_ssh`).  0, 3 or 5.
+ * ksdb_snmp_service_export writes /etc/default/services, then
+ * /etc/snmp/snmpd.conf from `service_snmp` and the platform's
+ * getSysObjectID.  A community, allowed source or trap destination that is
+ * not one word, or a contact or location holding a quote, "#" or a line
+ * break, is refused with 4 before either file is written.  0, 3, 4 or 5
+ * (or the settings file's status).
+ * ksdb_antivirus_service_export writes /etc/clamav/clamd.conf from the
+ * mounted volumes (`_volume`) and the LUN shares' paths; a value that would
+ * change a line's meaning is refused with 4, nothing written.  0, 3, 4 or 5. */
+KSDB_API int ksdb_ssh_service_export(ksdb_handle *handle, sqlite3 *db);
+KSDB_API int ksdb_snmp_service_export(ksdb_handle *handle, sqlite3 *db);
+KSDB_API int ksdb_antivirus_service_export(ksdb_handle *handle, sqlite3 *db);
+
+/* ---- product data, network interfaces and announcements ----------------- *
+ * The product data (vital_product_data) comes from the handle's system
+ * record, the interfaces (network_if: non-loopback IPv4 interfaces with
+ * their lower-case MAC addresses) from the platform's interface scan.  Both
+ * exports only write their exit log.  The announcement calls are run by no
+ * category: ksdb_avahi_service_export writes the avahi service file of
+ * every service switched on in service_avahi below /etc/avahi/services and
+ * deletes the file of every one switched off (0, 3, 4 for a refused
+ * announced value, 5); ksdb_avahi_service_import sets service_avahi from
+ * the files that exist (0 or 3).  None begins a transaction of its own;
+ * nothing is allocated for the caller.  Calls on one connection must not
+ * overlap. */
+KSDB_API int ksdb_vpd_import(ksdb_handle *handle, sqlite3 *db);
+KSDB_API int ksdb_vpd_export(ksdb_handle *handle, sqlite3 *db);
+/* 0, 1 when the interfaces cannot be listed, 3. */
+KSDB_API int ksdb_network_import(ksdb_handle *handle, sqlite3 *db);
+KSDB_API int ksdb_network_export(ksdb_handle *handle, sqlite3 *db);
+KSDB_API int ksdb_avahi_service_import(ksdb_handle *handle, sqlite3 *db);
+KSDB_API int ksdb_avahi_service_export(ksdb_handle *handle, sqlite3 *db);
+
+/* ---- cloud vault settings and the message dictionary --------------------- *
+ * ksdb_vault_export writes the vault client's settings file from
+ * service_vault (0, 3, 4 for a value holding a line break, 5);
+ * ksdb_vault_import takes the account back only when the file names it
+ * whole (0 also for a missing file, or 3).  ksdb_dictionary_import loads the
+ * UI's message dictionary into the temporary tables _lang_supported and
+ * _dictionary of this connection: 0 (also for a missing or broken file,
+ * which leaves the tables as they were), or 3 when a statement failed (the
+ * rest is still loaded).  None begins a transaction of its own; nothing is
+ * allocated for the caller. */
+KSDB_API int ksdb_vault_import(ksdb_handle *handle, sqlite3 *db);
+KSDB_API int ksdb_vault_export(ksdb_handle *handle, sqlite3 *db);
+KSDB_API int ksdb_dictionary_import(ksdb_handle *handle, sqlite3 *db);
+
+/* ---- AFP and rsync shares --------------------------------------------------- */
+
+/* The AFP share files: the netatalk share sections (the global files of the
+ * volume and USB shares and each share's own afp.conf), then the one-line
+ * files of the shares on the volume "USB".  The same work the AFP_SHARE
+ * category runs (as _ksdb_afp_share_usb_share_export); no transaction of its
+ * own.  Every value is checked before any file is written: 4 for a value
+ * that would change a file's structure (nothing written), 3, 5, or 0. */
+KSDB_API int ksdb_afp_share_export(ksdb_handle *handle, sqlite3 *db);
+/* 1 when the Time Machine folder ".timemachine" of the home volume (the
+ * `account_default` row's volume) exists and can be read, else 0.  Nothing is
+ * allocated; may run on several threads with a connection each. */
+KSDB_API int ksdb_is_timemachine_path_valid(ksdb_handle *handle, sqlite3 *db);
+
 #ifdef __cplusplus
 }
 #endif

@@ -1,7 +1,8 @@
 /*
  * libksdb platform layer: the system interfaces the library needs from the
  * appliance's system library (system record, volume list, quota groups,
- * snapshot paths, data checksums, SNMP object identifier, command runner).
+ * snapshot paths, data checksums, SNMP object identifier, command runner,
+ * network interfaces).
  *
  * The library carries a built-in Linux implementation of every function.
  * An integrator whose hardware comes with a vendor library substitutes the
@@ -57,6 +58,23 @@ typedef struct ksdb_qgroup_info {
     char sync[16];
 } ksdb_qgroup_info;
 
+/* ---- network interfaces ------------------------------------------------
+ * Added for the interface import (the network_if table): the scan of the
+ * machine's IPv4 interfaces, their flags and hardware addresses. */
+#define KSDB_MAX_NET_IFS 25       /* what a 1024-byte interface list holds */
+#define KSDB_NET_IF_ENOSOCKET 1   /* net_if_scan: no socket could be opened */
+#define KSDB_NET_IF_ELIST 2       /* net_if_scan: the interface list could not be read */
+
+/* One interface as the scan reports it. */
+typedef struct ksdb_net_if {
+    char name[16];             /* NUL-terminated, at most 15 characters */
+    int flags_ok;              /* 1 when its flags could be read */
+    unsigned int flags;        /* IFF_* flags (IFF_LOOPBACK ...) */
+    int hwaddr_ok;             /* 1 when its hardware address could be read */
+    unsigned char hwaddr[6];   /* the hardware (MAC) address */
+} ksdb_net_if;
+/* ---- end of network interfaces ----------------------------------------- */
+
 typedef struct ksdb_platform_ops {
     /* Fill the 244-byte system record; 0 on success. */
     int (*get_sys_info)(ksdb_sys_info *info);
@@ -83,6 +101,15 @@ typedef struct ksdb_platform_ops {
      * mean unknown. */
     const char *const *systype_str;
     size_t systype_count;
+    /* ---- network interfaces (added with the interface import) ----------
+     * The IPv4 interfaces, at most `max` of them, into ifs[0 .. *count - 1]
+     * in the order the system lists them: 0, KSDB_NET_IF_ENOSOCKET or
+     * KSDB_NET_IF_ELIST.  `root` is the handle's debug root or NULL; the
+     * built-in scan never reads the machine's interfaces below a root: it
+     * lists the folders of <root>/sys/class/net instead, each with its
+     * "flags" (hexadecimal) and "address" ("xx:xx:xx:xx:xx:xx") files, as
+     * Linux shows them (none when the tree has no such folder). */
+    int (*net_if_scan)(const char *root, ksdb_net_if *ifs, int max, int *count);
 } ksdb_platform_ops;
 
 /* The built-in Linux implementation. */

@@ -4,12 +4,16 @@
 #include "platform/platform.h"
 
 #include "core/ksdb_internal.h"
+#include "util/ksdb_raii.h"
 
 #include <blkid/blkid.h>
 #include <dirent.h>
 #include <fcntl.h>
+#include <net/if.h>
 #include <signal.h>
 #include <spawn.h>
+#include <sys/ioctl.h>
+#include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/statvfs.h>
 #include <sys/wait.h>
@@ -138,12 +142,11 @@ bool is_dir(const std::string &path) {
 // Names in a directory, sorted, without "." and "..".
 std::vector<std::string> list_dir(const std::string &path) {
     std::vector<std::string> names;
-    if (DIR *d = opendir(path.c_str())) {
-        while (struct dirent *e = readdir(d)) {
+    if (ksdb::Dir d(opendir(path.c_str())); d) {
+        while (struct dirent *e = readdir(d.get())) {
             if (!std::strcmp(e->d_name, ".") || !std::strcmp(e->d_name, "..")) continue;
             names.emplace_back(e->d_name);
         }
-        closedir(d);
     }
     std::sort(names.begin(), names.end());
     return names;
@@ -187,13 +190,13 @@ std::string unescape_mount_field(const std::string &field) {
 }
 
 int read_mounts(std::vector<MountEntry> &mounts) {
-    FILE *f = std::fopen("/proc/mounts", "re");
+    ksdb::File f(std::fopen("/proc/mounts", "re"));
     if (!f) return -errno;
     std::string text;
     char chunk[4096];
     size_t n;
-    while ((n = std::fread(chunk, 1, sizeof chunk, f)) > 0) text.append(chunk, n);
-    std::fclose(f);
+    while ((n = std::fread(chunk, 1, sizeof chunk, f.get())) > 0) text.append(chunk, n);
+    f.close();
     std::istringstream in(text);
     std::string line;
     while (std::getline(in, line)) {
@@ -648,6 +651,80 @@ int builtin_toggle_datasum(const char *fstab, const char *pool, int enable) {
     return write_replacing(target, out, st);
 }
 
+// ---- network interfaces ----------------------------------------------------------
+
+// The interfaces of a tree below a debug root: every folder of
+// <base>/sys/class/net, its flags from "flags" ("0x1003") and its hardware
+// address from "address" ("00:11:22:aa:bb:cc"); a file that is missing or
+// does not read as such leaves its part unread.
+int tree_net_if_scan(const std::string &base, ksdb_net_if *ifs, int max, int *count) {
+    const std::string dir = base + "/sys/class/net";
+    for (const std::string &name : list_dir(dir)) {
+        if (*count >= max) break;
+        if (!is_dir(dir + "/" + name)) continue;
+        ksdb_net_if &e = ifs[(*count)++];
+        e = ksdb_net_if{};
+        builtin_strncpyt(e.name, name.c_str(), sizeof e.name);
+        std::ifstream flags(dir + "/" + name + "/flags");
+        std::string text;
+        if (flags >> text) {
+            char *end = nullptr;
+            errno = 0;
+            const unsigned long v = std::strtoul(text.c_str(), &end, 16);
+            e.flags_ok = errno == 0 && end != text.c_str() && *end == '\0';
+            e.flags = static_cast<unsigned int>(v);
+        }
+        std::ifstream address(dir + "/" + name + "/address");
+        unsigned char *m = e.hwaddr;
+        char tail = 0;
+        if (address >> text)
+            e.hwaddr_ok = std::sscanf(text.c_str(), "%2hhx:%2hhx:%2hhx:%2hhx:%2hhx:%2hhx%c", &m[0],
+                                      &m[1], &m[2], &m[3], &m[4], &m[5], &tail) == 6;
+    }
+    return 0;
+}
+
+// The machine's IPv4 interfaces: SIOCGIFCONF into a 1024-byte list (at
+// most 25 interfaces), then SIOCGIFFLAGS and SIOCGIFHWADDR of each.
+int builtin_net_if_scan(const char *root, ksdb_net_if *ifs, int max, int *count) {
+    if (!count) return KSDB_NET_IF_ELIST;
+    *count = 0;
+    if (!ifs || max <= 0) return 0;
+    if (root && *root) {
+        std::string base = root;
+        while (!base.empty() && base.back() == '/') base.pop_back();
+        return tree_net_if_scan(base, ifs, max, count);
+    }
+    const int fd = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+    if (fd < 0) return KSDB_NET_IF_ENOSOCKET;
+    char buf[1024];
+    struct ifconf ifc {};
+    ifc.ifc_len = sizeof buf;
+    ifc.ifc_buf = buf;
+    if (ioctl(fd, SIOCGIFCONF, &ifc) != 0) {
+        close(fd);
+        return KSDB_NET_IF_ELIST;
+    }
+    const int listed = ifc.ifc_len / static_cast<int>(sizeof(struct ifreq));
+    for (int i = 0; i < listed && *count < max; ++i) {
+        ksdb_net_if &e = ifs[(*count)++];
+        e = ksdb_net_if{};
+        builtin_strncpyt(e.name, ifc.ifc_req[i].ifr_name, sizeof e.name);
+        struct ifreq r {};
+        builtin_strncpyt(r.ifr_name, e.name, sizeof r.ifr_name);
+        if (ioctl(fd, SIOCGIFFLAGS, &r) == 0) {
+            e.flags_ok = 1;
+            e.flags = static_cast<unsigned short>(r.ifr_flags);
+        }
+        if (ioctl(fd, SIOCGIFHWADDR, &r) == 0) {
+            e.hwaddr_ok = 1;
+            std::memcpy(e.hwaddr, r.ifr_hwaddr.sa_data, sizeof e.hwaddr);
+        }
+    }
+    close(fd);
+    return 0;
+}
+
 // ---- SNMP object identifier and hardware names --------------------------------
 
 constexpr char kDefaultSysObjectId[] = "1.3.6.1.4.1.8072.3.2.10";
@@ -717,6 +794,7 @@ const ksdb_platform_ops kBuiltin = {
     safe_getSysObjectID,
     kBuiltinSystypes,
     sizeof kBuiltinSystypes / sizeof kBuiltinSystypes[0],
+    builtin_net_if_scan,
 };
 
 ksdb_platform_ops g_ops = kBuiltin;
@@ -748,6 +826,7 @@ void ksdb_platform_set(const ksdb_platform_ops *ops) {
     KSDB_FALLBACK(btrfs_get_qgroup_info);
     KSDB_FALLBACK(toggle_datasum);
     KSDB_FALLBACK(getSysObjectID);
+    KSDB_FALLBACK(net_if_scan);
 #undef KSDB_FALLBACK
     if (!merged.systype_str) {
         merged.systype_str = kBuiltin.systype_str;
@@ -781,6 +860,10 @@ int toggle_datasum(const char *fstab, const char *pool, int enable) {
 }
 
 int getSysObjectID(char *buffer, size_t size) { return g_ops.getSysObjectID(buffer, size); }
+
+int net_if_scan(const char *root, ksdb_net_if *ifs, int max, int *count) {
+    return g_ops.net_if_scan(root, ifs, max, count);
+}
 
 void ksdb_platform_set_sys_object_id(const char *oid) {
     ksdb::quietly([&] {

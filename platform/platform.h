@@ -15,6 +15,7 @@ int snapshot_get_path(const char *share_path, const char *snapshot_name, char **
 int btrfs_get_qgroup_info(const char *path, ksdb_qgroup_info *info);
 int toggle_datasum(const char *fstab, const char *pool, int enable);
 int getSysObjectID(char *buffer, size_t size);
+int net_if_scan(const char *root, ksdb_net_if *ifs, int max, int *count);
 }
 
 namespace ksdb {

@@ -7,6 +7,7 @@
 
 #include "core/ksdb_areas.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <cstring>
 #include <optional>
@@ -105,6 +106,15 @@ int cannot_load(ksdb_handle *h, const ConfFile &conf, int missing_status, uint32
     }
     KSDB_ERR(h, "Cannot load %s\n", conf.path().c_str());
     return KSDB_E_FILE;
+}
+
+int read_hostname(ksdb_handle *h, std::string *name) {
+    ConfFile conf(h, "/etc/hostname");
+    if (!conf.ok() && !conf.missing()) return cannot_load(h, conf, 0);
+    const std::string_view text = conf.ok() ? conf.text() : std::string_view();
+    *name = text.empty() ? "localhost"
+                         : std::string(text.substr(0, std::min<size_t>(text.find('\n'), 127)));
+    return 0;
 }
 
 std::string_view skip_blanks(std::string_view line) {

@@ -5,7 +5,7 @@
 //
 // The modules: ksdb_service (settings, /etc/default/services, the exported
 // calls), ksdb_service_samba, ksdb_service_nfs, ksdb_service_ftp,
-// ksdb_service_replicate and ksdb_service_daap.
+// ksdb_service_replicate, ksdb_service_daap and ksdb_vault.
 #pragma once
 
 #include "core/ksdb_area.h"
@@ -34,6 +34,11 @@ extern const ksdb_service_setting_map_entry proftpd_port_map[];
 // for a refused one (not a regular file, too large, unreadable).
 int cannot_load(ksdb_handle *h, const ConfFile &conf, int missing_status,
                 uint32_t missing_level = KSDB_LOG_ERROR);
+
+// This machine's name: the first line of /etc/hostname (at most 127
+// characters), "localhost" when there is none.  0, or 5 when the file is
+// refused.
+int read_hostname(ksdb_handle *h, std::string *name);
 
 // The line without its leading white space.
 std::string_view skip_blanks(std::string_view line);

@@ -13,7 +13,6 @@
 namespace ksdb::service {
 namespace {
 
-constexpr char kHostname[] = "/etc/hostname";
 constexpr char kProftpdConf[] = "/etc/proftpd/proftpd.conf";
 constexpr char kFtpsConf[] = "/etc/quillfold/proftpd/ftps.conf";
 constexpr char kFtpUpdateFailed[] = "Failed to UPDATE service_ftp\n";
@@ -196,18 +195,6 @@ int import_proftpd_line(ksdb_handle *h, sqlite3 *db, std::string_view line) {
         return 0;
     }
     return _ksdb_apply_setting(h, db, proftpd_port_map, 0, directive.c_str(), arg.c_str());
-}
-
-// This machine's name: the first line of /etc/hostname (at most 127
-// characters), "localhost" when there is none.  0, or 5 when the file is
-// refused.
-int read_hostname(ksdb_handle *h, std::string *name) {
-    ConfFile conf(h, kHostname);
-    if (!conf.ok() && !conf.missing()) return cannot_load(h, conf, 0);
-    const std::string_view text = conf.ok() ? conf.text() : std::string_view();
-    *name = text.empty() ? "localhost"
-                         : std::string(text.substr(0, std::min<size_t>(text.find('\n'), 127)));
-    return 0;
 }
 
 int import_ftp(ksdb_handle *h, sqlite3 *db) {

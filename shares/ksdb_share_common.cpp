@@ -288,30 +288,38 @@ AccountRef parse_account(std::string_view entry, bool domain_marks) {
     return a;
 }
 
-int put_account_acl(ksdb_handle *h, sqlite3 *db, int share_id, const char *proto,
-                    const AccountRef &account, int read, int write, bool update) {
+namespace {
+// The insert-or-ignore and update statements of an account's entry.
+void account_acl_sql(int share_id, const char *proto, const AccountRef &account, int read,
+                     int write, SqlStr *insert, SqlStr *change) {
     const char *table = account.group ? "group" : "user";
     const char key = account.group ? 'g' : 'u';
     const char *name = account.name.c_str();
-    SqlStr insert, change;
     if (account.scope == AccountRef::Scope::kAny) {
-        insert = sql_printf("INSERT OR IGNORE INTO %s_acl (share_id,%s_id,proto,read,write) "
-                            "VALUES(%d,(SELECT id FROM `$%s` WHERE %cname=%Q),%Q,%d,%d)",
-                            table, table, share_id, table, key, name, proto, read, write);
-        change = sql_printf("UPDATE %s_acl SET read=%d,write=%d WHERE share_id=%d AND %s_id="
-                            "(SELECT id FROM `$%s` WHERE %cname=%Q) AND proto=%Q",
-                            table, read, write, share_id, table, table, key, name, proto);
+        *insert = sql_printf("INSERT OR IGNORE INTO %s_acl (share_id,%s_id,proto,read,write) "
+                             "VALUES(%d,(SELECT id FROM `$%s` WHERE %cname=%Q),%Q,%d,%d)",
+                             table, table, share_id, table, key, name, proto, read, write);
+        *change = sql_printf("UPDATE %s_acl SET read=%d,write=%d WHERE share_id=%d AND %s_id="
+                             "(SELECT id FROM `$%s` WHERE %cname=%Q) AND proto=%Q",
+                             table, read, write, share_id, table, table, key, name, proto);
     } else {
         const char *rid = account.scope == AccountRef::Scope::kDomain ? "NOT " : "";
-        insert = sql_printf("INSERT OR IGNORE INTO %s_acl (share_id,%s_id,proto,read,write) "
-                            "VALUES(%d,(SELECT id FROM '$%s' WHERE %cname=%Q AND rid IS "
-                            "%sNULL),%Q,%d,%d)",
-                            table, table, share_id, table, key, name, rid, proto, read, write);
-        change = sql_printf("UPDATE %s_acl SET read=%d,write=%d WHERE share_id=%d AND %s_id="
-                            "(SELECT id FROM '$%s' WHERE %cname=%Q AND rid IS %sNULL) AND "
-                            "proto=%Q",
-                            table, read, write, share_id, table, table, key, name, rid, proto);
+        *insert = sql_printf("INSERT OR IGNORE INTO %s_acl (share_id,%s_id,proto,read,write) "
+                             "VALUES(%d,(SELECT id FROM '$%s' WHERE %cname=%Q AND rid IS "
+                             "%sNULL),%Q,%d,%d)",
+                             table, table, share_id, table, key, name, rid, proto, read, write);
+        *change = sql_printf("UPDATE %s_acl SET read=%d,write=%d WHERE share_id=%d AND %s_id="
+                             "(SELECT id FROM '$%s' WHERE %cname=%Q AND rid IS %sNULL) AND "
+                             "proto=%Q",
+                             table, read, write, share_id, table, table, key, name, rid, proto);
     }
+}
+}  // namespace
+
+int put_account_acl(ksdb_handle *h, sqlite3 *db, int share_id, const char *proto,
+                    const AccountRef &account, int read, int write, bool update) {
+    SqlStr insert, change;
+    account_acl_sql(share_id, proto, account, read, write, &insert, &change);
     if (!update)
         return ksdb_sql_exec_mprintf(h, db, nullptr, KSDB_TAG, "%s", insert.get());
     return sql_insert_then_update(h, db, KSDB_TAG, insert, change);
@@ -481,6 +489,51 @@ int for_each_share_folder(ksdb_handle *h, sqlite3 *db,
                          void *arg) { return (*static_cast<const Fn *>(arg))(volume, share); };
     return ksdb_foreach_share_subvolume(h, db, trampoline, const_cast<Fn *>(&fn),
                                         stop_on_error ? 1 : 0);
+}
+
+// ==== added for the AFP and rsync shares ===================================================
+
+int join_quoted(ksdb_handle *h, AclKind kind, const std::vector<AclEntry> &entries,
+                const std::string &lead, const std::function<bool(const AclEntry &)> &keep,
+                const ValueRule &also, std::string *out) {
+    static const char *const kSources[][2] = {{"$user", "uname"}, {"$group", "gname"},
+                                              {"host", "name"}};
+    const char *const *src = kSources[static_cast<int>(kind)];
+    for (const AclEntry &e : entries)
+        if (keep(e))
+            if (int rc = guard_value(h, e.name, also, {src[0], src[1], std::to_string(e.id)}))
+                return rc;
+    return join_quoted(h, kind, entries, lead, keep, out);
+}
+
+int put_account_acl_logged(ksdb_handle *h, sqlite3 *db, int share_id, const char *proto,
+                           const AccountRef &account, int read, int write, bool update,
+                           const char *failed_insert, const char *failed_update) {
+    SqlStr insert, change;
+    account_acl_sql(share_id, proto, account, read, write, &insert, &change);
+    if (ksdb_sql_exec_mprintf(h, db, nullptr, KSDB_TAG, "%s", insert.get()) != SQLITE_OK) {
+        KSDB_ERR(h, "%s", failed_insert);
+        return KSDB_E_DB;
+    }
+    if (update &&
+        ksdb_sql_exec_mprintf(h, db, nullptr, KSDB_TAG, "%s", change.get()) != SQLITE_OK) {
+        KSDB_ERR(h, "%s", failed_update);
+        return KSDB_E_DB;
+    }
+    return 0;
+}
+
+std::optional<std::string> usb_media_share(std::string_view line) {
+    const size_t at = line.find("path = /");
+    if (at == std::string_view::npos) return std::nullopt;
+    std::string_view rest = line.substr(at + 8);
+    const size_t end = rest.find_first_of(" /");
+    if (end == std::string_view::npos || rest[end] != '/' || rest.substr(0, end) != "media")
+        return std::nullopt;
+    std::string share(rest.substr(end + 1));
+    while (!share.empty() && (share.back() == '\r' || share.back() == '\n')) share.pop_back();
+    if (share.empty() || value_refusal(share, ksdb::rules::kPathComponent)) return std::nullopt;
+    return share;
 }
 
 }  // namespace shares

@@ -241,5 +241,26 @@ int for_each_share_folder(ksdb_handle *h, sqlite3 *db,
                           const std::function<int(const char *volume, const char *share)> &fn,
                           bool stop_on_error = false);
 
+
+// ==== added for the AFP and rsync shares ===================================================
+
+// join_quoted where every name must also keep `also`: a list format whose
+// readers end an entry or a line at more characters than Samba's do.
+int join_quoted(ksdb_handle *h, AclKind kind, const std::vector<AclEntry> &entries,
+                const std::string &lead, const std::function<bool(const AclEntry &)> &keep,
+                const ValueRule &also, std::string *out);
+
+// put_account_acl (insert-or-ignore, then the update when `update`) that
+// logs `failed_insert` or `failed_update` for the statement that fails:
+// 0 or 3.
+int put_account_acl_logged(ksdb_handle *h, sqlite3 *db, int share_id, const char *proto,
+                           const AccountRef &account, int read, int write, bool update,
+                           const char *failed_insert, const char *failed_update);
+
+// The share of a "path = /media/<share>" line of a USB share file (the
+// volume "media", then the rest of the line as the share's name), or
+// nullopt for any other line and for a rest that is not one folder name.
+std::optional<std::string> usb_media_share(std::string_view line);
+
 }  // namespace shares
 }  // namespace ksdb

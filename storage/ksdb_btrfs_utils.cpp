@@ -4,6 +4,7 @@
 // quota-group figures.
 #define KSDB_MODULE "ksdb_btrfs_utils"
 #include "core/ksdb_internal.h"
+#include "util/ksdb_fs.h"
 #include "platform/platform.h"
 
 #include <fcntl.h>
@@ -43,13 +44,6 @@ std::string volume_of(const char *path) {
     return std::string(p.substr(0, p.find('/')));
 }
 
-int file_flags(const std::string &path, long *flags) {
-    int fd = open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
-    if (fd < 0) return -errno;
-    int rc = ioctl(fd, FS_IOC_GETFLAGS, flags) == 0 ? 0 : -errno;
-    close(fd);
-    return rc;
-}
 
 // Turning bit-rot protection on for a share also makes sure its pool keeps
 // data checksums, when the pool is a volume of the scan that the library
@@ -110,7 +104,7 @@ int ksdb_btrfs_get_attr(ksdb_handle *h, const char *path, const char *name, char
         std::string attr = name;
         if (attr == "compression" || attr == "bitrotprotection") {
             long flags = 0;
-            if (ksdb::file_flags(target, &flags) != 0) return KSDB_E_FILE;
+            if (ksdb::fs::inode_flags(h, path, &flags) != 0) return KSDB_E_FILE;
             bool on =
                 attr == "compression" ? (flags & FS_COMPR_FL) != 0 : (flags & FS_NOCOW_FL) == 0;
             *value = ksdb::pool_strdup(h, on ? "on" : "off");

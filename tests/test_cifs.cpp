@@ -1,6 +1,5 @@
-// Shares over CIFS, beyond the case folders of tests/cases/cifs-share: the
-// USB import, DFS links found through the file system, quotas, the callers'
-// pools, and side files that are links or FIFOs.
+// Shares over CIFS beyond their case folders: DFS links found through the
+// file system, quotas, the callers' pools, side files that are links or FIFOs.
 #define KSDB_MODULE "test_cifs"
 #include "core/ksdb_areas.h"
 #include "core/ksdb_internal.h"
@@ -15,10 +14,6 @@ namespace {
 
 using Rows = std::vector<std::string>;
 
-bool contains(const std::string &text, const std::string &part) {
-    return text.find(part) != std::string::npos;
-}
-
 class CifsTest : public RootTest {
   protected:
     void SetUp() override {
@@ -30,35 +25,11 @@ class CifsTest : public RootTest {
         sql().exec(read_file(std::string(KSDB_CASES_DIR) + "/cifs-share/" + name + "/db.sql"));
     }
     int export_cifs() { return ksdb_export(h(), db(), KSDB_CAT_CIFS_SHARE); }
-    int import_usb() {
-        EXPECT_EQ(ksdb_sql_begin(h(), db(), nullptr, KSDB_TAG), 0);
-        int rc = ksdb_cifs_usb_share_import(h(), db());
-        EXPECT_EQ(ksdb_sql_commit(h(), db(), nullptr, KSDB_TAG), 0);
-        return rc;
-    }
 };
 
 }  // namespace
 
-TEST_F(CifsTest, UsbImportReadsTheSharesUnderMediaByTheirWholeName) {
-    sql().exec("INSERT INTO _volume (id,lv_name,blk_size) VALUES('vol1','vol1',1),('media','media',0)");
-    put("/run/usb/samba/Shares.conf",
-        "[stick]\n  path = /media/stick\n[My Docs]\n  path = /media/My Docs\n"
-        "[data]\n  path = /vol1/data\n[esc]\n  path = /media/../vol1/data\n");
-    put("/media/._share/stick/samba.conf", "[stick]\n  path = /media/stick\n  writeable = 1\n");
-    put("/media/._share/My Docs/samba.conf", "[My Docs]\n  path = /media/My Docs\n");
-    put("/vol1/._share/data/samba.conf", "[data]\n  path = /vol1/data\n");
-    mkdirs(at("/media/stick"));
-    ASSERT_EQ(import_usb(), 0);
-    // "My Docs" had no folder: it is made, root's and writable by all.
-    EXPECT_EQ(sql().rows("SELECT name,volume_id,zfs_name,user_access||group_access||"
-                         "everyone_access FROM share ORDER BY name"),
-              (Rows{"My Docs|media|media/My Docs|777", "stick|media|media/stick|755"}));
-    // Without the USB file there is nothing to do, and that is no error.
-    unlink(at("/run/usb/samba/Shares.conf").c_str());
-    EXPECT_EQ(import_usb(), 0);
-}
-
+// Guards: an old DFS line given to the wrong share or a path climbing out.
 TEST_F(CifsTest, DfsImportFindsTheShareOfAnOlderLineThroughItsLinks) {
     sql().exec(
         "INSERT INTO share (id,zfs_name,volume_id,name,path,user_id,group_id) VALUES"
@@ -89,6 +60,7 @@ TEST_F(CifsTest, DfsImportFindsTheShareOfAnOlderLineThroughItsLinks) {
     EXPECT_EQ(sql().rows(links).size(), 3u);
 }
 
+// Guards: quota queries not run; their failure not 3.
 TEST_F(CifsTest, QuotasReachTheAttributeSetterAndAFailedQuotaQueryGivesThree) {
     load_case("volume-shares");
     CaptureFile trace;
@@ -110,6 +82,7 @@ TEST_F(CifsTest, QuotasReachTheAttributeSetterAndAFailedQuotaQueryGivesThree) {
     EXPECT_TRUE(contains(log(), "(error) Error in SELECT group_quota.\n"));
 }
 
+// Guards: exports allocating from the caller's pools.
 TEST_F(CifsTest, RepeatedExportsDoNotGrowTheCallersPools) {
     load_case("volume-shares");
     ASSERT_EQ(export_cifs(), 0);  // folders made once

@@ -1,20 +1,14 @@
-// What Samba reads of the CIFS export: hostile values in every guarded
-// column, many random shares, and the whole generated configuration, each
-// read back by Samba's own parser ("testparm"; skipped when it is missing).
+// What Samba reads of the CIFS share export: hostile values in every
+// guarded column and many random shares, read back by Samba's own parser
+// ("testparm"; skipped when it is missing).
 #define KSDB_MODULE "test_cifs_samba"
 #include "core/ksdb_internal.h"
-#include "tests/support/test_support.h"
+#include "tests/support/share_tests.h"
 
-#include <dirent.h>
 #include <strings.h>
-#include <sys/stat.h>
 
 #include <algorithm>
-#include <functional>
-#include <map>
 #include <random>
-#include <set>
-#include <sstream>
 
 using namespace ksdb_test;
 
@@ -22,10 +16,6 @@ namespace {
 
 using Params = std::map<std::string, std::string>;
 using Sections = std::map<std::string, Params>;
-
-bool contains(const std::string &text, const std::string &part) {
-    return text.find(part) != std::string::npos;
-}
 
 // A list as Samba holds it: the set of its entries.
 std::string entry_set(std::vector<std::string> list) {
@@ -78,26 +68,6 @@ Sections samba_reads(const std::string &shares_conf, const std::string &scratch)
     return out;
 }
 
-// Every file below a folder with its content: what a refused export must
-// leave as it found it.
-std::map<std::string, std::string> tree(const std::string &dir) {
-    std::map<std::string, std::string> out;
-    if (DIR *d = opendir(dir.c_str())) {
-        while (dirent *e = readdir(d)) {
-            const std::string n = e->d_name, p = dir + "/" + n;
-            struct stat st;
-            if (n == "." || n == ".." || lstat(p.c_str(), &st) != 0) continue;
-            if (S_ISDIR(st.st_mode)) {
-                for (auto &[k, v] : tree(p)) out[n + "/" + k] = v;
-            } else {
-                out[n] = read_file(p);
-            }
-        }
-        closedir(d);
-    }
-    return out;
-}
-
 class CifsSambaTest : public RootTest {
   protected:
     void SetUp() override {
@@ -113,9 +83,9 @@ class CifsSambaTest : public RootTest {
 
 }  // namespace
 
-// Each hostile value in each guarded column is refused (status 4, no file
-// below the root changed, the row named) or, where Samba takes it as plain
-// text, written so that Samba reads exactly the intended share and values.
+// Guards: a hostile value written into a share, list, path or DFS line
+// where Samba reads more or other than the value; a refusal that changes a
+// file or does not name the row.
 TEST_F(CifsSambaTest, HostileValuesAreRefusedOrReadBackAsExactlyOneValue) {
     sql().exec(
         "INSERT INTO _volume (id,lv_name,blk_size) VALUES('vol1','vol1',1);"
@@ -141,98 +111,53 @@ TEST_F(CifsSambaTest, HostileValuesAreRefusedOrReadBackAsExactlyOneValue) {
                          {"valid users", entries("alice @staff +admin Administrator")},
                          {"hosts allow", entries("pc1")},
                          {"force user", "fuser"}};
-    struct Column {
-        const char *table, *column, *where, *row;  // row: how the refusal names it
-        const char *refused;                       // the labels of the values refused
-        std::function<void(Params &, std::string &, const std::string &)> expect;
+    // Samba reads share "docs" (or `section`) with the base values and `changed`.
+    auto reads = [&](const Params &changed, const std::string &section = "docs") {
+        Params p = base;
+        for (const auto &[k, v] : changed) p[k] = v;
+        EXPECT_EQ(samba(), (Sections{{section, p}}));
     };
-    auto param = [](const char *key, const char *before, const char *after) {
-        return [=](Params &p, std::string &, const std::string &v) {
-            p[key] = kLists.count(key) ? entries(before + v + after) : before + v + after;
+    auto param = [&](const char *key, std::string before, std::string after) {
+        return [=, &reads](const std::string &v) {
+            reads({{key, kLists.count(key) ? entries(before + v + after) : before + v + after}});
         };
     };
-    const Column columns[] = {
+    auto dfs = [&](const char *column) {
+        return [this, column](const std::string &v) {
+            std::map<std::string, std::string> f = {
+                {"folder", "link"}, {"address", "server"}, {"share", "docs"}};
+            f[column] = v;
+            EXPECT_EQ(get("/etc/quillfold/samba/dfs.conf"),
+                      "1!!" + f["folder"] + "!!" + f["address"] + "!!pub!!vol1!!" + f["share"] + "\n");
+        };
+    };
+    const std::vector<HostileColumn> columns = {
         {"share", "name", "id=1", "'pre", "nl cr nul [ ] % bs ../",
-         [](Params &, std::string &s, const std::string &v) { s = v; }},
+         [&](const std::string &v) { reads({}, v); }},
         {"share", "comment", "id=1", "'docs'", "nl cr nul bs", param("comment", "\"", "\"")},
         {"share", "path", "id=1", "'docs'", "nl cr nul % bs", param("path", "", "")},
         {"$user", "uname", "id=1000", "'1000'", "nl cr nul dq % bs",
-         [](Params &p, std::string &, const std::string &v) {
-             p["read list"] = entries(v);
-             p["valid users"] = entries(v + " @staff +admin Administrator");
+         [&](const std::string &v) {
+             reads({{"read list", entries(v)}, {"valid users", entries(v + " @staff +admin Administrator")}});
          }},
         {"$group", "gname", "id=100", "'100'", "nl cr nul dq % bs",
-         [](Params &p, std::string &, const std::string &v) {
-             p["write list"] = entries("@" + v + " +admin Administrator");
-             p["valid users"] = entries("alice @" + v + " +admin Administrator");
+         [&](const std::string &v) {
+             reads({{"write list", entries("@" + v + " +admin Administrator")},
+                    {"valid users", entries("alice @" + v + " +admin Administrator")}});
          }},
         {"host", "name", "id=1", "'1'", "nl cr nul dq % bs", param("hosts allow", "", "")},
         {"$user", "uname", "id=1001", "'1001'", "nl cr nul % bs", param("force user", "", "")},
-        {"cifs_dfs_option", "folder", "1", "'1/pre", "nl cr nul", nullptr},
-        {"cifs_dfs_option", "address", "1", "'1/link'", "nl cr nul", nullptr},
-        {"cifs_dfs_option", "share", "1", "'1/link'", "nl cr nul", nullptr},
-        {"$application_on_share", "app_name", "1", "'vol1/docs:pre", "nl cr nul % ../", nullptr},
+        {"cifs_dfs_option", "folder", "1", "'1/pre", "nl cr nul", dfs("folder")},
+        {"cifs_dfs_option", "address", "1", "'1/link'", "nl cr nul", dfs("address")},
+        {"cifs_dfs_option", "share", "1", "'1/link'", "nl cr nul", dfs("share")},
+        {"$application_on_share", "app_name", "1", "'vol1/docs:pre", "nl cr nul % ../",
+         [](const std::string &) {}},
     };
-    const std::pair<const char *, std::string> values[] = {
-        {"clean", ""},   {"nl", "\n"},  {"cr", "\r"}, {"nul", std::string(1, '\0')},
-        {"[", "["},      {"]", "]"},    {";", ";"},   {"#", "#"},
-        {"%", "%"},      {"dq", "\""},  {"sq", "'"},  {"bs", "\\"},
-        {"$()", "$(id)"}, {"``", "`id`"}, {"../", "../"}};
     ASSERT_EQ(export_cifs(), 0) << log();
-    for (const Column &c : columns) {
-        std::set<std::string> refused;
-        for (std::istringstream in(c.refused); in;) {
-            std::string label;
-            if (in >> label) refused.insert(label);
-        }
-        const std::string table = std::string("`") + c.table + "`";
-        const std::string old = sql().scalar("SELECT " + std::string(c.column) + " FROM " +
-                                             table + " WHERE " + c.where);
-        for (const auto &[label, x] : values) {
-            // "pre" X "post", the trailing backslash at the end; NUL and the
-            // control characters go in through char().
-            const std::string v = label == std::string("bs") ? "pre\\" : "pre" + x + "post";
-            std::string literal = "'pre'||char(" + std::to_string(x.empty() ? 0 : x[0]) + ")||'post'";
-            if (x.empty() || x[0] >= ' ') {
-                char *q = sqlite3_mprintf("%Q", v.c_str());
-                literal = q;
-                sqlite3_free(q);
-            }
-            const std::string where = std::string(c.where) == "1" ? "" : std::string(" WHERE ") + c.where;
-            const std::string what = std::string(c.table) + "." + c.column + " = " + label;
-            const auto before = tree(root());
-            sql().exec("UPDATE " + table + " SET " + c.column + "=" + literal + where);
-            const int rc = export_cifs();
-            if (refused.count(label)) {
-                EXPECT_EQ(rc, KSDB_E_INVAL) << what;
-                EXPECT_EQ(tree(root()), before) << what;
-                EXPECT_TRUE(contains(log(), "Refused " + std::string(c.table) + "." + c.column +
-                                                " of " + c.row))
-                    << what;
-            } else if (c.expect) {
-                ASSERT_EQ(rc, 0) << what << "\n" << log();
-                Params p = base;
-                std::string section = "docs";
-                c.expect(p, section, v);
-                EXPECT_EQ(samba(), (Sections{{section, p}})) << what;
-            } else {
-                EXPECT_EQ(rc, 0) << what << "\n" << log();
-                if (std::string(c.table) == "cifs_dfs_option") {
-                    std::map<std::string, std::string> f = {{"folder", "link"},
-                                                            {"address", "server"},
-                                                            {"share", "docs"}};
-                    f[c.column] = v;
-                    EXPECT_EQ(get("/etc/quillfold/samba/dfs.conf"),
-                              "1!!" + f["folder"] + "!!" + f["address"] + "!!pub!!vol1!!" +
-                                  f["share"] + "\n")
-                        << what;
-                }
-            }
-            char *q = sqlite3_mprintf("%Q", old.c_str());
-            sql().exec("UPDATE " + table + " SET " + c.column + "=" + q + where);
-            sqlite3_free(q);
-        }
-    }
+    walk_hostile_values(root(), sql(), [&] { return export_cifs(); }, [&] { return log(); }, columns,
+                        {{"clean", ""}, {"nl", "\n"}, {"cr", "\r"}, {"nul", std::string(1, '\0')},
+                         {"[", "["}, {"]", "]"}, {";", ";"}, {"#", "#"}, {"%", "%"}, {"dq", "\""},
+                         {"sq", "'"}, {"bs", "\\"}, {"$()", "$(id)"}, {"``", "`id`"}, {"../", "../"}});
 }
 
 // Many shares with random printable names, comments and lists, each value
@@ -267,12 +192,7 @@ TEST_F(CifsSambaTest, RandomSharesReadBackExactlyAsIntended) {
             if (ok(s) && used.insert(folded).second) return s;
         }
     };
-    auto q = [](const std::string &s) {
-        char *p = sqlite3_mprintf("%Q", s.c_str());
-        std::string out = p;
-        sqlite3_free(p);
-        return out;
-    };
+    auto q = sql_quoted;
     sql().exec("INSERT INTO _volume (id,lv_name,blk_size) VALUES('vol1','vol1',1)");
     const std::string admin = "+admin|Administrator|";
     for (int round = 0; round < 3; ++round) {
@@ -344,43 +264,3 @@ TEST_F(CifsSambaTest, RandomSharesReadBackExactlyAsIntended) {
         EXPECT_EQ(samba(), want) << "round " << round;
     }
 }
-
-// The whole Samba configuration of an appliance as the daemon reads it,
-// passed by Samba's checker: smb.conf from the service settings with the
-// share file and the other generated files in place, in stand-alone and in
-// domain mode.
-TEST_F(CifsSambaTest, SambaAcceptsTheWholeGeneratedConfigurationInBothModes) {
-    sql().exec(read_file(std::string(KSDB_CASES_DIR) + "/cifs-share/volume-shares/db.sql"));
-    // The include files of the applications live on the appliance.
-    sql().exec("DELETE FROM `$application_on_share`");
-    sql().exec("UPDATE _volume SET uuid='0b9c6d2e-1111-2222-3333-444455556666' WHERE id<>'media'");
-    sql().exec("UPDATE service_cifs SET oplocks=1,allow_trusted_domains=0,map_to_guest='Bad User'");
-    sql().exec("INSERT INTO service_misc (key,val) VALUES('LANGUAGE','de')");
-    // The files of the appliance that this library does not generate.
-    put("/etc/quillfold/samba/smb.conf.defaults", "# defaults\n server min protocol = SMB2\n");
-    put("/etc/quillfold/samba/smb.conf.UNKNOWN", "# per client kind\n");  // %a as testparm sees it
-    put("/etc/quillfold/samba/smb.conf.overrides", "# overrides\n");
-    put("/etc/quillfold/samba/Shares.conf.", "# per user\n");  // %U expands to nothing
-    put("/etc/quillfold/samba/addons/addons.conf", "# add-ons\n");
-    auto check = [&](const char *mode) {
-        ASSERT_EQ(ksdb_export(h(), db(), KSDB_CAT_ALL_SERVICE), 0) << mode;
-        ASSERT_EQ(export_cifs(), 0) << mode;
-        // The include lines name live paths: check a copy pointing below
-        // the root, so the checker reads exactly what was generated.
-        std::string text = get("/etc/samba/smb.conf");
-        text = replace_all(text, " /etc/quillfold/", " " + root() + "/etc/quillfold/");
-        text = replace_all(text, " /run/usb/", " " + root() + "/run/usb/");
-        write_file(at("/smb.check.conf"), text);
-        std::string out;
-        EXPECT_EQ(run_checker("check-smb.sh", at("/smb.check.conf"), &out), 0) << mode << out;
-        EXPECT_TRUE(contains(text, root() + "/etc/quillfold/samba/Shares.conf")) << mode;
-    };
-    check("stand-alone");
-    sql().exec(
-        "UPDATE service_cifs SET security='ads',workgroup='CORP',realm='CORP.EXAMPLE.COM',"
-        "domain_admin_user='Administrator',idmap_backend='tdb',join_ads_failed=1");
-    check("domain");
-    EXPECT_TRUE(contains(get("/etc/quillfold/samba/Shares.conf"),
-                         "  admin users = \"+admin\",\"CORP\\Administrator\"\n"));
-}
-

@@ -107,6 +107,7 @@ size_t count(const Names &calls, const std::string &name) {
 
 }  // namespace
 
+// Guards: a plan running or describing other steps than the written one.
 TEST_F(DriverTest, EveryCategoryRunsAndDescribesItsPlan) {
     const auto plans = load_plans();
     ASSERT_EQ(plans.size(), 2u * KSDB_CATEGORY_COUNT);
@@ -137,6 +138,7 @@ TEST_F(DriverTest, EveryCategoryRunsAndDescribesItsPlan) {
     EXPECT_NE(log_.text().find("(info) _ksdb_all_export\n"), std::string::npos);
 }
 
+// Guards: an invalid category committing or not logged at error level.
 TEST_F(DriverTest, TheFrameRollsBackInvalidCategoriesAndLogsItsExit) {
     EXPECT_EQ(run(ksdb_import, 47, KSDB_E_INVAL), Names{});
     EXPECT_EQ(run(ksdb_export, -1, KSDB_E_INVAL), Names{});
@@ -158,6 +160,7 @@ int insert_share(ksdb_handle *h, sqlite3 *db) {
 }
 }  // namespace
 
+// Guards: a failed step's rows kept; a plan going on or stopping against its rule.
 TEST_F(DriverTest, AFailingStepLeavesTheTablesAndStopsItsPlanByTheRulesOfTheData) {
     replace(kCifsShareImport, insert_share);
     g_results["ksdb_afp_share_import"] = 3;
@@ -173,7 +176,8 @@ TEST_F(DriverTest, AFailingStepLeavesTheTablesAndStopsItsPlanByTheRulesOfTheData
     EXPECT_EQ(db_.scalar("SELECT COUNT(*) FROM share"), "1");
     replace(kCifsShareImport, kRecorders[kCifsShareImport]);
     const auto plans = load_plans();
-    static const std::regex rule(R"re(fail (\w+) (\w+): (\w+)=(\d+) -> (\d+)(?: "([^"]*)")?(?: then (.*))?)re");
+    static const std::regex rule(
+        R"re(fail (\w+) (\w+): (\w+)=(\d+) -> (\d+)(?: "([^"]*)")?(?: then (.*))?)re");
     int rules = 0;
     for (const std::string &line : lines(read_file(KSDB_TEST_DATA_DIR "/plans.txt"))) {
         std::smatch m;
@@ -195,6 +199,7 @@ TEST_F(DriverTest, AFailingStepLeavesTheTablesAndStopsItsPlanByTheRulesOfTheData
     EXPECT_TRUE(lock_free());
 }
 
+// Guards: a sync missing or doubled; the per-share export logging its exit.
 TEST_F(DriverTest, SyncAfterExportChainsAllRunsAndThePerShareExport) {
     auto syncs = [&](int (*fn)(ksdb_handle *, sqlite3 *, int), int cat, int rc) {
         g_syncs = 0;
@@ -230,6 +235,7 @@ std::vector<bool> g_flags;
 Db *g_other_db = nullptr;
 }  // namespace
 
+// Guards: the thread's in-transaction flag lost after a nested run.
 TEST_F(DriverTest, InTransactionFlagIsRestoredAfterANestedRun) {
     g_flags.clear();
     Db other;
@@ -252,6 +258,7 @@ TEST_F(DriverTest, InTransactionFlagIsRestoredAfterANestedRun) {
     EXPECT_EQ(g_flags.back(), false) << "no transaction of the driver's own";
 }
 
+// Guards: an exception crossing the frame, the lock or transaction left.
 TEST_F(DriverTest, AnExceptionFromAStepIsStatusFiveWithTheLockReleased) {
     replace(kCifsShareImport, [](ksdb_handle *h, sqlite3 *db) -> int {
         insert_share(h, db);
@@ -269,6 +276,7 @@ TEST_F(DriverTest, AnExceptionFromAStepIsStatusFiveWithTheLockReleased) {
     EXPECT_TRUE(lock_free());
 }
 
+// Guards: a failed commit not rolled back, or releasing the caller's lock.
 TEST_F(DriverTest, AFailedCommitRollsBackAndGivesThree) {
     db_.exec("PRAGMA foreign_keys=ON");
     db_.exec("CREATE TABLE child (share_id INT REFERENCES share(id) DEFERRABLE INITIALLY DEFERRED)");
@@ -286,6 +294,7 @@ TEST_F(DriverTest, AFailedCommitRollsBackAndGivesThree) {
     EXPECT_TRUE(lock_free());
 }
 
+// Guards: the driver ending a transaction it did not begin.
 TEST_F(DriverTest, AFailedBeginLeavesTheCallersTransactionAloneAndNolockFormsRunInIt) {
     db_.exec("BEGIN");
     db_.exec("INSERT INTO share VALUES(7,'callers')");
@@ -306,6 +315,7 @@ TEST_F(DriverTest, AFailedBeginLeavesTheCallersTransactionAloneAndNolockFormsRun
     EXPECT_NE(log_.text().find("(error) ksdb_export_nolock() ==> 5 ("), std::string::npos);
 }
 
+// Guards: steps not reported to the observer with their status.
 TEST_F(DriverTest, ObserverSeesEveryStepBeginAndEnd) {
     static Names seen;
     seen.clear();
@@ -328,6 +338,7 @@ namespace {
 char *g_page = nullptr;
 }  // namespace
 
+// Guards: a fault not logged with its address, or the wrong exit status.
 TEST_F(DriverTest, InstalledFaultReporterLogsTheFaultAndExitsWith14) {
     TempDir dir;
     const std::string log_path = dir / "fault.log";
@@ -352,8 +363,9 @@ TEST_F(DriverTest, InstalledFaultReporterLogsTheFaultAndExitsWith14) {
     char address[17];
     std::snprintf(address, sizeof address, "%016lx", reinterpret_cast<unsigned long>(g_page));
     const std::string log = read_file(log_path);
-    EXPECT_TRUE(std::regex_search(
-        log, std::regex(R"(ksdb_signal:\d+ \(error\) Got SIGSEGV PC=[0-9a-f]{16} MA=)" + std::string(address) + "\n")))
+    EXPECT_TRUE(
+        std::regex_search(log, std::regex(R"(ksdb_signal:\d+ \(error\) Got SIGSEGV PC=[0-9a-f]{16} MA=)" +
+                                          std::string(address) + "\n")))
         << log;
     EXPECT_TRUE(std::regex_search(log, std::regex(R"(\(error\) 0: .+\n)"))) << log;
     EXPECT_NE(log.find("(error) Exiting now ...\n"), std::string::npos) << log;

@@ -9,8 +9,10 @@ using namespace ksdb_test;
 
 class FixtureTest : public RootTest {};
 
+// Guards: the recording fakes losing or splitting arguments.
 TEST_F(FixtureTest, FakesRecordArgumentsExactly) {
-    std::string cmd = "btrfs subvolume create '" + at("/vol/._share") + "' && chattr +c 'a b' \"$(printf 'x\\ny')\"";
+    std::string cmd =
+        "btrfs subvolume create '" + at("/vol/._share") + "' && chattr +c 'a b' \"$(printf 'x\\ny')\"";
     ASSERT_EQ(std::system(cmd.c_str()), 0);
     auto calls = fake_calls();
     ASSERT_EQ(calls.size(), 2u);
@@ -19,6 +21,7 @@ TEST_F(FixtureTest, FakesRecordArgumentsExactly) {
     EXPECT_TRUE(exists(at("/vol/._share")));
 }
 
+// Guards: a path outside the root passing the fakes.
 TEST_F(FixtureTest, FakesRefusePathsOutsideTheRoot) {
     EXPECT_NE(std::system("chattr +c /etc/passwd"), 0);
     auto calls = fake_calls();

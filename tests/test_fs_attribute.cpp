@@ -1,9 +1,6 @@
-// Share file-system attributes and statistics: what the case folders
-// cannot express (the single-share export, failing tools, quota-group
-// texts from the platform, disk-space figures, the demo appliance).  The
-// case folders' export and import laws on the same data are the round
-// trip: import(files) gives the rows from which export gives the same
-// commands and files.
+// Share file-system attributes and statistics beyond their case folders:
+// the single-share export, failing tools, quota-group texts from the
+// platform, disk-space figures.
 #include "tests/support/test_support.h"
 
 #include "ksdb_platform.h"
@@ -12,7 +9,6 @@
 
 #include <cerrno>
 #include <cstring>
-#include <filesystem>
 #include <map>
 
 using namespace ksdb_test;
@@ -66,6 +62,7 @@ class FsAttributeTest : public RootTest {
     }
 };
 
+// Guards: NULL attributes not off; other shares touched.
 TEST_F(FsAttributeTest, SingleShareExportTakesNullAsOffAndTouchesOnlyThatShare) {
     share(1, "docs", "NULL,NULL,NULL");
     share(2, "media", "1,1,7");
@@ -81,17 +78,7 @@ TEST_F(FsAttributeTest, SingleShareExportTakesNullAsOffAndTouchesOnlyThatShare) 
     EXPECT_TRUE(fake_calls().empty());
 }
 
-TEST_F(FsAttributeTest, NamesWithShellCharactersReachTheToolsAsOneArgument) {
-    const std::string name = "it''s $(touch pwned) & `touch pwned`;x";  // SQL-quoted
-    const std::string real = "it's $(touch pwned) & `touch pwned`;x";
-    share(1, name, "1,1,5");
-    ASSERT_EQ(ksdb_export(h(), db(), KSDB_CAT_SHARE_FS_ATTRIBUTE), 0) << log();
-    EXPECT_EQ(fake_calls(), applied(real, "+c", "-C", "5M"));
-    EXPECT_EQ(get(conf(real)), "compression = 1\nbitrotprotection = 1\nrefquota = 5\n");
-    EXPECT_FALSE(exists(at("/pwned")));
-    EXPECT_FALSE(exists("pwned"));
-}
-
+// Guards: a failing tool's status; its share's file or row changed.
 TEST_F(FsAttributeTest, AFailingToolGivesEightAndKeepsThatShareAsItWas) {
     share(1, "docs", "1,1,100");
     share(2, "media", "NULL,NULL,50");
@@ -110,6 +97,7 @@ TEST_F(FsAttributeTest, AFailingToolGivesEightAndKeepsThatShareAsItWas) {
     EXPECT_EQ(sql().rows("SELECT * FROM zfs_attr ORDER BY share_id"), before);
 }
 
+// Guards: the quota-group texts; missing groups logged as failures.
 TEST_F(FsAttributeTest, ImportStoresTheQuotaGroupTextsAndLogsOnlyRealFailures) {
     ksdb_qgroup_info docs{};
     docs.max_referenced = 200 * 1048576ULL;
@@ -128,6 +116,7 @@ TEST_F(FsAttributeTest, ImportStoresTheQuotaGroupTextsAndLogsOnlyRealFailures) {
     EXPECT_EQ(log().find("Failed to get quota config for data/snap"), std::string::npos);
 }
 
+// Guards: USB share figures not from their file system.
 TEST_F(FsAttributeTest, AUsbShareWithoutQuotaGroupIsMeasuredOnItsFileSystem) {
     mkdirs(at("/media/USB_disk1"));
     share(1, "USB_disk1", "", "share", "media");
@@ -143,23 +132,6 @@ TEST_F(FsAttributeTest, AUsbShareWithoutQuotaGroupIsMeasuredOnItsFileSystem) {
 
     sql().exec("DROP TABLE _zfs_stat");
     EXPECT_EQ(ksdb_import(h(), db(), KSDB_CAT_SHARE_STATS), KSDB_E_DB);
-}
-
-TEST_F(FsAttributeTest, AllImportOfTheDemoApplianceGivesEveryShareItsAttributes) {
-    namespace fs = std::filesystem;
-    fs::copy(KSDB_CASES_DIR "/../../examples/demo-root", root(),
-             fs::copy_options::recursive | fs::copy_options::overwrite_existing);
-    ASSERT_EQ(ksdb_import(h(), db(), KSDB_CAT_ALL), 0) << log();
-    EXPECT_EQ(sql().rows("SELECT S.name,Z.share_id IS NOT NULL FROM share S LEFT JOIN zfs_attr Z "
-                         "ON Z.share_id=S.id ORDER BY S.name"),
-              (std::vector<std::string>{"archive|1", "docs|1", "public|1"}));
-    EXPECT_EQ(sql().rows("SELECT Z.mb_refquota,Z.compression,Z.bit_rot_protection FROM zfs_attr Z "
-                         "JOIN share S ON S.id=Z.share_id WHERE S.name='docs'"),
-              std::vector<std::string>{"10240|1|1"});
-    ASSERT_EQ(ksdb_export(h(), db(), KSDB_CAT_CIFS_SHARE), 0) << log();
-    const std::string shares = get("/etc/quillfold/samba/Shares.conf");
-    for (const char *s : {"[archive]\n", "[docs]\n", "[public]\n"})
-        EXPECT_NE(shares.find(s), std::string::npos) << s;
 }
 
 }  // namespace

@@ -43,6 +43,7 @@ std::string pid_text() { return std::to_string(getpid()); }
 
 }  // namespace
 
+// Guards: the line prefix, the level names or the level filter.
 TEST(Log, StreamLinesCarryThePrefixAndPassTheLevelFilter) {
     CaptureFile log;
     Handle h({log.get(), 3});
@@ -73,6 +74,7 @@ TEST(Log, StreamLinesCarryThePrefixAndPassTheLevelFilter) {
         << trace4.text();
 }
 
+// Guards: output at level 0; lines flushed at the wrong levels.
 TEST(Log, LevelZeroWritesNothingWarnIsBufferedErrorAndDebugAreFlushed) {
     JournalCapture journal;
     CaptureFile log, trace;
@@ -94,6 +96,7 @@ TEST(Log, LevelZeroWritesNothingWarnIsBufferedErrorAndDebugAreFlushed) {
     EXPECT_NE(dbg.unflushed_on_disk().find("info"), std::string::npos);
 }
 
+// Guards: partial or empty lines, priorities or categories sent to the journal.
 TEST(Log, JournalGetsOnlyCompleteNonEmptyLines) {
     JournalCapture journal;
     Handle h({nullptr, 5});
@@ -114,6 +117,7 @@ TEST(Log, JournalGetsOnlyCompleteNonEmptyLines) {
                          }));
 }
 
+// Guards: a bad debug root accepted, paths not below it, the result pool.
 TEST(Handle, DebugRootRulesAlignmentAndResultPool) {
     TempDir dir;
     write_file(dir / "plain", "x");
@@ -145,6 +149,7 @@ TEST(Handle, DebugRootRulesAlignmentAndResultPool) {
     live->call_pool = nullptr;
 }
 
+// Guards: the old initializer's mutexes, pool and clean-up.
 TEST(Handle, InitializeOldMakesPoolRecursiveMutexesAndSystemRecord) {
     ksdb_handle *h = ksdb_initialize_old(nullptr, 0, nullptr, nullptr);
     ASSERT_TRUE(h && h->pool && h->sys_info);
@@ -164,6 +169,7 @@ TEST(Handle, InitializeOldMakesPoolRecursiveMutexesAndSystemRecord) {
     EXPECT_EQ(ksdb_initialize_old(nullptr, 0, nullptr, "/nonexistent/ksdb-root"), nullptr);
 }
 
+// Guards: the exit line's level; failures missing from the domain log.
 TEST(ExitLog, SuccessOnlyAtDebugFailureAtErrorAndInTheDomainLog) {
     TempDir root;
     mkdirs(root / "var/log/kestravad");
@@ -186,13 +192,14 @@ TEST(ExitLog, SuccessOnlyAtDebugFailureAtErrorAndInTheDomainLog) {
     ksdb::logged(quiet, "ksdb_api", 1, "ksdb_import", [] { return 4; });
     auto ads = lines(read_file(root / "var/log/kestravad/ads.log"));
     ASSERT_EQ(ads.size(), 3u);
-    EXPECT_TRUE(std::regex_match(ads[0], std::regex(R"(^\[\d\d-\d\d-\d\d \d\d:\d\d:\d\d\] )" +
-                                                    pid_text() +
-                                                    R"( ksdb_cifs:13 error: ksdb_cifs_share_import\(\) ==> 3 \(\d+ms\)$)")))
+    EXPECT_TRUE(std::regex_match(
+        ads[0], std::regex(R"(^\[\d\d-\d\d-\d\d \d\d:\d\d:\d\d\] )" + pid_text() +
+                           R"( ksdb_cifs:13 error: ksdb_cifs_share_import\(\) ==> 3 \(\d+ms\)$)")))
         << ads[0];
     EXPECT_NE(ads[2].find("ksdb_api:1 error: ksdb_import() ==> 4"), std::string::npos);
 }
 
+// Guards: doubled or missing line ends in the domain log.
 TEST(ExitLog, DomainLogAddsANewlineOnlyWhenTheFormatHasNone) {
     TempDir root;
     mkdirs(root / "var/log/kestravad");
@@ -206,6 +213,7 @@ TEST(ExitLog, DomainLogAddsANewlineOnlyWhenTheFormatHasNone) {
     EXPECT_EQ(ads.substr(ads.size() - 12), "\nnone at end") << ads;
 }
 
+// Guards: the last error overwritten, shared between threads or not cleared.
 TEST(LastError, AFailureWithoutAFinerRecordIsTheLibrarysOwn) {
     Handle h;
     Db db;
@@ -227,6 +235,7 @@ TEST(LastError, AFailureWithoutAFinerRecordIsTheLibrarysOwn) {
     EXPECT_EQ(last_error(), "0 0 :0 ");
 }
 
+// Guards: the random state per thread; elapsed time across a second.
 TEST(RandAndTime, UnseededThreadsShareTheZeroStateAndElapsedTimeBorrows) {
     long a = 0, b = 0;
     std::thread([&] { a = ksdb_rand(); }).join();

@@ -1,38 +1,17 @@
-// Shares over NFS, beyond the case folders of tests/cases/nfs-share: each
-// case's export read by the kernel NFS server's own exportfs and brought back
-// through the import (the NFSv4 case's pseudo roots carry the test file
-// system's id), hostile values, a share file that cannot be replaced, and
-// how many statements an export runs.
+// Shares over NFS, beyond the case folders of tests/cases/nfs-share:
+// hostile values read back by the kernel NFS server's own exportfs, a share
+// file that cannot be replaced, and how many statements an export runs.
 #define KSDB_MODULE "test_nfs"
-#include <sys/statvfs.h>
-#include <unistd.h>
-
-#include <algorithm>
-#include <filesystem>
-#include <map>
-#include <set>
-
 #include "core/ksdb_internal.h"
 #include "tests/support/test_support.h"
 
+#include <set>
+
 using namespace ksdb_test;
-namespace fs = std::filesystem;
 
 namespace {
 
 using Rows = std::vector<std::string>;
-const std::string kCases = std::string(KSDB_CASES_DIR) + "/nfs-share/";
-
-bool contains(const std::string &text, const std::string &part) {
-    return text.find(part) != std::string::npos;
-}
-
-std::map<std::string, std::string> tree(const std::string &dir) {
-    std::map<std::string, std::string> out;
-    for (const auto &e : fs::recursive_directory_iterator(dir))
-        if (e.is_regular_file()) out[e.path().string()] = read_file(e.path().string());
-    return out;
-}
 
 // What "exportfs -s" printed, one "path|client|rw or ro" per client, with the
 // root taken off the paths and their octal escapes read.
@@ -71,78 +50,7 @@ class NfsTest : public RootTest {
     }
 };
 
-// The cases whose export succeeds.
-Rows export_cases() {
-    Rows out;
-    for (const auto &e : fs::directory_iterator(kCases))
-        if (fs::exists(e.path() / "db.sql") &&
-            !contains(read_file(e.path() / "case"), "export-status"))
-            out.push_back(e.path().filename().string());
-    std::sort(out.begin(), out.end());
-    return out;
-}
-
-class NfsCaseTest : public NfsTest, public ::testing::WithParamInterface<std::string> {};
-
 }  // namespace
-
-// The export leaves the expected files ("{fsid:vol1}" standing for the file
-// system's id of /vol1).  Emptying the option and host tables and importing
-// brings the same rows back (bar the stated losses: denied hosts, shares
-// without a volume, access words as written), and exporting again changes no
-// file.  exportfs accepts the file and exports every path in it.
-TEST_P(NfsCaseTest, ExportRoundTripsAndExportfsAcceptsIt) {
-    const std::string dir = kCases + GetParam();
-    fs::copy(dir + "/given", root(),
-             fs::copy_options::recursive | fs::copy_options::overwrite_existing);
-    sql().exec(read_file(dir + "/db.sql"));
-    const std::string options =
-        "SELECT S.name,O.available!=0,CASE lower(O.nfs_access) WHEN 'readonly' THEN 'readonly' "
-        "WHEN 'writeable' THEN 'writeable' ELSE 'disabled' END,O.nfs_sync!=0 FROM nfs_share_option "
-        "O "
-        "INNER JOIN share S ON S.id=O.share_id INNER JOIN _volume V ON V.id=S.volume_id ORDER BY "
-        "S.name";
-    const std::string hosts =
-        "SELECT S.name,H.name,HA.write!=0,HA.root!=0 FROM host_acl HA INNER JOIN share S ON "
-        "S.id=HA.share_id INNER JOIN _volume V ON V.id=S.volume_id INNER JOIN host H ON "
-        "H.id=HA.host_id WHERE HA.proto='nfs' AND HA.read=1 ORDER BY S.name,H.name";
-    const Rows want_options = sql().rows(options), want_hosts = sql().rows(hosts);
-    ASSERT_EQ(export_nfs(), 0) << log();
-    for (const auto &e : fs::recursive_directory_iterator(dir + "/expect")) {
-        if (!e.is_regular_file()) continue;
-        std::string want = read_file(e.path());
-        for (const std::string &volume : sql().column("SELECT lv_name FROM _volume")) {
-            struct statvfs st;
-            if (statvfs(at("/" + volume).c_str(), &st) == 0)
-                want = replace_all(want, "{fsid:" + volume + "}", std::to_string(st.f_fsid));
-        }
-        EXPECT_EQ(read_file(root() + "/" + fs::relative(e.path(), dir + "/expect").string()), want)
-            << e.path();
-    }
-    const auto files = tree(root());
-    for (const std::string &path : sql().column("SELECT path FROM share")) mkdirs(at(path));
-    sql().exec("DELETE FROM nfs_share_option; DELETE FROM host_acl; DELETE FROM host");
-    ASSERT_EQ(ksdb_import(h(), db(), KSDB_CAT_NFS_SHARE), 0) << log();
-    EXPECT_EQ(sql().rows(options), want_options);
-    EXPECT_EQ(sql().rows(hosts), want_hosts);
-    ASSERT_EQ(export_nfs(), 0) << log();
-    EXPECT_EQ(tree(root()), files);
-
-    std::string out;
-    const int rc = exportfs(&out);
-    if (rc == 77) GTEST_SKIP() << "exportfs cannot run here: " << out;
-    EXPECT_EQ(rc, 0) << out;
-    for (const std::string &line : lines(get("/etc/exports")))
-        EXPECT_TRUE(contains(out, "\n" + root() + line.substr(1, line.find('"', 1) - 1) + "  "))
-            << line << out;
-}
-
-INSTANTIATE_TEST_SUITE_P(Cases, NfsCaseTest, ::testing::ValuesIn(export_cases()),
-                         [](const ::testing::TestParamInfo<std::string> &i) {
-                             std::string n = i.param;
-                             std::replace(n.begin(), n.end(), '-', '_');
-                             return n;
-                         });
 
 // Each hostile value in each written column is refused (status 4, no file
 // below the root changed, the row named) or written so that exportfs reads
@@ -190,12 +98,12 @@ TEST_F(NfsTest, HostileValuesAreRefusedOrReadBackExactly) {
             for (char ch : v)
                 literal += "||char(" + std::to_string(static_cast<unsigned char>(ch)) + ")";
             const std::string what = std::string(columns[c].refusal) + " = " + label;
-            const auto before = tree(root());
+            const auto before = file_tree(root());
             sql().exec(replace_all(columns[c].update, "%s", literal));
             const int rc = export_nfs();
             if (contains(" " + std::string(columns[c].refused) + " ", " " + label + " ")) {
                 EXPECT_EQ(rc, KSDB_E_INVAL) << what;
-                EXPECT_EQ(tree(root()), before) << what;
+                EXPECT_EQ(file_tree(root()), before) << what;
                 EXPECT_TRUE(contains(log(), "Refused " + std::string(columns[c].refusal))) << what;
             } else {
                 ASSERT_EQ(rc, 0) << what << "\n" << log();

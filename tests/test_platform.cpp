@@ -5,40 +5,17 @@
 
 #include "platform/platform.h"
 
-#include <dirent.h>
 #include <sys/stat.h>
 #include <sys/statvfs.h>
-#include <unistd.h>
 
-#include <algorithm>
 #include <cerrno>
 #include <cstring>
-#include <memory>
 #include <set>
 
 using namespace ksdb_test;
 using Names = std::vector<std::string>;
 
 namespace {
-
-Names dir_entries(const std::string &path) {
-    Names names;
-    if (DIR *d = opendir(path.c_str())) {
-        while (struct dirent *e = readdir(d))
-            if (e->d_name[0] != '.') names.emplace_back(e->d_name);
-        closedir(d);
-    }
-    std::sort(names.begin(), names.end());
-    return names;
-}
-
-// Runs from a temporary folder, so that a command injected with a relative
-// file name would leave that file there.
-struct InDir {
-    std::unique_ptr<char, decltype(&std::free)> old{getcwd(nullptr, 0), &std::free};
-    explicit InDir(const std::string &dir) { EXPECT_EQ(chdir(dir.c_str()), 0); }
-    ~InDir() { EXPECT_EQ(chdir(old.get()), 0); }
-};
 
 // Names that would run something if they reached a shell unquoted.
 const char *const kHostileNames[] = {
@@ -69,6 +46,7 @@ struct Volumes {
 
 }  // namespace
 
+// Guards: output cut wrongly, a child blocked on a full pipe, arguments given to a shell.
 TEST(PlatformExec, CapturesTruncatesDrainsReportsStatusAndPassesArgumentsUnchanged) {
     EXPECT_EQ(run({"printf", "%s-%s", "hello", "world"}, 64), "hello-world");
     EXPECT_EQ(run({"printf", "abcdefghij"}, 5), "abcd");
@@ -82,12 +60,13 @@ TEST(PlatformExec, CapturesTruncatesDrainsReportsStatusAndPassesArgumentsUnchang
     const char *empty[] = {nullptr};
     EXPECT_EQ(exec_cmd(empty, nullptr, 0), -EINVAL);
     TempDir tmp;
-    InDir in(tmp.path());
+    ScopedCwd in(tmp.path());
     for (const char *name : kHostileNames)
         EXPECT_EQ(run({"printf", "[%s]", name}, 128), "[" + std::string(name) + "]");
-    EXPECT_EQ(dir_entries(tmp.path()), Names{}) << "nothing injected";
+    EXPECT_EQ(list_dir(tmp.path()), Names{}) << "nothing injected";
 }
 
+// Guards: folders taken for volumes wrongly, figures or uuids, the volume limit.
 TEST(PlatformVolumes, FoldersWithAShareFolderAreVolumesUnderADebugRoot) {
     TempDir root;
     Volumes none;
@@ -144,6 +123,7 @@ class PlatformQgroup : public RootTest {
     }
 };
 
+// Guards: the quota-group figures and the snapshots counted.
 TEST_F(PlatformQgroup, FiguresOfTheSubvolumeAndItsSnapshots) {
     mkdirs(at("/vol1/share1/.snapshots/1/snapshot"));
     put("/vol1/share1/.snapshots/1/snapshot/.fake-qgroup", "100000 40000 none");
@@ -161,6 +141,7 @@ TEST_F(PlatformQgroup, FiguresOfTheSubvolumeAndItsSnapshots) {
     EXPECT_EQ(info(at("/vol1/share1") + "/"), "4096 4096 0 100000 1.00x");
 }
 
+// Guards: the status of each quota-group failure.
 TEST_F(PlatformQgroup, FailuresAreNegativeErrnos) {
     EXPECT_EQ(info(at("/vol1/missing")), std::to_string(-ENOENT));
     EXPECT_EQ(info("ksdb-no-such-volume/share"), std::to_string(-ENOENT));
@@ -168,7 +149,8 @@ TEST_F(PlatformQgroup, FailuresAreNegativeErrnos) {
     EXPECT_TRUE(fake_calls("btrfs").empty());
     mkdirs(at("/vol1/share1"));
     // No quota group in the output; unreadable figures; a failing command.
-    for (auto [figures, rc] : std::vector<std::pair<const char *, int>>{{"-", -ENOENT}, {"12k 4k none", -EPROTO}}) {
+    for (auto [figures, rc] :
+         std::vector<std::pair<const char *, int>>{{"-", -ENOENT}, {"12k 4k none", -EPROTO}}) {
         ScopedEnv env("KSDB_FAKE_QGROUP", figures);
         EXPECT_EQ(info(at("/vol1/share1")), std::to_string(rc)) << figures;
     }
@@ -176,6 +158,7 @@ TEST_F(PlatformQgroup, FailuresAreNegativeErrnos) {
     EXPECT_EQ(info(at("/vol1/share1")), std::to_string(-EIO));
 }
 
+// Guards: a snapshot path outside the share or a missing one given.
 TEST(PlatformSnapshots, FindsTheSnapshotFolderAndRefusesBadNames) {
     TempDir root;
     const std::string share = root / "vol1/share1";
@@ -199,7 +182,6 @@ TEST(PlatformSnapshots, FindsTheSnapshotFolderAndRefusesBadNames) {
     for (const char *bad : {"..", "../../share1", ""}) EXPECT_EQ(path_of(share, bad), "-22");
 }
 
-// ---- toggle_datasum -------------------------------------------------------------
 
 namespace {
 
@@ -236,6 +218,7 @@ class PlatformDatasum : public ::testing::Test {
 
 }  // namespace
 
+// Guards: an option list edited wrongly, the file's mode lost, a temporary file left.
 TEST_F(PlatformDatasum, OptionListsAreEditedInPlace) {
     toggle("vol1", 0, "\t/vol1\tbtrfs\tdefaults,noatime\t", "\t/vol1\tbtrfs\tdefaults,noatime,nodatasum\t");
     toggle("vol1", 1, "defaults,noatime,nodatasum", "defaults,noatime");
@@ -247,9 +230,10 @@ TEST_F(PlatformDatasum, OptionListsAreEditedInPlace) {
     struct stat st;
     ASSERT_EQ(stat(fstab_.c_str(), &st), 0);
     EXPECT_EQ(st.st_mode & 07777, 0640u);
-    EXPECT_EQ(dir_entries(tmp_.path()), Names{"fstab"});
+    EXPECT_EQ(list_dir(tmp_.path()), Names{"fstab"});
 }
 
+// Guards: the file replaced without a change; a link replaced by a file.
 TEST_F(PlatformDatasum, NoChangeOrAnUnknownPoolLeavesTheFileAloneAndALinkStaysALink) {
     struct stat before, after;
     ASSERT_EQ(stat(fstab_.c_str(), &before), 0);
@@ -261,7 +245,7 @@ TEST_F(PlatformDatasum, NoChangeOrAnUnknownPoolLeavesTheFileAloneAndALinkStaysAL
     ASSERT_EQ(stat(fstab_.c_str(), &after), 0);
     EXPECT_EQ(before.st_ino, after.st_ino) << "not replaced";
     EXPECT_EQ(read_file(fstab_), kFstab);
-    EXPECT_EQ(dir_entries(tmp_.path()), Names{"fstab"});
+    EXPECT_EQ(list_dir(tmp_.path()), Names{"fstab"});
 
     mkdirs(tmp_ / "etc");
     const std::string link = tmp_ / "etc/fstab";
@@ -272,8 +256,8 @@ TEST_F(PlatformDatasum, NoChangeOrAnUnknownPoolLeavesTheFileAloneAndALinkStaysAL
     EXPECT_NE(read_file(fstab_).find("defaults,noatime,nodatasum"), std::string::npos);
 }
 
-// ---- identity and substitution -----------------------------------------------
 
+// Guards: the identifier overflowing its buffer; the default not restored.
 TEST(PlatformIdentity, SysObjectIdAndHardwareType) {
     auto oid = [](size_t size) {
         std::vector<char> buf(size);
@@ -300,6 +284,7 @@ int g_fake_scans = 0;
 const char *const kVendorTypes[] = {nullptr, "NX-200", nullptr, "NX-400"};
 }  // namespace
 
+// Guards: a vendor member ignored or a NULL member not falling back.
 TEST(PlatformSubstitution, VendorMembersReplaceAndNullMembersFallBack) {
     ksdb_platform_ops ops{};
     ops.volume_scan = [](const char *, ksdb_volume_list *list) {

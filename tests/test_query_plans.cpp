@@ -217,6 +217,15 @@ std::vector<std::string> constrained_columns(const std::string &detail) {
     return out;
 }
 
+// The table a plan line's loop reads ("SCAN S USING ..." -> share).
+std::string loop_table(const std::string &detail, const std::map<std::string, std::string> &names) {
+    std::istringstream words(detail);
+    std::string kind, name;
+    words >> kind >> name;
+    auto it = names.find(name);
+    return it == names.end() ? name : it->second;
+}
+
 // Why one loop of a plan grows with the rows, or "" when it does not.
 std::string judge(const std::string &detail, const std::map<std::string, std::string> &names,
                   const std::set<std::string> &subqueries) {
@@ -224,8 +233,7 @@ std::string judge(const std::string &detail, const std::map<std::string, std::st
     std::string kind, name;
     words >> kind >> name;
     if (name.empty() || name[0] == '(' || name == "CONSTANT" || subqueries.count(name)) return "";
-    auto it = names.find(name);
-    const std::string table = it == names.end() ? name : it->second;
+    const std::string table = loop_table(detail, names);
     if (bounded_table(table)) return "";
     if (kind == "SCAN") return "reads every row of " + table;
     if (detail.find("AUTOMATIC") != std::string::npos)
@@ -258,7 +266,10 @@ std::vector<std::string> plan_findings(const std::vector<PlanRow> &plan, const s
                     const std::string why = judge(r.detail, names, subqueries);
                     if (!why.empty()) out.push_back(r.detail + ": " + why);
                 }
-                loop_seen = true;
+                // A loop over a table the appliance bounds (the volumes,
+                // the ports) repeats what it encloses a bounded number of
+                // times: a scan inside it is still one pass of its table.
+                if (!bounded_table(loop_table(r.detail, names))) loop_seen = true;
                 walk(r.id, inner || loop_seen);
             } else {
                 walk(r.id, inner || starts_with(r.detail, "CORRELATED "));
@@ -377,12 +388,14 @@ class CasePlanTest : public QueryPlanTest {
         if (spec_.export_law) {
             reset();
             stage_case(spec_, true, root(), db());
-            EXPECT_EQ(joined(checked(spec_.category, true)), "") << "export of " << spec_.name;
+            EXPECT_EQ(joined(checked([&] { return run_case_call(spec_, true, h(), db()); })), "")
+                << "export of " << spec_.name;
         }
         if (spec_.import_law) {
             reset();
             stage_case(spec_, false, root(), db());
-            EXPECT_EQ(joined(checked(spec_.category, false)), "") << "import of " << spec_.name;
+            EXPECT_EQ(joined(checked([&] { return run_case_call(spec_, false, h(), db()); })), "")
+                << "import of " << spec_.name;
         }
         EXPECT_GT(calls_, 0u) << "nothing was captured";
     }
@@ -393,7 +406,9 @@ class CasePlanTest : public QueryPlanTest {
 
 const bool registered = [] {
     for (const CaseSpec &spec : find_cases(KSDB_CASES_DIR)) {
-        if (spec.category < 0) continue;  // the case runner reports it
+        // A malformed case is the case runner's to report; a case no law
+        // runs is run by its own test.
+        if (spec.category < 0 || (!spec.export_law && !spec.import_law)) continue;
         std::string name = spec.name;
         for (char &c : name)
             if (!std::isalnum(static_cast<unsigned char>(c))) c = '_';

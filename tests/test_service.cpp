@@ -1,35 +1,32 @@
-// Service settings and the samba, NFS and FTP service files, beyond what the
-// case folders (tests/cases/*-service) say: hostile values in every guarded
-// column, what a shell makes of the sourced files, readers that meet
-// something other than a regular file, the daemons' own checkers, and the
-// exported names and queries.
+// The service files beyond their case folders (tests/cases/*-service):
+// hostile values in every guarded column, what a shell makes of the sourced
+// files, readers that meet something other than a regular file, Samba's and
+// proftpd's own checkers, the SNMP object identifier, the look-ups and the
+// host-name switch.
 #define KSDB_MODULE "test_service"
-#include "core/ksdb_areas.h"
+#include "core/ksdb_internal.h"
+#include "tests/support/case_runner.h"
 #include "tests/support/test_support.h"
+
+#include "ksdb_platform.h"
 
 #include <sys/stat.h>
 
 #include <filesystem>
-#include <map>
-#include <string>
-#include <vector>
 
 using namespace ksdb_test;
 
 namespace {
 
-std::string sql_text(const std::string &s) { return "'" + replace_all(s, "'", "''") + "'"; }
-
 class ServiceTest : public RootTest {
   protected:
     void SetUp() override { ASSERT_EQ(ksdb_create(h(), db()), 0); }
+    void TearDown() override { ksdb_platform_set(nullptr); }
 
-    // Every file below the root but the scratch folder, with its content.
+    // Every file below the root but the scratch folder.
     std::map<std::string, std::string> files() const {
-        std::map<std::string, std::string> out;
-        for (const auto &e : std::filesystem::recursive_directory_iterator(root()))
-            if (e.is_regular_file() && e.path().string().rfind(at("/tmp/"), 0) != 0)
-                out[e.path().string()] = read_file(e.path().string());
+        auto out = file_tree(root());
+        std::erase_if(out, [](const auto &f) { return f.first.rfind("tmp/", 0) == 0; });
         return out;
     }
     // A valid row in every table the exporters read.
@@ -40,21 +37,44 @@ class ServiceTest : public RootTest {
             "domain_admin_user,hostname_lookups,idmap_backend) VALUES(0,'user','WORKGROUP',"
             "'EXAMPLE.COM','Sales','Staff','0',1,'Never','dc1',0,'Administrator',0,'rid');"
             "INSERT INTO _volume (id,lv_name,uuid,blk_size) VALUES('1','c','1234-abcd',4096);"
+            "INSERT INTO share (id,zfs_name,type,name,path,user_id,group_id) "
+            "VALUES(1,'c/lun1','zvol','lun1','/c/lun 1',0,0);"
             "INSERT INTO smb_username_map (id,unix_uname,smb_uname,type) VALUES(1,'alice','ALICE',"
             "'UNAME');"
             "INSERT INTO service_nfs (enabled,threads,nfsv4,domain) VALUES(1,8,1,'example.com');"
             "INSERT INTO service_ftp (enabled,enable_masquerade,masquerade) VALUES(1,1,'192.0.2.10');"
             "INSERT INTO service_replicate (enabled,owner) VALUES(1,'alice@example.com');"
             "INSERT INTO service_misc VALUES('MOTTO','my files',NULL,NULL);"
-            "INSERT INTO service_snmp (location) VALUES('Server room 2')");
+            "INSERT INTO service_snmp (enabled,allow_host,community,trap_destination,contact,"
+            "location) VALUES(1,'10.0.0.0/8','public','10.0.0.1','ops team','Server room 2')");
+    }
+    // Exports samba's files and the shares, and checks a copy of smb.conf whose
+    // include paths point below the root, with the include files the appliance
+    // itself provides: the checker's status, its output in *out.
+    int check_smb(std::string *out) {
+        EXPECT_EQ(ksdb_export(h(), db(), KSDB_CAT_CIFS_SERVICE), 0);
+        EXPECT_EQ(ksdb_export(h(), db(), KSDB_CAT_CIFS_SHARE), 0);
+        const std::string dir = root() + "/etc/quillfold/samba/";
+        write_file(dir + "smb.conf.defaults", " server min protocol = SMB2\n");
+        write_file(dir + "smb.conf.UNKNOWN", "");  // testparm expands %a to UNKNOWN
+        write_file(dir + "smb.conf.overrides", "include = " + dir + "Shares.conf.admin\n");
+        write_file(dir + "Shares.conf.", "");  // %U is empty
+        write_file(dir + "addons/addons.conf", "");
+        std::string text = read_file(root() + "/etc/samba/smb.conf");
+        text = replace_all(text, " /etc/quillfold/", " " + root() + "/etc/quillfold/");
+        write_file(root() + "/smb.check.conf", replace_all(text, " /run/usb/", " " + root() + "/run/usb/"));
+        EXPECT_TRUE(contains(text, dir + "Shares.conf"));
+        return run_checker("check-smb.sh", root() + "/smb.check.conf", out);
+    }
+    void object_id(int (*get)(char *, size_t)) {
+        ksdb_platform_ops ops = *ksdb_platform_builtin();
+        ops.getSysObjectID = get;
+        ksdb_platform_set(&ops);
     }
 };
 
-// ---- hostile values ------------------------------------------------------------
-
 // Which hostile texts a place refuses: all of them, all but a blank (a
-// samba value may hold one), or only line breaks (the file escapes the
-// rest).
+// value may hold one), or only line breaks (the file escapes the rest).
 enum Refuses { kAll, kAllButBlank, kLineBreaks };
 
 struct GuardedColumn {
@@ -62,52 +82,82 @@ struct GuardedColumn {
     const char *table, *column, *row;  // the row as the refusal line names it ("" the value)
     const char *good;
     Refuses refuses;
+    bool daemon;  // a daemon's own file (the second list of hostile texts)
 };
 
-#define CIFS(column, good) {KSDB_CAT_CIFS_SERVICE, "service_cifs", column, "rowid 1", good, kAllButBlank}
-#define FTP(column, good) {KSDB_CAT_FTP_SERVICE, "service_ftp", column, "rowid 1", good, kAll}
+#define CIFS(column, good) \
+    { KSDB_CAT_CIFS_SERVICE, "service_cifs", column, "rowid 1", good, kAllButBlank, false }
+#define FTP(column, good) {KSDB_CAT_FTP_SERVICE, "service_ftp", column, "rowid 1", good, kAll, false}
+#define SNMP(column, good, r) {KSDB_CAT_SNMP_SERVICE, "service_snmp", column, "rowid 1", good, r, true}
 const GuardedColumn kGuarded[] = {
-    CIFS("allow_trusted_domains", "0"), CIFS("hostname_lookups", "0"), CIFS("map_to_guest", "Never"),
-    CIFS("oplocks", "1"), CIFS("orgunit", "Sales"), CIFS("restrict_ou", "Staff"),
-    CIFS("no_sync_ads", "0"), CIFS("idmap_backend", "rid"), CIFS("password_server", "dc1"),
-    CIFS("realm", "EXAMPLE.COM"), CIFS("security", "user"), CIFS("workgroup", "WORKGROUP"),
+    CIFS("allow_trusted_domains", "0"),
+    CIFS("hostname_lookups", "0"),
+    CIFS("map_to_guest", "Never"),
+    CIFS("oplocks", "1"),
+    CIFS("orgunit", "Sales"),
+    CIFS("restrict_ou", "Staff"),
+    CIFS("no_sync_ads", "0"),
+    CIFS("idmap_backend", "rid"),
+    CIFS("password_server", "dc1"),
+    CIFS("realm", "EXAMPLE.COM"),
+    CIFS("security", "user"),
+    CIFS("workgroup", "WORKGROUP"),
     CIFS("domain_admin_user", "Administrator"),
-    {KSDB_CAT_CIFS_SERVICE, "_volume", "lv_name", "id 1", "c", kAllButBlank},
-    {KSDB_CAT_CIFS_SERVICE, "smb_username_map", "unix_uname", "id 1", "alice", kAll},
-    {KSDB_CAT_CIFS_SERVICE, "smb_username_map", "smb_uname", "id 1", "ALICE", kAll},
-    {KSDB_CAT_CIFS_SERVICE, "smb_username_map", "type", "id 1", "UNAME", kAll},
-    {KSDB_CAT_NFS_SERVICE, "service_nfs", "domain", "rowid 1", "example.com", kAll},
-    FTP("port", "21"), FTP("passive_range_min", "32768"), FTP("passive_range_max", "65535"),
-    FTP("max_upload_rate", "0"), FTP("max_download_rate", "0"), FTP("masquerade", "192.0.2.10"),
-    {KSDB_CAT_DEFAULT_SERVICE, "service_misc", "key", "", "MOTTO", kAll},
-    {KSDB_CAT_DEFAULT_SERVICE, "service_misc", "val", "MOTTO", "my files", kLineBreaks},
-    {KSDB_CAT_DEFAULT_SERVICE, "service_snmp", "location", "SNMP_LOCATION", "Server room 2", kLineBreaks},
-    {KSDB_CAT_REPLICATE_SERVICE, "service_replicate", "owner", "rowid 1", "alice@example.com", kLineBreaks},
+    {KSDB_CAT_CIFS_SERVICE, "_volume", "lv_name", "id 1", "c", kAllButBlank, false},
+    {KSDB_CAT_CIFS_SERVICE, "smb_username_map", "unix_uname", "id 1", "alice", kAll, false},
+    {KSDB_CAT_CIFS_SERVICE, "smb_username_map", "smb_uname", "id 1", "ALICE", kAll, false},
+    {KSDB_CAT_CIFS_SERVICE, "smb_username_map", "type", "id 1", "UNAME", kAll, false},
+    {KSDB_CAT_NFS_SERVICE, "service_nfs", "domain", "rowid 1", "example.com", kAll, false},
+    FTP("port", "21"),
+    FTP("passive_range_min", "32768"),
+    FTP("passive_range_max", "65535"),
+    FTP("max_upload_rate", "0"),
+    FTP("max_download_rate", "0"),
+    FTP("masquerade", "192.0.2.10"),
+    {KSDB_CAT_DEFAULT_SERVICE, "service_misc", "key", "", "MOTTO", kAll, false},
+    {KSDB_CAT_DEFAULT_SERVICE, "service_misc", "val", "MOTTO", "my files", kLineBreaks, false},
+    {KSDB_CAT_DEFAULT_SERVICE, "service_snmp", "location", "SNMP_LOCATION", "Server room 2", kLineBreaks,
+     false},
+    {KSDB_CAT_REPLICATE_SERVICE, "service_replicate", "owner", "rowid 1", "alice@example.com", kLineBreaks,
+     false},
+    SNMP("allow_host", "10.0.0.0/8", kAll),
+    SNMP("community", "public", kAll),
+    SNMP("trap_destination", "10.0.0.1", kAll),
+    SNMP("contact", "ops team", kAllButBlank),
+    SNMP("location", "Server room 2", kAllButBlank),
+    {KSDB_CAT_ANTIVIRUS_SERVICE, "_volume", "lv_name", "id 1", "c", kAllButBlank, true},
+    {KSDB_CAT_ANTIVIRUS_SERVICE, "share", "path", "name lun1", "/c/lun 1", kAllButBlank, true},
 };
 #undef CIFS
 #undef FTP
+#undef SNMP
 
-// Each hostile text, put before and after the good value.
-const std::pair<const char *, const char *> kHostile[] = {
-    {"", "\n[evil]\npath = /"}, {"", "\r"},     {"[", ""},      {"", "]"},   {"", ";x"},
-    {"#", ""},                  {"%U", ""},      {"\"", ""},     {"'", ""},   {"", "\\"},
-    {"$(reboot)", ""},          {"`id`", ""},    {"../", ""},     {"", " Include"},
+// Each hostile text, put before and after the good value: for the
+// settings, Samba, NFS and FTP files, and for the SNMP and clamd files.
+const std::vector<std::pair<const char *, const char *>> kHostile[] = {
+    {{"", "\n[evil]\npath = /"}, {"", "\r"}, {"[", ""}, {"", "]"}, {"", ";x"}, {"#", ""}, {"%U", ""},
+     {"\"", ""}, {"'", ""}, {"", "\\"}, {"$(reboot)", ""}, {"`id`", ""}, {"../", ""}, {"", " Include"}},
+    {{"", "\nrwcommunity evil"}, {"", "\r"}, {"", " extra"}, {"\t", ""}, {"#", ""}, {"", "#x"},
+     {"\"", ""}, {"'", ""}, {"", "\\"}, {" ", ""}},
 };
 
+// Guards: a hostile value written, reported without its row, or refused
+// after some file was already replaced.
 TEST_F(ServiceTest, HostileValuesInEveryGuardedColumnAreRefusedBeforeAnyFileIsWritten) {
     valid_rows();
-    for (int cat : {KSDB_CAT_DEFAULT_SERVICE, KSDB_CAT_CIFS_SERVICE, KSDB_CAT_NFS_SERVICE,
-                    KSDB_CAT_FTP_SERVICE, KSDB_CAT_REPLICATE_SERVICE})
+    for (int cat :
+         {KSDB_CAT_DEFAULT_SERVICE, KSDB_CAT_CIFS_SERVICE, KSDB_CAT_NFS_SERVICE, KSDB_CAT_FTP_SERVICE,
+          KSDB_CAT_REPLICATE_SERVICE, KSDB_CAT_SNMP_SERVICE, KSDB_CAT_ANTIVIRUS_SERVICE})
         ASSERT_EQ(ksdb_export(h(), db(), cat), 0) << ksdb_cat2str(cat) << log();
     const auto written = files();
     for (const GuardedColumn &g : kGuarded) {
         const std::string set = std::string("UPDATE ") + g.table + " SET " + g.column + "=";
-        for (const auto &[before, after] : kHostile) {
+        for (const auto &[before, after] : kHostile[g.daemon]) {
             const std::string bad = before + std::string(g.good) + after;
             const bool line_break = bad.find_first_of("\r\n") != std::string::npos;
             if ((g.refuses == kLineBreaks && !line_break) || (g.refuses == kAllButBlank && *after == ' '))
                 continue;
-            sql().exec(set + sql_text(bad) + " WHERE " + g.column + "=" + sql_text(g.good));
+            sql().exec(set + sql_quoted(bad) + " WHERE " + g.column + "=" + sql_quoted(g.good));
             // An integer column keeps "0\r" as the number 0: nothing hostile stored.
             if (sql().scalar(std::string("SELECT typeof(") + g.column + ") FROM " + g.table) == "integer")
                 continue;
@@ -115,27 +165,32 @@ TEST_F(ServiceTest, HostileValuesInEveryGuardedColumnAreRefusedBeforeAnyFileIsWr
             EXPECT_EQ(ksdb_export(h(), db(), g.category), KSDB_E_INVAL) << g.column << ": " << bad;
             const std::string row =
                 *g.row ? g.row : replace_all(replace_all(bad, "\n", "\\x0a"), "\r", "\\x0d");
-            EXPECT_NE(log().find(std::string("Refused ") + g.table + "." + g.column + " of '" + row + "'",
-                                 mark),
-                      std::string::npos)
-                << bad << "\n" << log().substr(mark);
+            EXPECT_NE(
+                log().find(std::string("Refused ") + g.table + "." + g.column + " of '" + row + "'", mark),
+                std::string::npos)
+                << bad << "\n"
+                << log().substr(mark);
             EXPECT_EQ(files(), written) << g.column << ": " << bad;
-            sql().exec(set + sql_text(g.good) + " WHERE " + g.column + "=" + sql_text(bad));
+            sql().exec(set + sql_quoted(g.good) + " WHERE " + g.column + "=" + sql_quoted(bad));
         }
         EXPECT_EQ(ksdb_export(h(), db(), g.category), 0) << g.column;
         EXPECT_EQ(files(), written) << g.column;
     }
+    // sshd_config takes no stored text: a hostile switch reads as "no".
+    ASSERT_EQ(ksdb_export(h(), db(), KSDB_CAT_SSH_SERVICE), 0) << log();
+    const std::string sshd = get("/etc/ssh/sshd_config");
+    sql().exec("INSERT INTO service_ssh (password_authentication) VALUES('1\nPermitRootLogin no')");
+    ASSERT_EQ(ksdb_export(h(), db(), KSDB_CAT_SSH_SERVICE), 0) << log();
+    EXPECT_EQ(get("/etc/ssh/sshd_config"),
+              replace_all(sshd, "PasswordAuthentication yes", "PasswordAuthentication no"));
 }
 
-// ---- the files a shell sources ---------------------------------------------------------
-
-// Sources `file` with sh and gives the values of `names`, each ended by NUL.
+// Sources `file` with sh and gives the values of `names`.
 std::vector<std::string> source(const std::string &file, const std::vector<std::string> &names) {
     std::string cmd = "sh -c '. \"$0\" && printf \"%s\\0\"";
     for (const std::string &n : names) cmd += " \"$" + n + "\"";
-    cmd += "' '" + file + "'";
     std::vector<std::string> out(1);
-    FILE *p = popen(cmd.c_str(), "r");
+    FILE *p = popen((cmd + "' '" + file + "'").c_str(), "r");
     for (int c; p && (c = fgetc(p)) != EOF;) {
         if (c)
             out.back() += static_cast<char>(c);
@@ -147,32 +202,30 @@ std::vector<std::string> source(const std::string &file, const std::vector<std::
     return out;
 }
 
+// Guards: a sourced value escaped so that the shell runs or changes it, or
+// not read back by the import; the NFS daemon's defaults.
 TEST_F(ServiceTest, SourcingTheSettingsFilesGivesTheStoredTextsAndRunsNothing) {
     const std::string marker = at("/injected");
     const std::vector<std::string> values = {
-        "Server room 2",     "en;touch " + marker,       "$(touch " + marker + ")",
-        "`touch " + marker + "`", "it's \"quoted\"",     "back\\slash\\",
-        "~root:~/x",         "a|b&c>d<e (f) {g}",        "*?[x]!^ #h\t%p=",
+        "Server room 2", "en;touch " + marker, "$(touch " + marker + ")", "`touch " + marker + "`",
+        "it's \"quoted\"", "back\\slash\\", "~root:~/x", "a|b&c>d<e (f) {g}", "*?[x]!^ #h\t%p=",
     };
     // Free keys, a mapped text column and a mapped integer column holding text.
     std::vector<std::string> names;
     for (size_t i = 0; i < values.size(); ++i) {
         names.push_back("FREE_" + std::to_string(i));
-        sql().exec("INSERT INTO service_misc (key,val) VALUES(" + sql_text(names.back()) + "," +
-                   sql_text(values[i]) + ")");
+        sql().exec("INSERT INTO service_misc (key,val) VALUES('" + names.back() + "'," +
+                   sql_quoted(values[i]) + ")");
     }
-    sql().exec("INSERT INTO service_snmp (location) VALUES(" + sql_text(values[1]) + ")");
-    sql().exec("INSERT INTO service_ssh (port) VALUES(" + sql_text(values[2]) + ")");
+    sql().exec("INSERT INTO service_snmp (location) VALUES(" + sql_quoted(values[1]) + ")");
+    sql().exec("INSERT INTO service_ssh (port) VALUES(" + sql_quoted(values[2]) + ")");
     ASSERT_EQ(ksdb_export(h(), db(), KSDB_CAT_DEFAULT_SERVICE), 0) << log();
     std::vector<std::string> want = values;
-    want.push_back(values[1]);
-    want.push_back(values[2]);
-    names.push_back("SNMP_LOCATION");
-    names.push_back("SSHPORT");
+    want.insert(want.end(), {values[1], values[2]});
+    names.insert(names.end(), {"SNMP_LOCATION", "SSHPORT"});
     EXPECT_EQ(source(at("/etc/default/services"), names), want);
     EXPECT_FALSE(exists(marker));
 
-    // And the import reads the escaped texts back.
     sql().exec("DELETE FROM service_misc; DELETE FROM service_snmp");
     ASSERT_EQ(ksdb_import(h(), db(), KSDB_CAT_DEFAULT_SERVICE), 0) << log();
     for (size_t i = 0; i < values.size(); ++i)
@@ -187,8 +240,7 @@ TEST_F(ServiceTest, SourcingTheSettingsFilesGivesTheStoredTextsAndRunsNothing) {
               (std::vector<std::string>{"8", "--no-nfs-version 4", "--manage-gids --no-nfs-version 4", ""}));
 }
 
-// ---- readers ---------------------------------------------------------------------------
-
+// Guards: a reader that opens a FIFO (it would hang) or a folder.
 TEST_F(ServiceTest, ReadersRefuseWhatIsNotARegularFileWithoutWaiting) {
     put("/etc/samba/smb.conf", "[global]\n");
     put("/etc/proftpd/proftpd.conf", "Port 21\n");
@@ -202,134 +254,158 @@ TEST_F(ServiceTest, ReadersRefuseWhatIsNotARegularFileWithoutWaiting) {
         {KSDB_CAT_ALL_SERVICE, "/etc/forked-daapd.conf"},
         {KSDB_CAT_REPLICATE_SERVICE, "/opt/replication/etc/registration.conf"},
     };
+    namespace fs = std::filesystem;
     for (const auto &[cat, path] : paths) {
         const std::string real = at(path), kept = real + ".kept";
-        if (exists(real)) std::filesystem::rename(real, kept);
-        mkdirs(std::filesystem::path(real).parent_path());
+        if (exists(real)) fs::rename(real, kept);
+        mkdirs(fs::path(real).parent_path());
         ASSERT_EQ(mkfifo(real.c_str(), 0600), 0) << path;
         const int expected = cat == KSDB_CAT_ALL_SERVICE ? KSDB_E_STEP : KSDB_E_FILE;
         EXPECT_EQ(ksdb_import(h(), db(), cat), expected) << path;
-        EXPECT_NE(log().find(std::string("(error) Cannot load ") + path + "\n"), std::string::npos);
-        std::filesystem::remove(real);
-        std::filesystem::create_directory(real);  // a folder is refused the same way
+        EXPECT_TRUE(contains(log(), std::string("(error) Cannot load ") + path + "\n"));
+        fs::remove(real);
+        fs::create_directory(real);
         EXPECT_EQ(ksdb_import(h(), db(), cat), expected) << path;
-        std::filesystem::remove(real);
-        if (exists(kept)) std::filesystem::rename(kept, real);
+        fs::remove(real);
+        if (exists(kept)) fs::rename(kept, real);
     }
 }
 
-// ---- the daemons' own checkers -------------------------------------------------------
-
-class ServiceCheckerTest : public ServiceTest {
-  protected:
-    // Exports samba's files and checks a copy of smb.conf whose include
-    // paths point below the root, with the include files the appliance
-    // itself provides: the checker's status, its output in *out.
-    int check_smb(std::string *out) {
-        EXPECT_EQ(ksdb_export(h(), db(), KSDB_CAT_CIFS_SERVICE), 0) << log();
-        put("/etc/quillfold/samba/smb.conf.defaults", " server min protocol = SMB2\n");
-        put("/etc/quillfold/samba/smb.conf.UNKNOWN", "");  // testparm expands %a to UNKNOWN
-        put("/etc/quillfold/samba/smb.conf.overrides",
-            "include = " + at("/etc/quillfold/samba/Shares.conf.admin") + "\n");
-        put("/etc/quillfold/samba/Shares.conf", "[data]\n path = /c/data\n");
-        put("/etc/quillfold/samba/Shares.conf.", "");  // %U is empty
-        put("/etc/quillfold/samba/addons/addons.conf", "");
-        put("/run/usb/samba/Shares.conf", "");
-        std::string text = get("/etc/samba/smb.conf");
-        text = replace_all(text, " /etc/quillfold/", " " + root() + "/etc/quillfold/");
-        put("/smb.check.conf", replace_all(text, " /run/usb/", " " + root() + "/run/usb/"));
-        return run_checker("check-smb.sh", at("/smb.check.conf"), out);
-    }
-    // The same for proftpd.conf and ftps.conf, with a throw-away certificate.
-    int check_proftpd(std::string *out) {
-        EXPECT_EQ(ksdb_export(h(), db(), KSDB_CAT_FTP_SERVICE), 0) << log();
-        const std::string dir = "/etc/quillfold/proftpd/";
-        put(dir + "proftpd.conf.overrides", "");
-        put(dir + "User.conf", "<Limit LOGIN>\n  AllowAll\n</Limit>\n");
-        put(dir + "Anonymous.conf", "<Anonymous " + root() + ">\n  User guest\n  Group guest\n</Anonymous>\n");
-        mkdirs(at("/etc/quillfold/apache"));
-        const std::string pem = at("/etc/quillfold/apache/apache2.pem");
-        EXPECT_EQ(std::system(("openssl req -x509 -newkey rsa:2048 -nodes -days 1 -subj /CN=nas1 -keyout '" +
-                               pem + "' -out '" + pem + ".crt' >/dev/null 2>&1 && cat '" + pem +
-                               ".crt' >>'" + pem + "'").c_str()), 0);
-        put(dir + "ftps.conf", replace_all(get(dir + "ftps.conf"), " /etc/", " " + root() + "/etc/"));
-        put("/proftpd.check.conf",
-            replace_all(get("/etc/proftpd/proftpd.conf"), "Include /etc/", "Include " + root() + "/etc/"));
-        return run_checker("check-proftpd.sh", at("/proftpd.check.conf"), out);
-    }
-};
-
-TEST_F(ServiceCheckerTest, SambaAcceptsTheGeneratedFilesInEveryState) {
+// Guards: a parameter Samba does not know or a value it refuses, in any
+// state of the settings: unset, stand-alone with shares, domain member.
+TEST_F(ServiceTest, SambaAcceptsTheWholeGeneratedConfigurationInEveryState) {
     if (!have_program("testparm")) GTEST_SKIP() << "testparm is not installed (scripts/setup-deps)";
     std::string out;
-    // Only the settings file read yet: the unset parameters are commented out.
     sql().exec("INSERT INTO service_cifs (user_home_directory) VALUES(0)");
     EXPECT_EQ(check_smb(&out), 0) << out;
-    // Stand-alone, with an administrative share.
-    sql().exec("UPDATE service_cifs SET security='user',workgroup='WORKGROUP',oplocks=1,"
-               "hostname_lookups=0,allow_trusted_domains=0;"
-               "INSERT INTO _volume (id,lv_name,uuid,blk_size) VALUES('1','c','1234-abcd',4096);"
+    sql().exec("DELETE FROM service_cifs");
+    sql().exec(read_file(std::string(KSDB_CASES_DIR) + "/cifs-share/volume-shares/db.sql"));
+    for (const char *v : {"/vol1/._share", "/vol2/._share", "/media/._share"}) mkdirs(at(v));
+    sql().exec("DELETE FROM `$application_on_share`;"  // their include files live on the appliance
+               "UPDATE _volume SET uuid='0b9c6d2e-1111-2222-3333-444455556666' WHERE id<>'media';"
+               "UPDATE service_cifs SET oplocks=1,allow_trusted_domains=0,map_to_guest='Bad User';"
                "INSERT INTO service_misc (key,val) VALUES('LANGUAGE','de')");
     EXPECT_EQ(check_smb(&out), 0) << out;
-    // A domain member with the home folders (samba warns about a named
-    // password server: the usual domain set-up leaves it "*").
-    sql().exec("UPDATE service_cifs SET user_home_directory=1,security='ads',realm='EXAMPLE.COM',"
-               "workgroup='EXAMPLE',allow_trusted_domains=1,join_ads_failed=1,idmap_backend='tdb'");
+    // Samba warns about a named password server: a domain leaves it "*".
+    sql().exec("UPDATE service_cifs SET user_home_directory=1,security='ads',workgroup='CORP',"
+               "realm='CORP.EXAMPLE.COM',domain_admin_user='Administrator',allow_trusted_domains=1,"
+               "idmap_backend='tdb',join_ads_failed=1");
     EXPECT_EQ(check_smb(&out), 0) << out;
-    // The check can fail.
+    EXPECT_TRUE(contains(get("/etc/quillfold/samba/Shares.conf"),
+                         "  admin users = \"+admin\",\"CORP\\Administrator\"\n"));
     put("/smb.check.conf", get("/smb.check.conf") + " oplocks = maybe\n");
     EXPECT_NE(run_checker("check-smb.sh", at("/smb.check.conf"), &out), 0) << out;
 }
 
-TEST_F(ServiceCheckerTest, ProftpdAcceptsTheGeneratedFilesInEveryState) {
+// Guards: a directive proftpd does not know, with every switch off or on.
+TEST_F(ServiceTest, ProftpdAcceptsTheGeneratedFilesInEveryState) {
     if (!have_program("proftpd") || !have_program("openssl"))
         GTEST_SKIP() << "proftpd or openssl is not installed (scripts/setup-deps)";
+    const std::string dir = "/etc/quillfold/proftpd/", pem = at("/etc/quillfold/apache/apache2.pem");
+    put(dir + "proftpd.conf.overrides", "");
+    put(dir + "User.conf", "<Limit LOGIN>\n  AllowAll\n</Limit>\n");
+    put(dir + "Anonymous.conf", "<Anonymous " + root() + ">\n  User guest\n  Group guest\n</Anonymous>\n");
+    mkdirs(at("/etc/quillfold/apache"));
+    ASSERT_EQ(
+        std::system(("openssl req -x509 -newkey rsa:2048 -nodes -days 1 -subj /CN=nas1 -keyout '" + pem +
+                     "' -out '" + pem + ".crt' >/dev/null 2>&1 && cat '" + pem + ".crt' >>'" + pem + "'")
+                        .c_str()),
+        0);
+    auto check = [&](std::string *out) {
+        EXPECT_EQ(ksdb_export(h(), db(), KSDB_CAT_FTP_SERVICE), 0) << log();
+        put(dir + "ftps.conf", replace_all(get(dir + "ftps.conf"), " /etc/", " " + root() + "/etc/"));
+        put("/proftpd.check.conf",
+            replace_all(get("/etc/proftpd/proftpd.conf"), "Include /etc/", "Include " + root() + "/etc/"));
+        return run_checker("check-proftpd.sh", at("/proftpd.check.conf"), out);
+    };
     std::string out;
     // Samba without its row, masquerading on without an address.
     sql().exec("INSERT INTO service_ftp (enabled,enable_masquerade,masquerade) VALUES(1,1,'')");
-    EXPECT_EQ(check_proftpd(&out), 0) << out;
+    EXPECT_EQ(check(&out), 0) << out;
     // Every switch on, TLS included, in a domain.
     sql().exec("INSERT INTO service_cifs (user_home_directory,security) VALUES(0,'ads');"
-               "UPDATE service_ftp SET auth_mode='anonymous',masquerade='192.0.2.10',"
-               "upload_resume=1,user_home_directory=1,ftps=1,server_transfer_log=1,"
-               "max_upload_rate=100,max_download_rate=512,force_ftps=1,use_reverse_dns=1");
-    EXPECT_EQ(check_proftpd(&out), 0) << out;
+               "UPDATE service_ftp SET auth_mode='anonymous',masquerade='192.0.2.10',upload_resume=1,"
+               "user_home_directory=1,ftps=1,server_transfer_log=1,max_upload_rate=100,"
+               "max_download_rate=512,force_ftps=1,use_reverse_dns=1");
+    EXPECT_EQ(check(&out), 0) << out;
     put("/proftpd.check.conf", get("/proftpd.check.conf") + "NoSuchDirective on\n");
     EXPECT_NE(run_checker("check-proftpd.sh", at("/proftpd.check.conf"), &out), 0) << out;
 }
 
-// ---- exported names and queries --------------------------------------------------------
-
-TEST_F(ServiceTest, ExportedNamesAndQueries) {
-    EXPECT_STREQ(TABLE_SMB_USERNAME_MAP, "smb_username_map");
-    EXPECT_STREQ(TABLE_SMB_USERNAME_MAP_TYPE_HASH, "HASH");
-    EXPECT_STREQ(TABLE_SMB_USERNAME_MAP_TYPE_UNAME, "UNAME");
-    EXPECT_EQ(ksdb_valid_smb_username_map_type("UNAME"), 1);
-    EXPECT_EQ(ksdb_valid_smb_username_map_type("HASH"), 1);
+// Guards: the username-map types matched loosely; the SSH switch's failure
+// not reported; a wrong DOS code page for a language.
+TEST_F(ServiceTest, LookUpsAndTheDosCodePage) {
+    EXPECT_EQ(ksdb_valid_smb_username_map_type("UNAME") + ksdb_valid_smb_username_map_type("HASH"), 2);
     for (const char *bad : {"uname", "UNAME ", "", static_cast<const char *>(nullptr)})
         EXPECT_EQ(ksdb_valid_smb_username_map_type(bad), 0) << (bad ? bad : "NULL");
-
     EXPECT_EQ(ksdb_is_service_ssh_enabled(h(), db()), 0);  // no row
     sql().exec("INSERT INTO service_ssh (enabled) VALUES(1)");
     EXPECT_EQ(ksdb_is_service_ssh_enabled(h(), db()), 1);
     sql().exec("DROP TABLE service_ssh");
     EXPECT_EQ(ksdb_is_service_ssh_enabled(h(), db()), -1);
-    EXPECT_NE(log().find("(error) ksdb_is_service_ssh_enabled: Error in query (SELECT `service_ssh`)\n"),
-              std::string::npos);
-}
+    EXPECT_TRUE(
+        contains(log(), "(error) ksdb_is_service_ssh_enabled: Error in query (SELECT `service_ssh`)\n"));
 
-TEST_F(ServiceTest, DosCodePageFollowsTheLanguage) {
     sql().exec("INSERT INTO service_cifs (user_home_directory,security) VALUES(0,'user')");
     for (const auto &[lang, page] : std::vector<std::pair<std::string, std::string>>{
-             {"ja", "CP932"}, {"ko", "CP949"}, {"zh-tw", "CP950"}, {"zh-cn", "CP936"},
-             {"cz", "CP1250"}, {"hu", "CP1250"}, {"pl", "CP1250"}, {"ru", "CP1251"},
-             {"fr", "CP1252"}, {"en", "CP1252"}}) {
-        sql().exec("DELETE FROM service_misc; INSERT INTO service_misc (key,val) VALUES('LANGUAGE'," +
-                   sql_text(lang) + ")");
+             {"ko", "CP949"}, {"zh-tw", "CP950"}, {"zh-cn", "CP936"}, {"pl", "CP1250"}, {"ru", "CP1251"}}) {
+        sql().exec("DELETE FROM service_misc; INSERT INTO service_misc (key,val) VALUES('LANGUAGE','" + lang +
+                   "')");
         ASSERT_EQ(ksdb_export(h(), db(), KSDB_CAT_CIFS_SERVICE), 0);
-        EXPECT_NE(get("/etc/samba/smb.conf").find("\n dos charset = " + page + "\n"), std::string::npos)
-            << lang;
+        EXPECT_TRUE(contains(get("/etc/samba/smb.conf"), "\n dos charset = " + page + "\n")) << lang;
     }
+}
+
+// Guards: a text object identifier (it would add a directive) written; the
+// platform's identifier not used.
+TEST_F(ServiceTest, TheSnmpObjectIdentifierIsThePlatformsNumericOne) {
+    object_id([](char *buffer, size_t size) -> int {
+        return std::snprintf(buffer, size, "1.3.6.1.4.1.99999.7") < 0;
+    });
+    ASSERT_EQ(ksdb_export(h(), db(), KSDB_CAT_SNMP_SERVICE), 0) << log();
+    EXPECT_EQ(get("/etc/snmp/snmpd.conf").find("sysDescr Kestrava OS\nsysObjectID 1.3.6.1.4.1.99999.7\n"),
+              0u);
+    object_id([](char *buffer, size_t size) -> int {
+        return std::snprintf(buffer, size, "1.3.6.1\nrwcommunity evil") < 0;
+    });
+    ASSERT_EQ(ksdb_export(h(), db(), KSDB_CAT_SNMP_SERVICE), 0) << log();
+    EXPECT_FALSE(contains(get("/etc/snmp/snmpd.conf"), "sysObjectID"));
+    EXPECT_FALSE(contains(get("/etc/snmp/snmpd.conf"), "evil"));
+    EXPECT_TRUE(contains(log(), "(warn) The SNMP system object identifier is not numeric"));
+    // None at all: the case folder's export law.
+    object_id([](char *, size_t) -> int { return 1; });
+    for (const CaseSpec &spec : find_cases(KSDB_CASES_DIR))
+        if (spec.name == "snmp-service/no-object-id") run_export_law(spec);
+}
+
+// Guards: the host-name switches set by an address or a network, not set by
+// a name, changed by another protocol's entries; a failed update not 3.
+TEST_F(ServiceTest, HostNameLookupsAreOnExactlyWhenAnEntryNamesAHost) {
+    sql().exec("INSERT INTO service_cifs (user_home_directory,hostname_lookups) VALUES(0,7);"
+               "INSERT INTO service_ftp (use_reverse_dns) VALUES(7);"
+               "INSERT INTO host (id,name) VALUES(1,'192.168.0.5'),(2,'10.0.0.0/8'),(3,'pc-1'),(4,'pc-2');"
+               "INSERT INTO host_acl (share_id,host_id,proto,read,write) VALUES"
+               "(1,1,'cifs',1,0),(1,2,'cifs',1,0),(1,3,'ftp',1,0),(1,4,'nfs',1,0)");
+    auto switches = [&] {
+        return sql().scalar(
+            "SELECT hostname_lookups||(SELECT use_reverse_dns FROM service_ftp) FROM service_cifs");
+    };
+    for (const char *proto : {"nfs", "CIFS", "afp", ""})
+        EXPECT_EQ(ksdb_service_update_setting_by_share(h(), db(), proto), 0);
+    EXPECT_EQ(switches(), "77");
+    EXPECT_EQ(ksdb_service_update_setting_by_share(h(), db(), "cifs"), 0);
+    EXPECT_EQ(ksdb_service_update_setting_by_share(h(), db(), "ftp"), 0);
+    EXPECT_EQ(switches(), "01");
+    sql().exec("INSERT INTO host (id,name) VALUES(5,'nas2.example.org');"
+               "INSERT INTO host_acl (share_id,host_id,proto,read,write) VALUES(1,5,'cifs',1,0)");
+    EXPECT_EQ(ksdb_service_update_setting_by_share(h(), db(), "cifs"), 0);
+    EXPECT_EQ(switches(), "11");
+    EXPECT_TRUE(contains(log(), "Found host name nas2.example.org in host acl. protocol is cifs.\n"));
+    EXPECT_TRUE(contains(log(), "_ksdb_service_update_setting_by_share_cifs: set hostname_lookups to 1\n"));
+    sql().exec("DROP TABLE service_ftp");
+    EXPECT_EQ(ksdb_service_update_setting_by_share(h(), db(), "ftp"), KSDB_E_DB);
+    EXPECT_TRUE(contains(log(), "Failed to UPDATE table service_ftp, column use_reverse_dns, value 1!\n"));
+    EXPECT_TRUE(contains(log(), "Failed to call _ksdb_update_table_column_int!\n"));
 }
 
 }  // namespace

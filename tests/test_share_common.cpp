@@ -25,6 +25,7 @@ class ShareCommonTest : public RootTest {
 
 }  // namespace
 
+// Guards: quoted separators split; long or unterminated names accepted.
 TEST_F(ShareCommonTest, StrictListsKeepQuotedSeparatorsAndRefuseLongOrOpenNames) {
     std::vector<std::string> out;
     ASSERT_EQ(shares::split_list_strict(h(), "\"a, b\" ,c,, \"@d\"", ',', &out), 0);
@@ -41,6 +42,7 @@ TEST_F(ShareCommonTest, StrictListsKeepQuotedSeparatorsAndRefuseLongOrOpenNames)
     EXPECT_EQ(shares::split_list("a\",\"b , \"c\"", ','), (Rows{"a", "b", "c"}));
 }
 
+// Guards: entries stored for unknown accounts or twice; host ids not reused.
 TEST_F(ShareCommonTest, AccountAndHostEntriesInEveryProtocolsForm) {
     // Without domain marks the whole name counts (a backslash included);
     // an unknown account is skipped; without the update an entry is kept.
@@ -71,6 +73,7 @@ TEST_F(ShareCommonTest, AccountAndHostEntriesInEveryProtocolsForm) {
     EXPECT_NE(log().find("(error) ins\n"), std::string::npos);
 }
 
+// Guards: access words or the USB line copy.
 TEST_F(ShareCommonTest, AccessWordsAndUsbLineCopies) {
     EXPECT_STREQ(shares::access_word(1), "writeable");
     EXPECT_STREQ(shares::access_word(7), "disabled");
@@ -80,4 +83,33 @@ TEST_F(ShareCommonTest, AccessWordsAndUsbLineCopies) {
     EXPECT_EQ(shares::lines_naming("\"/media/usb\" *(ro)\n\"/vol1/a\" *(rw)\n\"/media/usbdisk\"\n",
                                    "usb"),
               "\"/media/usb\" *(ro)\n\"/media/usbdisk\"\n");
+}
+
+// The logged form of an account entry names the statement that failed; the
+// USB path line gives the share under /media only, whole and one folder.
+TEST_F(ShareCommonTest, LoggedAccountEntriesAndUsbPathLines) {
+    const shares::AccountRef alice = shares::parse_account("alice", false);
+    EXPECT_EQ(shares::put_account_acl_logged(h(), db(), 7, "afp", alice, 1, 1, true, "ins\n",
+                                             "upd\n"),
+              0);
+    sql().exec("CREATE TRIGGER no_update BEFORE UPDATE ON user_acl BEGIN "
+               "SELECT RAISE(ABORT,'x'); END");
+    EXPECT_EQ(shares::put_account_acl_logged(h(), db(), 7, "afp", alice, 1, 0, false, "ins\n",
+                                             "upd\n"),
+              0);  // no update asked for
+    EXPECT_EQ(shares::put_account_acl_logged(h(), db(), 7, "afp", alice, 1, 0, true, "ins\n",
+                                             "upd\n"),
+              KSDB_E_DB);
+    EXPECT_NE(log().find("(error) upd\n"), std::string::npos);
+    EXPECT_EQ(sql().rows("SELECT read,write FROM user_acl"), Rows{"1|1"});
+    sql().exec("DROP TABLE user_acl");
+    EXPECT_EQ(shares::put_account_acl_logged(h(), db(), 7, "afp", alice, 1, 1, true, "ins\n",
+                                             "upd\n"),
+              KSDB_E_DB);
+    EXPECT_NE(log().find("(error) ins\n"), std::string::npos);
+
+    EXPECT_EQ(shares::usb_media_share("  path = /media/My Docs\r\n"), "My Docs");
+    for (const char *line : {"  path = /vol1/data", "  path = /media/a/b", "  path = /media/..",
+                             "  path = /mediax/a", "  path = /media/", "[media]"})
+        EXPECT_EQ(shares::usb_media_share(line), std::nullopt) << line;
 }

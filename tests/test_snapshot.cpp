@@ -63,6 +63,7 @@ class SnapshotScanTest : public RootTest {
 
 }  // namespace
 
+// Guards: a snapshot kind, type or creation time read wrongly; paths outside the root.
 TEST_F(SnapshotScanTest, RecordsBothKindsOfSnapshotWithTypeAndTime) {
     // A share folder with settings and a snapshot that the database does not know.
     mkdirs(at("/data/orphan"));
@@ -80,6 +81,7 @@ TEST_F(SnapshotScanTest, RecordsBothKindsOfSnapshotWithTypeAndTime) {
     EXPECT_NE(std::find(calls.begin(), calls.end(), show), calls.end());
 }
 
+// Guards: a filter replacing other shares' snapshots.
 TEST_F(SnapshotScanTest, FiltersAndTheShareFilterReplacesThatShareOnly) {
     sql().exec("INSERT INTO `$snapshot` (zfs_name,name,type,created_on) VALUES"
                "('data/archive','r_gone',3,1),('data/docs','m_old',2,1)");
@@ -93,6 +95,7 @@ TEST_F(SnapshotScanTest, FiltersAndTheShareFilterReplacesThatShareOnly) {
                            }));
 }
 
+// Guards: a snapshot without time recorded; the caller's transaction ended.
 TEST_F(SnapshotScanTest, ASnapshotWithoutItsTimeEndsTheScanWithSuccess) {
     manager_snapshot("archive", "7", "", "c_broken");
     // Inside a transaction of the caller's, which the scan leaves open.
@@ -105,6 +108,7 @@ TEST_F(SnapshotScanTest, ASnapshotWithoutItsTimeEndsTheScanWithSuccess) {
     EXPECT_EQ(sql().scalar("SELECT COUNT(*) FROM `$snapshot` WHERE name='c_broken'"), "0");
 }
 
+// Guards: the latest snapshot's name, and the failures.
 TEST_F(SnapshotScanTest, LatestNameOfAShare) {
     ASSERT_EQ(ksdb_snapshots_import_zfs(h(), db(), nullptr, nullptr), 0);
     char *name = nullptr;
@@ -117,6 +121,7 @@ TEST_F(SnapshotScanTest, LatestNameOfAShare) {
     EXPECT_EQ(ksdb_getLatestSnapshotName(h(), db(), nullptr, &name), 4);
 }
 
+// Guards: the used bytes not from the platform's snapshot path.
 TEST_F(SnapshotScanTest, UsedBytesOfASnapshotThroughThePlatformPath) {
     write_file(at("/data/docs/.snapshots/1/snapshot/.fake-qgroup"), "123456 4096 none");
     uint64_t used = 0;

@@ -35,6 +35,7 @@ struct Locked {
 
 }  // namespace
 
+// Guards: giving up early on a busy database; the two kinds of status 5 confused.
 TEST(SqlRetry, StaysBusyFor1001AttemptsAndTheLastErrorTellsSqlitesFiveFromTheLibrarys) {
     Locked l;
     CaptureFile trace;
@@ -56,6 +57,7 @@ TEST(SqlRetry, StaysBusyFor1001AttemptsAndTheLastErrorTellsSqlitesFiveFromTheLib
     EXPECT_EQ(last_error(), "2 5 ksdb_nfs:9 ksdb_nfs_share_export() ==> 5");
 }
 
+// Guards: the trace or message format; the extended code lost.
 TEST_F(SqlTest, TraceMessagesAndTheExtendedCodeOfAFailure) {
     char *msg = nullptr;
     EXPECT_EQ(ksdb_sql_exec(h_, db_, &msg, "ksdb_cifs", 77, "CREATE TABLE t (x INT UNIQUE)"), 0);
@@ -78,6 +80,7 @@ TEST_F(SqlTest, TraceMessagesAndTheExtendedCodeOfAFailure) {
     EXPECT_EQ(last_error(), "1 2067 m:3 UNIQUE constraint failed: t.x") << "the extended code";
 }
 
+// Guards: failures logged at the wrong level; a NULL result pointer accepted.
 TEST(SqlLogging, FailuresOfPlainStatementsAtDebugOfQueriesAtErrorANullResultStops) {
     CaptureFile log;
     Handle h({log.get(), 4}), h2({log.get(), 2});
@@ -94,7 +97,6 @@ TEST(SqlLogging, FailuresOfPlainStatementsAtDebugOfQueriesAtErrorANullResultStop
                  "result");
 }
 
-// ---- single values ---------------------------------------------------------
 
 namespace {
 
@@ -127,6 +129,7 @@ Rows typed(ksdb_handle *h, sqlite3 *db, const char *sql) {
 
 }  // namespace
 
+// Guards: each getter's base, vector check and failure value.
 TEST_F(SqlTest, TypedGettersConvertCheckAndFailDifferentlyOnPurpose) {
     // Base 10 for the signed 32-bit call, base 0 for the others.
     EXPECT_EQ(typed(h_, db_, "SELECT '0x1F'"), (Rows{"0 0 0", "0 31 0", "0 31 0", "0 31 0", "0 0x1F"}));
@@ -152,11 +155,18 @@ TEST_F(SqlTest, TypedGettersConvertCheckAndFailDifferentlyOnPurpose) {
     EXPECT_EQ(log.find("ksdb_sql_get_uint32_mprintf is called"), std::string::npos);
 }
 
+// Guards: unquoted values; the update run after a failed insert.
 TEST_F(SqlTest, MprintfQuotesAndInsertThenUpdateRunsTheUpdateOnlyAfterTheInsert) {
-    ASSERT_EQ(ksdb_sql_exec(h_, db_, nullptr, "m", 1, "CREATE TABLE `t w` (k INT PRIMARY KEY, v TEXT NOT NULL, w TEXT)"), 0);
-    ASSERT_EQ(ksdb_sql_exec_mprintf(h_, db_, nullptr, "m", 1, "INSERT INTO `%w` VALUES(1,%Q,'kept')", "t w", "it's"), 0);
+    ASSERT_EQ(ksdb_sql_exec(h_, db_, nullptr, "m", 1,
+                            "CREATE TABLE `t w` (k INT PRIMARY KEY, v TEXT NOT NULL, w TEXT)"),
+              0);
+    ASSERT_EQ(ksdb_sql_exec_mprintf(h_, db_, nullptr, "m", 1, "INSERT INTO `%w` VALUES(1,%Q,'kept')", "t w",
+                                    "it's"),
+              0);
     char *v = nullptr;
-    ASSERT_EQ(ksdb_sql_get_scaler_mprintf(h_, db_, nullptr, "m", 1, &v, "SELECT v FROM `t w` WHERE v=%Q", "it's"), 0);
+    ASSERT_EQ(
+        ksdb_sql_get_scaler_mprintf(h_, db_, nullptr, "m", 1, &v, "SELECT v FROM `t w` WHERE v=%Q", "it's"),
+        0);
     EXPECT_STREQ(v, "it's");
 
     using ksdb::sql_printf;
@@ -164,12 +174,15 @@ TEST_F(SqlTest, MprintfQuotesAndInsertThenUpdateRunsTheUpdateOnlyAfterTheInsert)
         return ksdb::sql_insert_then_update(h_, db_, KSDB_TAG, sql_printf("%s", insert),
                                             sql_printf("%s", update));
     };
-    EXPECT_EQ(both("INSERT OR IGNORE INTO `t w` (k,v) VALUES(1,'')", "UPDATE `t w` SET v='new' WHERE k=1"), 0);
+    EXPECT_EQ(both("INSERT OR IGNORE INTO `t w` (k,v) VALUES(1,'')", "UPDATE `t w` SET v='new' WHERE k=1"),
+              0);
     EXPECT_EQ(both("INSERT INTO nosuch VALUES(1)", "UPDATE `t w` SET v='no'"), SQLITE_ERROR);
-    EXPECT_EQ(both("INSERT OR IGNORE INTO `t w` (k,v) VALUES(2,'x')", "UPDATE nosuch SET v='no'"), SQLITE_ERROR);
+    EXPECT_EQ(both("INSERT OR IGNORE INTO `t w` (k,v) VALUES(2,'x')", "UPDATE nosuch SET v='no'"),
+              SQLITE_ERROR);
     EXPECT_EQ(db_.rows("SELECT * FROM `t w` ORDER BY k"), (Rows{"1|new|kept", "2|x|<NULL>"}));
 }
 
+// Guards: the database lock released early or kept after the end.
 TEST_F(SqlTest, BeginHoldsTheDatabaseLockUntilCommitOrRollback) {
     auto other_thread_can_lock = [&] { return lock_free(h_->db_mutex); };
     ASSERT_EQ(ksdb_sql_begin(h_, db_, nullptr, "m", 1), 0);
@@ -184,7 +197,6 @@ TEST_F(SqlTest, BeginHoldsTheDatabaseLockUntilCommitOrRollback) {
     EXPECT_EQ(db_.scalar("SELECT COUNT(*) FROM sqlite_master WHERE name='t'"), "0");
 }
 
-// ---- whole-table helpers -------------------------------------------------------
 
 class TableHelpers : public SqlTest {
   protected:
@@ -198,6 +210,7 @@ class TableHelpers : public SqlTest {
     int count_ = -1;
 };
 
+// Guards: the comparison helpers' results and counts.
 TEST_F(TableHelpers, CompareTablesAndTheirQuirks) {
     auto rc_count = [&](int rc) { return std::to_string(rc) + "/" + std::to_string(count_); };
     // Equal tables give 1: the reverse count's statement is broken on purpose.
@@ -221,6 +234,7 @@ TEST_F(TableHelpers, CompareTablesAndTheirQuirks) {
     EXPECT_EQ(ksdb_sql_compare_tables2(h_, db_, nullptr, "_", missing, &count_), 1);
 }
 
+// Guards: a copy without the key, scratch copies made permanent.
 TEST_F(TableHelpers, DuplicateKeepsConstraintsOnlyOfBackquotedDefinitions) {
     ASSERT_EQ(ksdb_sql_duplicate_table(h_, db_, nullptr, "a", "a_copy"), 0);
     EXPECT_EQ(db_.scalar("SELECT sql FROM sqlite_master WHERE name='a_copy'"),
@@ -242,6 +256,7 @@ TEST_F(TableHelpers, DuplicateKeepsConstraintsOnlyOfBackquotedDefinitions) {
     EXPECT_EQ(ksdb_sql_duplicate_table(h_, db_, nullptr, "missing", "x"), 1);
 }
 
+// Guards: a rename that leaves the scratch table or the lock behind.
 TEST_F(TableHelpers, RenameBetweenScratchAndStoredNames) {
     db_.exec("CREATE TEMPORARY TABLE `_work` ( `id` INT, `v` TEXT)");
     db_.exec("INSERT INTO _work VALUES(9,'t')");
@@ -257,6 +272,7 @@ TEST_F(TableHelpers, RenameBetweenScratchAndStoredNames) {
     EXPECT_TRUE(lock_free(h_->db_mutex)) << "every path released the lock";
 }
 
+// Guards: deleting on past a failure; prefixes ignored.
 TEST_F(TableHelpers, DeleteAndDropStopAtTheFirstFailure) {
     db_.exec("CREATE TABLE _a (x)");
     db_.exec("INSERT INTO _a VALUES(1)");

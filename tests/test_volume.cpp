@@ -43,7 +43,8 @@ class VolumeTest : public RootTest {
             g_scan_root = root ? root : "<none>";
             if (g_scan_result != 0) return g_scan_result;
             list->count = static_cast<int>(g_volumes.size());
-            list->volumes = static_cast<ksdb_volume_entry *>(calloc(g_volumes.size() + 1, sizeof *list->volumes));
+            list->volumes =
+                static_cast<ksdb_volume_entry *>(calloc(g_volumes.size() + 1, sizeof *list->volumes));
             std::copy(g_volumes.begin(), g_volumes.end(), list->volumes);
             return 0;
         };
@@ -53,6 +54,7 @@ class VolumeTest : public RootTest {
 
 }  // namespace
 
+// Guards: volume rows, health words or the media pseudo-volume.
 TEST_F(VolumeTest, ImportRecordsScannedVolumesAndTheMediaPseudoVolume) {
     use_fake_scan();
     g_volumes = {volume("data", 1, 0, "sda3"), volume("ignored", 1, KSDB_VOLUME_IGNORED, "sdc"),
@@ -80,6 +82,7 @@ TEST_F(VolumeTest, ImportRecordsScannedVolumesAndTheMediaPseudoVolume) {
     g_scan_result = 0;
 }
 
+// Guards: the maintenance log's starts, ends and collisions.
 TEST_F(VolumeTest, MaintenanceLogRecordsStartsAndEnds) {
     ASSERT_EQ(ksdb_update_vol_maint_log(h(), db(), "scrub", "sda", 0, nullptr, nullptr), 0);
     ASSERT_EQ(ksdb_update_vol_maint_log(h(), db(), "scrub", "sda", 1, "ok", "no errors"), 0);
@@ -102,6 +105,7 @@ TEST_F(VolumeTest, MaintenanceLogRecordsStartsAndEnds) {
     EXPECT_NE(log().find("Error adding new record to $vol_maint_log table\n"), std::string::npos);
 }
 
+// Guards: attribute commands, fstab checksums and the attributes read back.
 TEST_F(VolumeTest, AttributesAreSetWithTheToolsBelowTheRootAndReadFromFlagsAndQuotaGroups) {
     mkdirs(at("/data/docs"));
     put("/etc/fstab", "UUID=1 /data btrfs defaults,nodatasum 0 0\nUUID=2 /other btrfs defaults 0 0\n");

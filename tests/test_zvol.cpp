@@ -22,6 +22,7 @@ class ZvolTest : public RootTest {
     }
 };
 
+// Guards: a sparse LUN's size or sparse mark.
 TEST_F(ZvolTest, ASparseBackingStoreIsSizedAndMarkedSparse) {
     lun("vm");
     // 10 GiB long, 1 MiB of it written.
@@ -39,6 +40,7 @@ TEST_F(ZvolTest, ASparseBackingStoreIsSizedAndMarkedSparse) {
               std::string::npos);
 }
 
+// Guards: a failed row not 3; a refused share stopping the others.
 TEST_F(ZvolTest, AFailedRowGivesThreeAndTheDriverKeepsTheTables) {
     lun("lun0");
     lun("lun1");

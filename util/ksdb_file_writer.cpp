@@ -131,19 +131,18 @@ int create_locked_temp(int dirfd, const std::string &prefix, std::string *name) 
 void sweep_orphans(int dirfd, const std::set<std::string> &prefixes) {
     int fd = openat(dirfd, ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
     if (fd < 0) return;
-    DIR *d = fdopendir(fd);
+    Dir d(fdopendir(fd));
     if (!d) {
         ::close(fd);
         return;
     }
     std::vector<std::string> names;
-    while (dirent *e = readdir(d)) {
+    while (dirent *e = readdir(d.get())) {
         std::string_view name = e->d_name;
         if (name.size() <= 6) continue;
         if (prefixes.count(std::string(name.substr(0, name.size() - 6))))
             names.emplace_back(name);
     }
-    closedir(d);
     for (const std::string &name : names) {
         Fd f(openat(dirfd, name.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
         struct stat held, named;

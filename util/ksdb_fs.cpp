@@ -2,7 +2,12 @@
 #define KSDB_MODULE "ksdb_fs"
 #include "util/ksdb_fs.h"
 
+#include "util/ksdb_raii.h"
+
 #include <dirent.h>
+#include <fcntl.h>
+#include <linux/fs.h>
+#include <sys/ioctl.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -69,15 +74,20 @@ bool remove(const ksdb_handle *h, std::string_view live) {
     return ::unlink(effective_path(h, live).c_str()) == 0 || errno == ENOENT;
 }
 
+int inode_flags(const ksdb_handle *h, std::string_view live, long *flags) {
+    Fd fd(::open(effective_path(h, live).c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
+    if (!fd.ok()) return -errno;
+    return ::ioctl(fd.get(), FS_IOC_GETFLAGS, flags) == 0 ? 0 : -errno;
+}
+
 std::vector<std::string> list_dir(const ksdb_handle *h, std::string_view live) {
     std::vector<std::string> out;
-    DIR *d = ::opendir(effective_path(h, live).c_str());
+    Dir d(::opendir(effective_path(h, live).c_str()));
     if (!d) return out;
-    while (dirent *e = ::readdir(d)) {
+    while (dirent *e = ::readdir(d.get())) {
         std::string name = e->d_name;
         if (name != "." && name != "..") out.push_back(std::move(name));
     }
-    ::closedir(d);
     std::sort(out.begin(), out.end());
     return out;
 }

@@ -39,6 +39,10 @@ bool chmod(const ksdb_handle *h, std::string_view live, mode_t mode);
 // never there).
 bool remove(const ksdb_handle *h, std::string_view live);
 
+// The file's inode flags (FS_IOC_GETFLAGS: compression, no copy-on-write
+// ...): 0, or -errno.  The file is opened without blocking.
+int inode_flags(const ksdb_handle *h, std::string_view live, long *flags);
+
 // The names in a folder, without "." and "..", sorted; empty when the
 // folder cannot be read.
 std::vector<std::string> list_dir(const ksdb_handle *h, std::string_view live);

@@ -1,9 +1,11 @@
-// One owner per resource kind: a FILE stream, a file descriptor, a popen()ed
+// One owner per resource kind: a FILE stream, a file descriptor, a directory
+// stream, a popen()ed
 // command, an XML document and a JSON object.  Each closes or frees what it
 // holds when it goes out of scope, so no early return of an importer or
 // exporter can leak one.  Every module uses these, never an ad-hoc deleter.
 #pragma once
 
+#include <dirent.h>
 #include <libxml/tree.h>
 #include <json-c/json_object.h>
 #include <stdio.h>
@@ -71,6 +73,22 @@ class Fd {
 
   private:
     int fd_ = -1;
+};
+
+// An open directory stream, closed with closedir on scope exit.
+class Dir {
+  public:
+    explicit Dir(DIR *d) : d_(d) {}
+    Dir(const Dir &) = delete;
+    Dir &operator=(const Dir &) = delete;
+    ~Dir() {
+        if (d_) closedir(d_);
+    }
+    DIR *get() const { return d_; }
+    explicit operator bool() const { return d_ != nullptr; }
+
+  private:
+    DIR *d_;
 };
 
 // A popen()ed command, closed with pclose on scope exit.  Commands are

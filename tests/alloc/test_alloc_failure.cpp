@@ -65,6 +65,7 @@ void fail_each_allocation(const char *name, const std::function<void()> &call) {
     }
 }
 
+// Guards: an exception crossing the C interface when an allocation fails.
 TEST(AllocationFailure, NoExceptionCrossesTheCInterface) {
     TempDir dir;
     const std::string root = dir.path();

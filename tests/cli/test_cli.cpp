@@ -69,13 +69,14 @@ class CliTest : public ::testing::Test {
 
 }  // namespace
 
+// Guards: the usage text, and the messages of a missing or unknown command.
 TEST_F(CliTest, HelpDocumentsTheCommandsAndStatusCodes) {
     Outcome r = ksdb({"--help"});
     EXPECT_EQ(r.status, 0);
     for (const char *text : {"usage: ksdb [options] COMMAND", "  diff CATEGORY...",
                              "  3 a database step or transaction failed", "--trace FILE",
                              "  --queue-db FILE", "  export [--check] CATEGORY...", "WAL mode"})
-        EXPECT_NE(r.out.find(text), std::string::npos) << text;
+        EXPECT_TRUE(contains(r.out, text)) << text;
     Outcome none = ksdb({});
     EXPECT_EQ(none.status, 4);
     EXPECT_EQ(none.err, "ksdb: which command?\nTry 'ksdb --help'.\n");
@@ -83,6 +84,7 @@ TEST_F(CliTest, HelpDocumentsTheCommandsAndStatusCodes) {
     EXPECT_EQ(ksdb({"--log-level", "9", "create"}).status, 4);
 }
 
+// Guards: the schema versions printed by create.
 TEST_F(CliTest, CreatePrintsTheSchemaVersionBeforeAndAfter) {
     Outcome first = ksdb({"--db", db_, "--log-level", "1", "create"});
     EXPECT_EQ(first.status, 0);
@@ -91,6 +93,7 @@ TEST_F(CliTest, CreatePrintsTheSchemaVersionBeforeAndAfter) {
     EXPECT_EQ(again.out, "schema version: 23 -> 23\n");
 }
 
+// Guards: a failure's message or exit status.
 TEST_F(CliTest, FailuresGiveOneLineAndTheLibraryStatus) {
     Outcome missing_dir = ksdb({"--db", dir_ / "no/such/dir/k.db", "create"});
     EXPECT_EQ(missing_dir.status, 5);
@@ -126,9 +129,10 @@ TEST_F(CliTest, FailuresGiveOneLineAndTheLibraryStatus) {
     Outcome bad_root = ksdb({"--db", db_, "--root", dir_ / "missing", "--log-level", "0", "import",
                          "VOLUME"});
     EXPECT_EQ(bad_root.status, 4);
-    EXPECT_NE(bad_root.err.find("invalid debug root"), std::string::npos) << bad_root.err;
+    EXPECT_TRUE(contains(bad_root.err, "invalid debug root")) << bad_root.err;
 }
 
+// Guards: categories by number or name, the report of each file.
 TEST_F(CliTest, ImportAndExportReportEachCategoryAndTheFilesPutInPlace) {
     demo_tree();
     ASSERT_EQ(on_db({"create"}).status, 0);
@@ -144,16 +148,15 @@ TEST_F(CliTest, ImportAndExportReportEachCategoryAndTheFilesPutInPlace) {
         << exported.out;
     // The demo's Shares.conf already holds this content, with the owner and
     // mode of a checkout: only they are set.
-    EXPECT_NE(exported.out.find("  fixed     " + root_ + "/etc/quillfold/samba/Shares.conf\n"),
-              std::string::npos)
+    EXPECT_TRUE(contains(exported.out, "  fixed     " + root_ + "/etc/quillfold/samba/Shares.conf\n"))
         << exported.out;
-    EXPECT_NE(exported.out.find("  new       " + root_ + "/run/usb/samba/Shares.conf\n"),
-              std::string::npos)
+    EXPECT_TRUE(contains(exported.out, "  new       " + root_ + "/run/usb/samba/Shares.conf\n"))
         << exported.out;
-    EXPECT_NE(exported.out.find("export CIFS_SERVICE: ok"), std::string::npos);
-    EXPECT_NE(exported.out.find(root_ + "/etc/samba/smb.conf\n"), std::string::npos);
+    EXPECT_TRUE(contains(exported.out, "export CIFS_SERVICE: ok"));
+    EXPECT_TRUE(contains(exported.out, root_ + "/etc/samba/smb.conf\n"));
 }
 
+// Guards: a dry run changing a file or the database, or showing another change.
 TEST_F(CliTest, DiffChangesNothingAndShowsWhatTheExportThenChanges) {
     demo_tree();
     ASSERT_EQ(on_db({"create"}).status, 0);
@@ -177,8 +180,8 @@ TEST_F(CliTest, DiffChangesNothingAndShowsWhatTheExportThenChanges) {
         "   admin users = \"+admin\",\"Administrator\"\n"
         "-  writeable = 1\n"
         "+  write list = \"+admin\",\"Administrator\"\n";
-    EXPECT_NE(diff.out.find(expected_hunk), std::string::npos) << diff.out;
-    EXPECT_NE(diff.out.find("--- a/data/._share/public/samba.conf\n"), std::string::npos);
+    EXPECT_TRUE(contains(diff.out, expected_hunk)) << diff.out;
+    EXPECT_TRUE(contains(diff.out, "--- a/data/._share/public/samba.conf\n"));
     const std::string tail = "\n2 files would change\n";
     EXPECT_TRUE(diff.out.size() > tail.size() &&
                 diff.out.compare(diff.out.size() - tail.size(), tail.size(), tail) == 0)
@@ -196,7 +199,7 @@ TEST_F(CliTest, DiffChangesNothingAndShowsWhatTheExportThenChanges) {
     before = snapshot();
     Outcome bad = on_db({"diff", "HOTPLUG_USB"});
     EXPECT_EQ(bad.status, 4);
-    EXPECT_NE(bad.err.find("export HOTPLUG_USB failed"), std::string::npos) << bad.err;
+    EXPECT_TRUE(contains(bad.err, "export HOTPLUG_USB failed")) << bad.err;
     EXPECT_EQ(snapshot(), before);
 }
 
@@ -230,28 +233,27 @@ TEST_F(CliTest, CheckedExportRefusesWhatTheCheckerRejectsAndChangesNothing) {
     write_file(root_ + "/apps/media/etc/samba.include", "  veto files = /*.tmp/\n");
     Outcome passed = on_db({"export", "--check", "CIFS_SHARE"});
     EXPECT_EQ(passed.status, 0) << passed.out << passed.err;
-    EXPECT_NE(passed.out.find("  passed       " + root_ +
-                              "/etc/quillfold/samba/Shares.conf (testparm)\n"
-                              "  passed       " + root_ + "/run/usb/samba/Shares.conf (testparm)\n"
-                              "check: 2 passed, 0 not checked\nexport CIFS_SHARE: ok"),
-              std::string::npos)
+    EXPECT_TRUE(contains(passed.out, "  passed       " + root_ +
+                                         "/etc/quillfold/samba/Shares.conf (testparm)\n"
+                                         "  passed       " +
+                                         root_ +
+                                         "/run/usb/samba/Shares.conf (testparm)\n"
+                                         "check: 2 passed, 0 not checked\nexport CIFS_SHARE: ok"))
         << passed.out;
-    EXPECT_NE(read_file(root_ + "/etc/quillfold/samba/Shares.conf")
-                  .find("  valid users = \"+admin\",\"Administrator\"\n"
-                        "  hosts allow = \"192.168.10.0/24\"\n"
-                        "  include = /apps/media/etc/samba.include\n"),
-              std::string::npos);
+    EXPECT_TRUE(contains(read_file(root_ + "/etc/quillfold/samba/Shares.conf"),
+                         "  valid users = \"+admin\",\"Administrator\"\n"
+                         "  hosts allow = \"192.168.10.0/24\"\n"
+                         "  include = /apps/media/etc/samba.include\n"));
 
     // Without the checker the file is reported as not checked and written.
     ASSERT_EQ(on_db({"sql", "UPDATE cifs_share_option SET cifs_access='readonly'"}).status, 0);
     Outcome unchecked = on_db({"export", "--check", "CIFS_SHARE"}, "PATH=/nonexistent ");
     EXPECT_EQ(unchecked.status, 0) << unchecked.err;
-    EXPECT_NE(unchecked.out.find("  not checked  " + root_ + "/etc/quillfold/samba/Shares.conf "
-                                 "(testparm is not installed)\n"),
-              std::string::npos)
+    EXPECT_TRUE(contains(unchecked.out, "  not checked  " + root_ +
+                                            "/etc/quillfold/samba/Shares.conf "
+                                            "(testparm is not installed)\n"))
         << unchecked.out;
-    EXPECT_EQ(read_file(root_ + "/etc/quillfold/samba/Shares.conf").find("writeable = 1"),
-              std::string::npos);
+    EXPECT_FALSE(contains(read_file(root_ + "/etc/quillfold/samba/Shares.conf"), "writeable = 1"));
 }
 
 // One process holds a long read while another writes: in WAL mode neither
@@ -295,6 +297,7 @@ TEST_F(CliTest, AReaderAndAWriterDoNotWaitForEachOther) {
     EXPECT_LT(elapsed, std::chrono::seconds(3));
 }
 
+// Guards: queue tables in the configuration database; the queue file options.
 TEST_F(CliTest, TheQueueKeepsItsOwnDatabase) {
     ASSERT_EQ(ksdb({"--db", db_, "--log-level", "0", "create"}).status, 0);
     ASSERT_EQ(ksdb({"--db", db_, "--log-level", "0", "queue", "create"}).status, 0);
@@ -318,6 +321,7 @@ TEST_F(CliTest, TheQueueKeepsItsOwnDatabase) {
     EXPECT_EQ(ksdb({"--db", db_, "--log-level", "0", "queue", "stat"}).out, "0\n");
 }
 
+// Guards: the queue commands' output and statuses.
 TEST_F(CliTest, QueueCommands) {
     ASSERT_EQ(ksdb({"--db", db_, "--log-level", "0", "queue", "create"}).status, 0);
     auto q = [&](std::vector<std::string> args) {
@@ -351,6 +355,7 @@ TEST_F(CliTest, QueueCommands) {
     EXPECT_EQ(q({"frob"}).status, 4);
 }
 
+// Guards: the table and JSON forms of a result.
 TEST_F(CliTest, SqlPrintsAnAlignedTableOrJsonLines) {
     ASSERT_EQ(ksdb({"--db", db_, "--log-level", "0", "create"}).status, 0);
     Outcome table = ksdb({"--db", db_, "sql",
@@ -369,6 +374,7 @@ TEST_F(CliTest, SqlPrintsAnAlignedTableOrJsonLines) {
               "n\n-\n1\n(1 row)\n");
 }
 
+// Guards: a category missing from the list or described wrongly.
 TEST_F(CliTest, CategoriesListAllWithWhatTheyRun) {
     Outcome r = ksdb({"categories"});
     EXPECT_EQ(r.status, 0);
@@ -376,42 +382,33 @@ TEST_F(CliTest, CategoriesListAllWithWhatTheyRun) {
     for (const auto &line : lines(r.out))
         if (std::regex_match(line, std::regex(R"(\s?\d+ [A-Z_]+)"))) ++count;
     EXPECT_EQ(count, 47);
-    EXPECT_NE(r.out.find("21 CIFS_SHARE\n    import: per-share samba.conf files and dfs.conf into "
-                         "shares and CIFS options\n"),
-              std::string::npos);
-    EXPECT_NE(r.out.find("24 FTP_SHARE\n    import: FTP share settings [not provided]\n"),
-              std::string::npos);
-    EXPECT_NE(r.out.find("16 ADS_ACCOUNT\n    import: domain accounts [not provided]\n"
-                         "    export: not exportable\n"),
-              std::string::npos);
+    EXPECT_TRUE(contains(r.out,
+                         "21 CIFS_SHARE\n    import: per-share samba.conf files and dfs.conf into "
+                         "shares and CIFS options\n"));
+    EXPECT_TRUE(contains(r.out, "24 FTP_SHARE\n    import: FTP share settings [not provided]\n"));
+    EXPECT_TRUE(contains(r.out,
+                         "16 ADS_ACCOUNT\n    import: domain accounts [not provided]\n"
+                         "    export: not exportable\n"));
 }
 
+// Guards: log or trace lines lost; an unwritable log accepted.
 TEST_F(CliTest, LogAndTraceGoToTheirFiles) {
     const std::string log = dir_ / "ksdb.log", trace = dir_ / "trace.log";
     ASSERT_EQ(ksdb({"--db", db_, "--log", log, "--trace", trace, "--log-level", "5", "create"}).status,
               0);
-    EXPECT_NE(read_file(log).find("ksdb_create() ==> 0"), std::string::npos);
-    EXPECT_NE(read_file(trace).find("sql=PRAGMA user_version"), std::string::npos);
+    EXPECT_TRUE(contains(read_file(log), "ksdb_create() ==> 0"));
+    EXPECT_TRUE(contains(read_file(trace), "sql=PRAGMA user_version"));
     EXPECT_EQ(ksdb({"--db", db_, "--log", dir_ / "no/dir/x.log", "create"}).status, 5);
 }
 
+// Guards: the demo failing, writing to standard error or exporting unchecked.
 TEST_F(CliTest, DemoRunsTheWholeStory) {
     Outcome demo = ksdb({"demo", dir_ / "demo"});
     EXPECT_EQ(demo.status, 0) << demo.out << demo.err;
     EXPECT_EQ(demo.err, "");
-    EXPECT_NE(demo.out.find("2 files would change"), std::string::npos) << demo.out;
-    // Its export runs checked.
-    if (have_program("testparm")) {
-        EXPECT_NE(demo.out.find("  passed       " + (dir_ / "demo/root") +
-                                "/etc/quillfold/samba/Shares.conf (testparm)\n"),
-                  std::string::npos)
-            << demo.out;
-    }
-    EXPECT_NE(demo.out.find("check: 3 files would change\n"), std::string::npos) << demo.out;
-    EXPECT_NE(read_file(dir_ / "demo/root/etc/quillfold/samba/Shares.conf")
-                  .find("[public]\n  path = /data/public\n  comment = \"Shared files for everybody\"\n"
-                        "  guest ok = 1\n  admin users = \"+admin\",\"Administrator\"\n"
-                        "  write list = \"+admin\",\"Administrator\"\n"),
-              std::string::npos);
+    EXPECT_TRUE(contains(demo.out, "2 files would change")) << demo.out;
+    EXPECT_TRUE(contains(demo.out, "check: 3 files would change\n")) << demo.out;
+    EXPECT_TRUE(contains(read_file(dir_ / "demo/root/etc/quillfold/samba/Shares.conf"),
+                         "  write list = \"+admin\",\"Administrator\"\n"));
     EXPECT_TRUE(exists(dir_ / "demo/ksdb.db"));
 }

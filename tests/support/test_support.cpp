@@ -10,6 +10,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
@@ -23,18 +24,12 @@ namespace {
 void remove_tree(const std::string &path) {
     struct stat st;
     if (lstat(path.c_str(), &st) != 0) return;
-    if (S_ISDIR(st.st_mode)) {
-        if (DIR *d = opendir(path.c_str())) {
-            while (struct dirent *e = readdir(d)) {
-                if (!std::strcmp(e->d_name, ".") || !std::strcmp(e->d_name, "..")) continue;
-                remove_tree(path + "/" + e->d_name);
-            }
-            closedir(d);
-        }
-        rmdir(path.c_str());
-    } else {
+    if (!S_ISDIR(st.st_mode)) {
         unlink(path.c_str());
+        return;
     }
+    for (const std::string &n : list_dir(path)) remove_tree(path + "/" + n);
+    rmdir(path.c_str());
 }
 
 struct AprInit {
@@ -110,19 +105,19 @@ void Db::exec(const std::string &sql) {
     sqlite3_free(err);
 }
 
-std::vector<std::string> Db::rows(const std::string &sql) {
+std::vector<std::string> query_rows(sqlite3 *db, const std::string &sql, std::string *error,
+                                    bool first_column) {
     std::vector<std::string> out;
     sqlite3_stmt *st = nullptr;
-    if (sqlite3_prepare_v2(db_, sql.c_str(), -1, &st, nullptr) != SQLITE_OK) {
-        ADD_FAILURE() << sql << ": " << sqlite3_errmsg(db_);
+    if (sqlite3_prepare_v2(db, sql.c_str(), -1, &st, nullptr) != SQLITE_OK) {
+        *error = sqlite3_errmsg(db);
         return out;
     }
     while (sqlite3_step(st) == SQLITE_ROW) {
         std::string row;
-        for (int c = 0; c < sqlite3_column_count(st); ++c) {
-            if (c) row += "|";
+        for (int c = 0; c < (first_column ? 1 : sqlite3_column_count(st)); ++c) {
             const unsigned char *v = sqlite3_column_text(st, c);
-            row += v ? reinterpret_cast<const char *>(v) : "<NULL>";
+            row += (c ? "|" : "") + std::string(v ? reinterpret_cast<const char *>(v) : "<NULL>");
         }
         out.push_back(row);
     }
@@ -130,18 +125,10 @@ std::vector<std::string> Db::rows(const std::string &sql) {
     return out;
 }
 
-std::vector<std::string> Db::column(const std::string &sql) {
-    std::vector<std::string> out;
-    sqlite3_stmt *st = nullptr;
-    if (sqlite3_prepare_v2(db_, sql.c_str(), -1, &st, nullptr) != SQLITE_OK) {
-        ADD_FAILURE() << sql << ": " << sqlite3_errmsg(db_);
-        return out;
-    }
-    while (sqlite3_step(st) == SQLITE_ROW) {
-        const unsigned char *v = sqlite3_column_text(st, 0);
-        out.push_back(v ? reinterpret_cast<const char *>(v) : "<NULL>");
-    }
-    sqlite3_finalize(st);
+std::vector<std::string> Db::rows(const std::string &sql, bool first_column) {
+    std::string error;
+    auto out = query_rows(db_, sql, &error, first_column);
+    if (!error.empty()) ADD_FAILURE() << sql << ": " << error;
     return out;
 }
 
@@ -201,6 +188,45 @@ std::string CaptureFile::text() {
 }
 
 std::string CaptureFile::unflushed_on_disk() { return read_file(path_); }
+
+std::map<std::string, std::string> file_tree(const std::string &dir) {
+    std::map<std::string, std::string> out;
+    for (const std::string &n : list_dir(dir)) {
+        const std::string p = dir + "/" + n;
+        struct stat st;
+        if (lstat(p.c_str(), &st) != 0) continue;
+        if (S_ISDIR(st.st_mode))
+            for (auto &[k, v] : file_tree(p)) out[n + "/" + k] = v;
+        else
+            out[n] = read_file(p);
+    }
+    return out;
+}
+
+std::vector<std::string> list_dir(const std::string &dir) {
+    std::vector<std::string> out;
+    if (DIR *d = opendir(dir.c_str())) {
+        while (dirent *e = readdir(d))
+            if (std::strcmp(e->d_name, ".") && std::strcmp(e->d_name, "..")) out.push_back(e->d_name);
+        closedir(d);
+    }
+    std::sort(out.begin(), out.end());
+    return out;
+}
+
+std::string sql_quoted(const std::string &s) { return "'" + replace_all(s, "'", "''") + "'"; }
+
+ScopedCwd::ScopedCwd(const std::string &dir) {
+    char buf[4096];
+    if (getcwd(buf, sizeof buf)) old_ = buf;
+    EXPECT_EQ(chdir(dir.c_str()), 0);
+}
+
+ScopedCwd::~ScopedCwd() {
+    if (!old_.empty()) {
+        EXPECT_EQ(chdir(old_.c_str()), 0);
+    }
+}
 
 std::vector<std::string> lines(const std::string &text) {
     std::vector<std::string> out;

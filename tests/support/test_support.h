@@ -11,6 +11,7 @@
 #include <gtest/gtest.h>
 
 #include <cstdio>
+#include <map>
 #include <memory>
 #include <string>
 #include <vector>
@@ -68,14 +69,18 @@ class Db {
     operator sqlite3 *() const { return db_; }
     void exec(const std::string &sql);  // fails the test on error
     // First column of every row, NULL as "<NULL>".
-    std::vector<std::string> column(const std::string &sql);
+    std::vector<std::string> column(const std::string &sql) { return rows(sql, true); }
     // Every row as "a|b|c", NULL as "<NULL>".
-    std::vector<std::string> rows(const std::string &sql);
+    std::vector<std::string> rows(const std::string &sql, bool first_column = false);
     std::string scalar(const std::string &sql);
 
   private:
     sqlite3 *db_ = nullptr;
 };
+
+// The rows of a query as Db::rows gives them; a failure's message in *error.
+std::vector<std::string> query_rows(sqlite3 *db, const std::string &sql, std::string *error,
+                                    bool first_column = false);
 
 std::string read_file(const std::string &path);
 void write_file(const std::string &path, const std::string &content);
@@ -97,6 +102,28 @@ class CaptureFile {
 };
 
 std::vector<std::string> lines(const std::string &text);
+inline bool contains(const std::string &text, const std::string &part) {
+    return text.find(part) != std::string::npos;
+}
+// Every file below a folder with its content, by path relative to it.
+std::map<std::string, std::string> file_tree(const std::string &dir);
+// The entries of a folder, sorted, without "." and "..".
+std::vector<std::string> list_dir(const std::string &dir);
+// A text as an SQL literal ('it''s').
+std::string sql_quoted(const std::string &s);
+
+// The current directory for the scope of the object: a command a test
+// provokes into running ("touch MARK") would leave its mark there.
+class ScopedCwd {
+  public:
+    explicit ScopedCwd(const std::string &dir);
+    ~ScopedCwd();
+    ScopedCwd(const ScopedCwd &) = delete;
+    ScopedCwd &operator=(const ScopedCwd &) = delete;
+
+  private:
+    std::string old_;
+};
 
 std::string replace_all(std::string text, const std::string &from, const std::string &to);
 

@@ -9,7 +9,7 @@ INSERT INTO `$group` (id,gname,is_privileged,rid) VALUES
  (0,'root',1,NULL),(98,'admin',1,NULL),(100,'users',0,NULL),(1100,'staff',0,NULL),
  (1200,'oldgroup',-1,NULL),(65534,'guest',1,NULL),(200513,'Domain Users',0,513);
 INSERT INTO `$group_has_user` (user_id,group_id) VALUES
- (98,98),(1000,100),(1001,100),(1002,100),(1000,1100),(1001,1200);
+ (98,98),(1002,100),(1001,100),(1000,100),(1000,1100),(1001,1200);
 INSERT INTO passwordrecovery (email,question,answer,enabled,method) VALUES
  ('admin@example.com','First pet?','Rex',1,'email');
 INSERT INTO `$home_folder` (user_id,snapshot_protection_enabled,quota,visible_snapdir,prev_versions) VALUES

@@ -1,0 +1,1 @@
+INSERT INTO share (id,zfs_name,type,volume_id,name,path,user_id,group_id) VALUES(2,'data/lun1','zvol','1','lun1','/data/lun\1',0,0);

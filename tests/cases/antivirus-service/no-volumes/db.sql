@@ -1,0 +1,1 @@
+INSERT INTO service_anti_virus (enabled,action) VALUES(1,'delete');

@@ -1,0 +1,1 @@
+INSERT INTO service_snmp (enabled,community) VALUES(1,'public default');

@@ -1,0 +1,1 @@
+INSERT INTO service_snmp (enabled,contact) VALUES(0,'ops'||char(10)||'rocommunity evil');

@@ -1,0 +1,1 @@
+INSERT INTO service_snmp (enabled,allow_host,community,trap_destination,contact,location) VALUES(1,'192.168.1.0/24,,fe80::/64','','192.168.1.5,,192.168.1.6:1162,','admin@example.com','Server room 2');

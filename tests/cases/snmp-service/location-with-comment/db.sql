@@ -1,0 +1,1 @@
+INSERT INTO service_snmp (location) VALUES('Room #2');

@@ -1,0 +1,2 @@
+INSERT INTO service_snmp (enabled) VALUES(1);
+DROP TABLE service_https;

@@ -1,0 +1,169 @@
+// Shares over AFP beyond their case folders: hostile values (no netatalk
+// checker runs offline: the section reader reads accepted ones back), the
+// replacement rules, the server file's time, the Time Machine folder and
+// the number of statements an export runs.
+#define KSDB_MODULE "test_afp"
+#include "core/ksdb_areas.h"
+#include "core/ksdb_internal.h"
+#include "tests/support/share_tests.h"
+
+#include <utime.h>
+
+#include <filesystem>
+#include <map>
+
+using namespace ksdb_test;
+
+namespace {
+
+using Rows = std::vector<std::string>;
+// "section/key" -> value, as the section reader hands them out.
+using Keys = std::map<std::string, std::string>;
+
+Keys read_sections(const std::string &path) {
+    Keys out;
+    ini_parse_file(path.c_str(),
+                   [](void *user, const char *section, const char *name, const char *value) {
+                       (*static_cast<Keys *>(user))[std::string(section) + "/" + name] = value;
+                       return 1;
+                   },
+                   &out);
+    return out;
+}
+
+class AfpTest : public RootTest {
+  protected:
+    void SetUp() override {
+        ASSERT_EQ(ksdb_create(h(), db()), 0);
+        for (const char *v : {"/vol1/._share", "/USB/._share", "/media/._share"}) mkdirs(at(v));
+    }
+    int export_afp() { return ksdb_export(h(), db(), KSDB_CAT_AFP_SHARE); }
+};
+
+}  // namespace
+
+// Each hostile value in each guarded column is refused (status 4, nothing
+// below the root changed, the row named) or read back by the section
+// reader as exactly the one value intended.
+TEST_F(AfpTest, HostileValuesAreRefusedOrReadBackAsExactlyOneValue) {
+    sql().exec(
+        "INSERT INTO _volume (id,lv_name,blk_size) VALUES('vol1','vol1',1),('USB','USB',1);"
+        "INSERT INTO `$user` (id,uname,group_id,is_privileged,rid) VALUES(1000,'alice',100,0,NULL),"
+        "(1001,'fuser',100,0,NULL);"
+        "INSERT INTO `$group` (id,gname,is_privileged,rid) VALUES(100,'staff',0,NULL);"
+        "INSERT INTO share (id,zfs_name,volume_id,name,path,user_id,group_id) VALUES"
+        "(1,'vol1/docs','vol1','docs','/vol1/docs',0,0),"
+        "(2,'USB/stick','USB','stick','/USB/stick',0,0);"
+        "INSERT INTO afp_share_option (share_id,available,afp_access,afp_guest_access,"
+        "other_options,force_user) VALUES(1,1,'disabled',0,NULL,NULL),"
+        "(2,1,'readonly',0,'ea:sys',1001);"
+        "INSERT INTO user_acl (share_id,user_id,proto,read,write) VALUES(1,1000,'afp',1,1),"
+        "(2,1000,'afp',1,1);"
+        "INSERT INTO group_acl (share_id,group_id,proto,read,write) VALUES(1,100,'afp',1,0)");
+    const auto docs = [&] { return read_sections(at("/vol1/._share/docs/afp.conf")); };
+    const auto stick_line = [&] { return get("/etc/quillfold/usb/access/custom/stick/netatalk"); };
+    const std::vector<HostileColumn> columns = {
+        {"share", "name", "id=2", "'pre", "nl cr nul [ ] % dq bs ../", [&](const std::string &v) {
+             EXPECT_EQ(read_sections(at("/USB/._share/" + v + "/afp.conf"))[v + "/path"],
+                       "/USB/stick");
+             EXPECT_EQ(get("/etc/quillfold/usb/access/custom/" + v + "/netatalk"),
+                       "\"/" + v + "\" \"" + v + "\" cnidscheme:dbd ea:sys rwlist:\"alice\",@admin "
+                       "deny:\"guest\" forceuid:\"fuser\"\n");
+         }},
+        {"share", "path", "id=1", "'docs'", "nl cr nul ; # bs",
+         [&](const std::string &v) { EXPECT_EQ(docs()["docs/path"], v); }},
+        {"$user", "uname", "id=1000", "'1000'", "nl cr nul ; # % dq , bs",
+         [&](const std::string &v) {
+             EXPECT_EQ(docs()["docs/rwlist"], "\"" + v + "\",@admin");
+             EXPECT_TRUE(contains(stick_line(), " rwlist:\"" + v + "\",@admin "));
+         }},
+        {"$group", "gname", "id=100", "'100'", "nl cr nul ; # % dq , bs",
+         [&](const std::string &v) { EXPECT_EQ(docs()["docs/rolist"], "\"@" + v + "\""); }},
+        {"afp_share_option", "other_options", "share_id=2", "'stick'", "nl cr nul",
+         [&](const std::string &v) {
+             EXPECT_TRUE(contains(stick_line(), " cnidscheme:dbd " + v + " rwlist:"));
+         }},
+        {"$user", "uname", "id=1001", "'1001'", "nl cr nul dq bs", [&](const std::string &v) {
+             EXPECT_TRUE(contains(stick_line(), " forceuid:\"" + v + "\"\n"));
+         }},
+    };
+    ASSERT_EQ(export_afp(), 0) << log();
+    walk_hostile_values(root(), sql(), [&] { return export_afp(); }, [&] { return log(); }, columns,
+                        {{"clean", ""}, {"nl", "\n"}, {"cr", "\r"}, {"nul", std::string(1, '\0')},
+                         {"[", "["}, {"]", "]"}, {";", ";"}, {"#", "#"}, {"%", "%"}, {"dq", "\""},
+                         {",", ","}, {"bs", "\\"}, {"$()", "$(id)"}, {"../", "../"}});
+}
+
+// A share's own file that cannot be replaced ends the export with 5: the
+// files replaced before it stay, neither global file is replaced.  The
+// server's main file is touched only after a good export, and never made.
+TEST_F(AfpTest, AFailedOwnFileKeepsTheGlobalFilesAndTheServerFileIsTouchedAfterSuccess) {
+    sql().exec("INSERT INTO _volume (id,lv_name,blk_size) VALUES('vol1','vol1',1);"
+               "INSERT INTO share (id,zfs_name,volume_id,name,path,user_id,group_id) VALUES"
+               "(1,'vol1/a','vol1','a','/vol1/a',0,0),(2,'vol1/z','vol1','z','/vol1/z',0,0);"
+               "INSERT INTO afp_share_option (share_id,afp_access,afp_guest_access) VALUES"
+               "(1,'writeable',1),(2,'writeable',1)");
+    EXPECT_EQ(export_afp(), 0);
+    EXPECT_FALSE(exists(at("/etc/netatalk/afp.conf")));
+    put("/etc/netatalk/afp.conf", "[Global]\n");
+    put("/etc/quillfold/netatalk/Shares.conf", "old\n");
+    const struct utimbuf old_times{1000, 1000};
+    ASSERT_EQ(utime(at("/etc/netatalk/afp.conf").c_str(), &old_times), 0);
+    sql().exec("UPDATE share SET path='/vol1/new' WHERE id=1");
+    std::remove(at("/vol1/._share/z/afp.conf").c_str());
+    mkdirs(at("/vol1/._share/z/afp.conf/x"));  // a folder where the file goes
+    EXPECT_EQ(export_afp(), KSDB_E_FILE);
+    EXPECT_TRUE(contains(get("/vol1/._share/a/afp.conf"), "  path = /vol1/new\n"));
+    EXPECT_EQ(get("/etc/quillfold/netatalk/Shares.conf"), "old\n");
+    struct stat st;
+    ASSERT_EQ(stat(at("/etc/netatalk/afp.conf").c_str(), &st), 0);
+    EXPECT_EQ(st.st_mtime, 1000);
+    std::filesystem::remove_all(at("/vol1/._share/z/afp.conf"));
+    ASSERT_EQ(export_afp(), 0) << log();
+    ASSERT_EQ(stat(at("/etc/netatalk/afp.conf").c_str(), &st), 0);
+    EXPECT_GT(st.st_mtime, 1000);
+    EXPECT_EQ(get("/etc/netatalk/afp.conf"), "[Global]\n");
+}
+
+// Guards: a Time Machine folder that is a file, missing or outside the root.
+TEST_F(AfpTest, TheTimeMachineFolderIsTheHomeVolumesOwn) {
+    EXPECT_EQ(ksdb_is_timemachine_path_valid(h(), db()), 0);
+    EXPECT_TRUE(contains(log(), "(error) home_volume_id is empty!\n"));
+    sql().exec("INSERT INTO account_default (home_volume_id) VALUES('vol1')");
+    EXPECT_EQ(ksdb_is_timemachine_path_valid(h(), db()), 0);
+    put("/vol1/.timemachine", "a file, not a folder\n");
+    EXPECT_EQ(ksdb_is_timemachine_path_valid(h(), db()), 0);
+    std::remove(at("/vol1/.timemachine").c_str());
+    mkdirs(at("/vol1/.timemachine"));
+    EXPECT_EQ(ksdb_is_timemachine_path_valid(h(), db()), 1);
+    // A volume name that would lead out of the root is not looked at.
+    mkdirs(tmp_ / ".timemachine");
+    sql().exec("UPDATE account_default SET home_volume_id='..'");
+    EXPECT_EQ(ksdb_is_timemachine_path_valid(h(), db()), 0);
+    sql().exec("DROP TABLE account_default");
+    EXPECT_EQ(ksdb_is_timemachine_path_valid(h(), db()), 0);
+    EXPECT_TRUE(contains(log(), "(error) Failed DB Query for SELECT 'account_default'\n"));
+}
+
+// The access entries are read once per export, not once per share: the
+// statements an export runs do not grow with the shares.
+TEST_F(AfpTest, AnExportRunsTheSameStatementsForTenOrFortyShares) {
+    sql().exec("INSERT INTO _volume (id,lv_name,blk_size) VALUES('vol1','vol1',1);"
+               "INSERT INTO `$user` (id,uname,group_id,is_privileged,rid) VALUES"
+               "(1000,'alice',100,0,NULL)");
+    auto statements = [&](int shares) {
+        for (int i = 1; i <= shares; ++i) {
+            const std::string id = std::to_string(i), name = "'s" + id + "'";
+            sql().exec("INSERT OR IGNORE INTO share (id,zfs_name,volume_id,name,path,user_id,"
+                       "group_id) VALUES(" + id + ",'x','vol1'," + name + ",'/vol1/s" + id +
+                       "',0,0);INSERT OR IGNORE INTO afp_share_option (share_id,afp_access,"
+                       "afp_guest_access) VALUES(" + id + ",'disabled',0);INSERT OR IGNORE INTO "
+                       "user_acl (share_id,user_id,proto,read,write) VALUES(" + id +
+                       ",1000,'afp',1,1)");
+        }
+        return selects_during(h(), [&] { EXPECT_EQ(export_afp(), 0); });
+    };
+    const int ten = statements(10);
+    EXPECT_GT(ten, 0);
+    EXPECT_EQ(statements(40), ten);
+}

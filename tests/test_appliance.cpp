@@ -1,0 +1,155 @@
+// Product data, network interfaces and avahi announcements beyond the case
+// folders of NETWORK and avahi: failures, the system record, the scan.
+#define KSDB_MODULE "test_appliance"
+#include "tests/support/test_support.h"
+
+#include "ksdb_platform.h"
+
+#include <net/if.h>
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <cstring>
+#include <filesystem>
+#include <map>
+#include <string>
+#include <vector>
+
+using namespace ksdb_test;
+namespace stdfs = std::filesystem;
+
+namespace {
+
+const char *const kServiceFiles[] = {"afp", "cifs", "quillfold", "printer", "kestrava",
+                                     "timemachine"};
+
+std::string service_file(const char *name) {
+    return std::string("/etc/avahi/services/") + name + ".service";
+}
+
+class ApplianceTest : public RootTest {
+  protected:
+    void SetUp() override { ASSERT_EQ(ksdb_create(h(), db()), 0) << log(); }
+    void TearDown() override { ksdb_platform_set(nullptr); }
+
+    // Product data and every service on, with all six files already there.
+    void announce_everything() {
+        sql().exec("INSERT INTO vital_product_data VALUES('Kestrava','N5550','KS1',0,0);"
+                   "INSERT INTO network_if (name,mac) VALUES('eth0','00:22:3f:a9:9a:1e');"
+                   "INSERT INTO _volume (id,lv_name,uuid,blk_size) VALUES('1','data','u-1',4096);"
+                   "INSERT INTO service_avahi VALUES(1,1,1,1,1,1,1)");
+        for (const char *f : kServiceFiles) put(service_file(f), std::string("old ") + f + "\n");
+    }
+    std::map<std::string, std::string> service_files() {
+        std::map<std::string, std::string> out;
+        for (const char *f : kServiceFiles)
+            out[f] = exists(at(service_file(f))) ? get(service_file(f)) : "(none)";
+        return out;
+    }
+};
+
+// Guards: the announcement calls going on without their settings table.
+TEST_F(ApplianceTest, WithoutTheSettingsTableTheAnnouncementsFail) {
+    announce_everything();
+    const auto before = service_files();
+    sql().exec("DROP TABLE service_avahi");
+    EXPECT_EQ(ksdb_avahi_service_export(h(), db()), KSDB_E_DB);
+    EXPECT_TRUE(contains(log(), "Failed DB SQL 'SELECT service_avahi'\n"));
+    EXPECT_EQ(service_files(), before);
+    EXPECT_EQ(ksdb_avahi_service_import(h(), db()), KSDB_E_DB);
+    EXPECT_TRUE(contains(log(), "Error in SQL Exec. (DELETE service_avahi)\n"));
+}
+
+// A file that cannot be put in place stops the export at once: the files
+// before it are written, those after it keep what they held.
+TEST_F(ApplianceTest, AFileThatCannotBeReplacedStopsTheExportThere) {
+    announce_everything();
+    stdfs::remove(at(service_file("cifs")));
+    mkdirs(at(service_file("cifs")));
+    sql().exec("UPDATE service_avahi SET printer=0");
+    EXPECT_EQ(ksdb_avahi_service_export(h(), db()), KSDB_E_FILE);
+    EXPECT_NE(log().find("Cannot move file to /etc/avahi/services/cifs.service\n"),
+              std::string::npos)
+        << log();
+    EXPECT_NE(get(service_file("afp")).find("_afpovertcp._tcp"), std::string::npos);
+    EXPECT_EQ(get(service_file("quillfold")), "old quillfold\n");
+    EXPECT_EQ(get(service_file("printer")), "old printer\n");
+}
+
+
+// Guards: product data not from the system record (an unterminated serial
+// read too far), no row without one, a failure not reported.
+TEST_F(ApplianceTest, ProductDataComesFromTheSystemRecord) {
+    ksdb_sys_info *info = h()->sys_info;
+    std::strcpy(info->vendor, "Kestrava");
+    std::strcpy(info->model, "N5550");
+    std::memset(info->serial, 'S', sizeof info->serial);  // no terminator in its field
+    sql().exec("INSERT INTO vital_product_data VALUES('old','old','old',8,1)");
+    ASSERT_EQ(ksdb_import(h(), db(), KSDB_CAT_VPD), 0) << log();
+    EXPECT_EQ(sql().rows("SELECT vendor,model,serial,max_chan,autospan FROM vital_product_data"),
+              std::vector<std::string>{"Kestrava|N5550|" + std::string(64, 'S') + "|0|0"});
+    EXPECT_EQ(ksdb_export(h(), db(), KSDB_CAT_VPD), 0);
+    EXPECT_NE(log().find("ksdb_vpd_export() ==> 0"), std::string::npos);
+
+    h()->sys_info = nullptr;
+    ASSERT_EQ(ksdb_vpd_import(h(), db()), 0);
+    EXPECT_EQ(sql().rows("SELECT * FROM vital_product_data"),
+              std::vector<std::string>{"<NULL>|<NULL>|<NULL>|0|0"});
+    sql().exec("DROP TABLE vital_product_data");
+    EXPECT_EQ(ksdb_vpd_import(h(), db()), KSDB_E_DB);
+    EXPECT_NE(log().find("(error) Error in SQL Exec.\n"), std::string::npos);
+}
+
+
+int g_scan_status;
+int scripted_scan(const char *root, ksdb_net_if *ifs, int max, int *count) {
+    EXPECT_NE(root, nullptr);  // a debug root is handed on
+    *count = 0;
+    const ksdb_net_if listed[] = {
+        {"lo", 1, IFF_UP | IFF_LOOPBACK, 1, {0, 0, 0, 0, 0, 0}},
+        {"bond0", 1, IFF_UP, 1, {0xde, 0xad, 0xBE, 0xEF, 0x00, 0x0a}},
+        {"ib0", 1, IFF_UP, 0, {}},
+        {"tun0", 0, 0, 1, {1, 2, 3, 4, 5, 6}},
+        {"bond0", 1, IFF_UP, 1, {0xde, 0xad, 0xbe, 0xef, 0x00, 0x0b}},
+    };
+    for (const ksdb_net_if &e : listed)
+        if (*count < max) ifs[(*count)++] = e;
+    return g_scan_status;
+}
+
+// Guards: the loopback, a down interface or one without a MAC recorded; a
+// repeated name not taking its last MAC; a failed scan not 1 or emptying the table.
+TEST_F(ApplianceTest, APlatformScanSuppliesTheInterfacesAndItsFailuresGiveOne) {
+    ksdb_platform_ops ops = *ksdb_platform_builtin();
+    ops.net_if_scan = scripted_scan;
+    ksdb_platform_set(&ops);
+    g_scan_status = 0;
+    ASSERT_EQ(ksdb_network_import(h(), db()), 0) << log();
+    EXPECT_EQ(sql().rows("SELECT name,mac FROM network_if"),
+              std::vector<std::string>{"bond0|de:ad:be:ef:00:0b"});
+
+    g_scan_status = KSDB_NET_IF_ELIST;
+    EXPECT_EQ(ksdb_network_import(h(), db()), KSDB_E_STEP);
+    EXPECT_NE(log().find("(error) Failed SIOCGIFCONF\n"), std::string::npos) << log();
+    g_scan_status = KSDB_NET_IF_ENOSOCKET;
+    EXPECT_EQ(ksdb_network_import(h(), db()), KSDB_E_STEP);
+    EXPECT_EQ(sql().rows("SELECT name FROM network_if"), std::vector<std::string>{"bond0"});
+}
+
+// The built-in scan of the machine itself (no root): the loopback is
+// listed with its flag.
+TEST(NetworkScan, TheBuiltInScanListsTheMachinesLoopback) {
+    ksdb_net_if ifs[KSDB_MAX_NET_IFS];
+    int count = -1;
+    ASSERT_EQ(ksdb_platform_builtin()->net_if_scan(nullptr, ifs, KSDB_MAX_NET_IFS, &count), 0);
+    ASSERT_GE(count, 0);
+    ASSERT_LE(count, KSDB_MAX_NET_IFS);
+    const ksdb_net_if *lo = nullptr;
+    for (int i = 0; i < count; ++i)
+        if (std::strcmp(ifs[i].name, "lo") == 0) lo = &ifs[i];
+    if (!lo) GTEST_SKIP() << "this machine's loopback has no IPv4 address";
+    EXPECT_TRUE(lo->flags_ok);
+    EXPECT_TRUE(lo->flags & IFF_LOOPBACK);
+}
+
+}  // namespace

@@ -1,0 +1,93 @@
+// The message dictionary beyond its case folders (tests/cases/dictionary):
+// the hardware-type filter on hardware whose type is known, and statements
+// that fail without stopping the load.
+#define KSDB_MODULE "test_dictionary"
+#include "tests/support/test_support.h"
+
+#include "ksdb_platform.h"
+
+#include <string>
+#include <vector>
+
+using namespace ksdb_test;
+
+namespace {
+
+const char *const kSystypes[] = {nullptr, "N2800", "N5550"};
+
+class DictionaryTest : public RootTest {
+  protected:
+    void SetUp() override {
+        ASSERT_EQ(ksdb_create(h(), db()), 0) << log();
+        ksdb_platform_ops ops = *ksdb_platform_builtin();
+        ops.systype_str = kSystypes;
+        ops.systype_count = 3;
+        ksdb_platform_set(&ops);
+    }
+    void TearDown() override { ksdb_platform_set(nullptr); }
+
+    void dictionary(const std::string &languages) {
+        put("/quillfold/dashboard/dictionary.xml",
+            "<?xml version=\"1.0\" encoding=\"utf-8\"?>\n<d>\n" + languages + "</d>\n");
+    }
+    std::vector<std::string> messages() {
+        return sql().rows("SELECT id,lang_id,str FROM _dictionary ORDER BY lang_id,id");
+    }
+};
+
+constexpr char kHardwareItems[] = R"(<Language code="en" spell="English">
+  <item key="fan">generic fan</item>
+  <item key="fan" systype="N2800">two fans</item>
+  <item key="bays" systype="N5550">five bays</item>
+  <item key="bays">some bays</item>
+  <item key="lcd" systype="N2800" product="kestravaos">small display</item>
+</Language>
+)";
+
+// Guards: items of other hardware kept; an unnamed type treated as known.
+TEST_F(DictionaryTest, OnKnownHardwareOnlyItemsOfItsTypeAreKept) {
+    dictionary(kHardwareItems);
+    h()->sys_info->hw_type = 2;
+    ASSERT_EQ(ksdb_import(h(), db(), KSDB_CAT_DICTIONARY), 0) << log();
+    EXPECT_EQ(messages(), (std::vector<std::string>{"bays|1|five bays", "fan|1|generic fan"}));
+
+    // A type the platform has no name for is as good as unknown.
+    h()->sys_info->hw_type = 7;
+    ASSERT_EQ(ksdb_dictionary_import(h(), db()), 0) << log();
+    EXPECT_EQ(messages(), (std::vector<std::string>{"bays|1|five bays", "fan|1|two fans",
+                                                    "lcd|1|small display"}));
+}
+
+// A failing statement is logged and remembered; everything after it is
+// still loaded.  A language whose row cannot be stored (no spelling) has
+// its items stored under the number of the language before it.
+TEST_F(DictionaryTest, FailedStatementsDoNotStopTheLoad) {
+    dictionary(R"(<Language code="en" spell="English"><item key="a">A</item></Language>
+<Language code="xx"><item key="b">B</item><item key="a">stray A</item></Language>
+<Language code="de" spell="Deutsch"><item key="a">Ä</item></Language>
+)");
+    ASSERT_EQ(ksdb_dictionary_import(h(), db()), KSDB_E_DB);
+    EXPECT_NE(log().find("(error) Failed to UPDATE _lang_supported\n"), std::string::npos) << log();
+    EXPECT_EQ(sql().rows("SELECT id,lang FROM _lang_supported ORDER BY id"),
+              (std::vector<std::string>{"1|en", "2|de"}));
+    EXPECT_EQ(messages(), (std::vector<std::string>{"a|1|A", "b|1|B", "a|2|Ä"}));
+
+    // Through the driver the failure rolls the whole load back.
+    sql().exec("DELETE FROM _dictionary; DELETE FROM _lang_supported");
+    sql().exec("INSERT INTO _lang_supported VALUES(5,'it','Italiano')");
+    EXPECT_EQ(ksdb_import(h(), db(), KSDB_CAT_DICTIONARY), KSDB_E_DB);
+    EXPECT_EQ(sql().rows("SELECT id,lang FROM _lang_supported"),
+              std::vector<std::string>{"5|it"});
+    EXPECT_TRUE(messages().empty());
+
+    // A failing item insert is remembered too, and the next item is tried.
+    dictionary(R"(<Language code="en" spell="English"><item key="a">A</item><item key="b">B</item>
+</Language>)");
+    sql().exec("CREATE TEMP TRIGGER no_a BEFORE INSERT ON _dictionary WHEN NEW.id='a' "
+               "BEGIN SELECT RAISE(ABORT,'refused'); END");
+    EXPECT_EQ(ksdb_dictionary_import(h(), db()), KSDB_E_DB);
+    EXPECT_NE(log().find("(error) Failed to UPDATE _dictionary\n"), std::string::npos);
+    EXPECT_EQ(messages(), std::vector<std::string>{"b|1|B"});
+}
+
+}  // namespace

@@ -1,0 +1,182 @@
+// Shares over rsync beyond their case folders: hostile values read back by
+// the rsync daemon's own configuration reader (check-rsyncd.sh, which also
+// fails on unknown parameters) and the importer, the failure paths of the
+// export, and the number of statements it runs.
+#define KSDB_MODULE "test_rsync"
+#include "core/ksdb_areas.h"
+#include "core/ksdb_internal.h"
+#include "tests/support/share_tests.h"
+
+#include <sys/stat.h>
+
+#include <filesystem>
+
+using namespace ksdb_test;
+
+namespace {
+
+using Rows = std::vector<std::string>;
+
+class RsyncTest : public RootTest {
+  protected:
+    void SetUp() override {
+        ASSERT_EQ(ksdb_create(h(), db()), 0);
+        mkdirs(at("/etc/quillfold/usb/._share"));
+    }
+    int export_rsync() { return ksdb_export(h(), db(), KSDB_CAT_RSYNC); }
+    // The modules the daemon lists from the generated file, "name|comment"
+    // each; the checker's status in *status.
+    Rows daemon_lists(int *status) {
+        std::string out;
+        *status = run_checker("check-rsyncd.sh", at("/etc/quillfold/rsync/Shares.conf"), &out);
+        Rows modules;
+        for (const std::string &l : lines(out)) {
+            const size_t tab = l.find('\t');
+            if (tab == std::string::npos) continue;
+            std::string name = l.substr(0, tab);
+            while (!name.empty() && name.back() == ' ') name.pop_back();
+            modules.push_back(name + "|" + l.substr(tab + 1));
+        }
+        return modules;
+    }
+};
+
+}  // namespace
+
+// Each hostile value in each guarded column is refused (status 4, nothing
+// below the root changed or removed, the row named) or, where the formats
+// take it as plain text, written so that the daemon and the importer read
+// exactly the one value intended.
+TEST_F(RsyncTest, HostileValuesAreRefusedOrReadBackAsExactlyOneValue) {
+    if (!have_program("rsync")) GTEST_SKIP() << "rsync is not installed (scripts/setup-deps)";
+    sql().exec(
+        "INSERT INTO share (id,zfs_name,volume_id,name,path,comment,user_id,group_id) VALUES"
+        "(1,'vol1/public','vol1','public','/vol1/public','Files',0,0),"
+        "(2,'vol1/docs','vol1','docs','/vol1/docs',NULL,0,0);"
+        "INSERT INTO rsync_share_option (share_id,available,passwordprotection,rsync_access) "
+        "VALUES(1,1,'enabled','writeable'),(2,1,'disabled','readonly');"
+        "INSERT INTO rsync_user_password_acl (share_id,user,password) VALUES(1,'alice','secret');"
+        "INSERT INTO host (id,name) VALUES(1,'pc1');"
+        "INSERT INTO host_acl (share_id,host_id,proto,read,write) VALUES(1,1,'rsync',1,1)");
+    put("/etc/quillfold/rsync/secrets/docs", "old:pw\n");  // must survive a refusal
+    const auto reimported = [&](const char *query) {
+        sql().exec("DELETE FROM rsync_user_password_acl; DELETE FROM host_acl");
+        EXPECT_EQ(ksdb_import(h(), db(), KSDB_CAT_RSYNC), 0) << log();
+        return sql().rows(query);
+    };
+    const std::vector<HostileColumn> columns = {
+        {"share", "name", "id=1", "'pre", "nl cr nul [ ] % / bs", [&](const std::string &v) {
+             int status;
+             EXPECT_EQ(daemon_lists(&status), (Rows{v + "|Files", "docs|"}));
+             EXPECT_EQ(get("/etc/quillfold/rsync/secrets/" + v), "alice:secret\n");
+         }},
+        {"share", "path", "id=1", "'public'", "nl cr nul = % bs", [&](const std::string &v) {
+             EXPECT_TRUE(contains(get("/etc/quillfold/rsync/Shares.conf"), "  path = " + v + "\n"));
+         }},
+        {"share", "comment", "id=1", "'public'", "nl cr nul bs", [&](const std::string &v) {
+             int status;
+             EXPECT_EQ(daemon_lists(&status), (Rows{"public|" + v, "docs|"}));
+         }},
+        {"host", "name", "id=1", "'1'", "nl cr nul = , dq sp bs", [&](const std::string &v) {
+             EXPECT_EQ(reimported("SELECT H.name FROM host_acl A INNER JOIN host H ON "
+                                  "H.id=A.host_id"),
+                       Rows{v});
+         }},
+        {"rsync_user_password_acl", "user", "share_id=1", "'public/pre", "nl cr nul : = , sp bs",
+         [&](const std::string &v) {
+             EXPECT_EQ(reimported("SELECT user,password FROM rsync_user_password_acl"),
+                       Rows{v + "|secret"});
+         }},
+        {"rsync_user_password_acl", "password", "share_id=1", "'public/alice'", "nl cr nul :",
+         [&](const std::string &v) {
+             EXPECT_EQ(reimported("SELECT user,password FROM rsync_user_password_acl"),
+                       Rows{"alice|" + v});
+         }},
+    };
+    ASSERT_EQ(export_rsync(), 0) << log();
+    const auto exported = [&] {
+        const int rc = export_rsync();
+        std::string out;
+        if (rc == 0) {
+            EXPECT_EQ(run_checker("check-rsyncd.sh", at("/etc/quillfold/rsync/Shares.conf"), &out),
+                      0)
+                << out;
+        }
+        return rc;
+    };
+    // The importer may have replaced the entries a check read back.
+    const auto restore = [&] {
+        sql().exec("DELETE FROM rsync_user_password_acl; DELETE FROM host_acl;"
+                   "INSERT INTO rsync_user_password_acl (share_id,user,password) VALUES(1,'alice',"
+                   "'secret');INSERT INTO host_acl (share_id,host_id,proto,read,write) VALUES(1,1,"
+                   "'rsync',1,1)");
+    };
+    walk_hostile_values(root(), sql(), exported, [&] { return log(); }, columns,
+                        {{"clean", ""}, {"nl", "\n"}, {"cr", "\r"}, {"nul", std::string(1, '\0')},
+                         {"[", "["}, {"]", "]"}, {"#", "#"}, {";", ";"}, {"%", "%"}, {"=", "="},
+                         {":", ":"}, {",", ","}, {"dq", "\""}, {"sp", " "}, {"bs", "\\"},
+                         {"/", "/"}, {"$()", "$(id)"}},
+                        restore);
+}
+
+// A secrets file that an administrator left readable by others is put back
+// to root-only; after a failure the module file and every secrets file
+// stay as they were.
+TEST_F(RsyncTest, SecretsAreRootOnlyAndAFailedExportKeepsTheFiles) {
+    sql().exec("INSERT INTO share (id,zfs_name,volume_id,name,path,user_id,group_id) VALUES"
+               "(1,'vol1/a','vol1','a','/vol1/a',0,0);"
+               "INSERT INTO rsync_share_option (share_id,available,passwordprotection,rsync_access)"
+               " VALUES(1,1,'enabled','readonly');"
+               "INSERT INTO rsync_user_password_acl (share_id,user,password) VALUES(1,'u','p')");
+    put("/etc/quillfold/rsync/secrets/a", "u:old\n");
+    ASSERT_EQ(chmod(at("/etc/quillfold/rsync/secrets/a").c_str(), 0644), 0);
+    const mode_t mask = umask(0);
+    EXPECT_EQ(export_rsync(), 0) << log();
+    umask(mask);
+    struct stat st;
+    ASSERT_EQ(stat(at("/etc/quillfold/rsync/secrets/a").c_str(), &st), 0);
+    EXPECT_EQ(st.st_mode & 07777, 0600u);
+    EXPECT_EQ(get("/etc/quillfold/rsync/secrets/a"), "u:p\n");
+
+    // The module file's place taken by a folder: 5, and the module file is
+    // not replaced (the secrets files come before it).
+    const std::string modules = get("/etc/quillfold/rsync/Shares.conf");
+    std::remove(at("/etc/quillfold/rsync/Shares.conf").c_str());
+    mkdirs(at("/etc/quillfold/rsync/Shares.conf/x"));
+    sql().exec("UPDATE rsync_user_password_acl SET password='new'");
+    EXPECT_EQ(export_rsync(), KSDB_E_FILE);
+    EXPECT_TRUE(contains(log(), "Cannot move file to /etc/quillfold/rsync/Shares.conf\n"));
+    EXPECT_EQ(get("/etc/quillfold/rsync/secrets/a"), "u:new\n");
+
+    // The host entries cannot be read: -1 and nothing written.
+    std::filesystem::remove_all(at("/etc/quillfold/rsync/Shares.conf"));
+    put("/etc/quillfold/rsync/Shares.conf", modules);
+    const auto before = file_tree(root());
+    sql().exec("DROP TABLE host");
+    EXPECT_EQ(export_rsync(), -1);
+    EXPECT_TRUE(contains(log(), "(error) Failed to get host_acl for share 'a'\n"));
+    EXPECT_EQ(file_tree(root()), before);
+}
+
+// The host entries are read once per export: for shares without password
+// protection the statements do not grow with the shares (a protected share
+// adds one, by its key).
+TEST_F(RsyncTest, AnExportRunsTheSameStatementsForTenOrFortyShares) {
+    sql().exec("INSERT INTO host (id,name) VALUES(1,'pc1')");
+    auto statements = [&](int shares) {
+        for (int i = 1; i <= shares; ++i) {
+            const std::string id = std::to_string(i);
+            sql().exec("INSERT OR IGNORE INTO share (id,zfs_name,volume_id,name,path,user_id,"
+                       "group_id) VALUES(" + id + ",'x','vol1','s" + id + "','/vol1/s" + id +
+                       "',0,0);INSERT OR IGNORE INTO rsync_share_option (share_id,available,"
+                       "passwordprotection,rsync_access) VALUES(" + id + ",1,'disabled',"
+                       "'readonly');INSERT OR IGNORE INTO host_acl (share_id,host_id,proto,read,"
+                       "write) VALUES(" + id + ",1,'rsync',1,1)");
+        }
+        return selects_during(h(), [&] { EXPECT_EQ(export_rsync(), 0); });
+    };
+    const int ten = statements(10);
+    EXPECT_GT(ten, 0);
+    EXPECT_EQ(statements(40), ten);
+    EXPECT_TRUE(contains(get("/etc/quillfold/rsync/Shares.conf"), "[s40]\n"));
+}
