@@ -491,30 +491,35 @@ TEST(QueryPlanCheck, FindsScansSearchesByKindAndBuiltIndexesInPerRowLoops) {
 // findings: dropped, the call that needs it is found; ksdb_create puts it
 // back without moving the schema version.
 TEST_F(QueryPlanTest, ADroppedIndexIsFoundAndCreateRestoresIt) {
-    const std::string volume_shares = KSDB_CASES_DIR "/cifs-share/volume-shares";
-    CaseSpec cifs;
-    for (const CaseSpec &c : find_cases(KSDB_CASES_DIR))
-        if (c.dir == volume_shares) cifs = c;
-    ASSERT_FALSE(cifs.dir.empty());
+    auto case_named = [](const std::string &name) {
+        for (const CaseSpec &c : find_cases(KSDB_CASES_DIR))
+            if (c.dir == KSDB_CASES_DIR "/" + name) return c;
+        ADD_FAILURE() << "no case " << name;
+        return CaseSpec{};
+    };
+    const CaseSpec cifs = case_named("cifs-share/volume-shares");
+    const CaseSpec afp = case_named("afp-share/import-edges");
+    ASSERT_FALSE(cifs.dir.empty() || afp.dir.empty());
     const struct {
         const char *index, *table;
         int category;
         bool exporting;
-        bool on_demo;
+        const CaseSpec *on;  // nullptr: the demo appliance
     } kIndexes[] = {
-        {"$group_has_user_group_id", "$group_has_user", -1, true, true},
-        {"$user_uname", "$user", KSDB_CAT_CIFS_SHARE, false, false},
-        {"$group_gname", "$group", KSDB_CAT_CIFS_SHARE, false, false},
-        {"$user_group_id", "$user", KSDB_CAT_CIFS_SHARE, false, false},
+        {"$group_has_user_group_id", "$group_has_user", -1, true, nullptr},
+        {"$user_uname", "$user", KSDB_CAT_CIFS_SHARE, false, &cifs},
+        {"$group_gname", "$group", KSDB_CAT_CIFS_SHARE, false, &cifs},
+        {"$user_group_id", "$user", KSDB_CAT_CIFS_SHARE, false, &cifs},
+        {"user_acl_share_proto", "user_acl", KSDB_CAT_AFP_SHARE, false, &afp},
     };
     for (const auto &k : kIndexes) {
         SCOPED_TRACE(k.index);
         auto stage = [&] {
             reset();
-            if (k.on_demo)
+            if (!k.on)
                 demo();
             else
-                stage_case(cifs, k.exporting, root(), db());
+                stage_case(*k.on, k.exporting, root(), db());
         };
         auto call = [&] {
             // -1: the account export, which no category runs whole.
@@ -523,6 +528,7 @@ TEST_F(QueryPlanTest, ADroppedIndexIsFoundAndCreateRestoresIt) {
         };
         stage();
         EXPECT_EQ(call(), "");
+        stage();  // the same call again, on the same state but for the index
         sql().exec(std::string("DROP INDEX `") + k.index + "`");
         const std::string found = call();
         EXPECT_NE(found.find(k.table), std::string::npos) << found;
