@@ -5,14 +5,10 @@
 #include "tests/support/case_runner.h"
 #include "tests/support/test_support.h"
 
-#include <signal.h>
 #include <sys/stat.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <cstring>
-#include <random>
-#include <set>
 
 using namespace ksdb_test;
 
@@ -177,68 +173,6 @@ TEST_F(AccountTest, HomeFoldersOnTheHomeVolumeAreMatchedToDomainUsers) {
     ASSERT_EQ(ksdb_import_users_with_existing_homes(h(), db()), 0) << log();
     EXPECT_TRUE(contains(log(), "The user of the home folder '/home/vol1/jdoe' is found"));
     EXPECT_TRUE(contains(log(), "Cannot find user of the home folder '/home/vol1/alice'"));
-}
-
-// Guards: an account file empty, partial or missing at any moment of the
-// account export.  A child exports again and again, renaming a user (which
-// changes all four files) between exports, and is killed at random
-// moments; after each kill every file holds one of the two versions whole.
-TEST_F(AccountTest, KillDuringTheExportLeavesEveryAccountFileWhole) {
-    ScopedTmpfs etc(at("/etc"), 16 << 20);
-    if (!etc.ok()) GTEST_SKIP() << etc.why();
-    sql().exec(read_file(kWhole + "/db.sql"));
-    constexpr const char *kRename =
-        "UPDATE `$user` SET uname=CASE uname WHEN 'alice' THEN 'alicia' ELSE 'alice' END "
-        "WHERE id=1000";
-    const char *files[] = {"/etc/passwd", "/etc/shadow", "/etc/group", "/etc/gshadow"};
-    std::vector<std::set<std::string>> versions(4);
-    for (int i = 0; i < 2; ++i) {
-        ASSERT_EQ(ksdb_account_export(h(), db()), 0) << log();
-        for (int k = 0; k < 4; ++k) versions[k].insert(get(files[k]));
-        sql().exec(kRename);
-    }
-    for (int k = 0; k < 4; ++k) ASSERT_EQ(versions[k].size(), 2u) << files[k];
-    const std::string path = sqlite3_db_filename(db(), "main");
-
-    std::mt19937 rng(20261124);
-    std::uniform_int_distribution<int> delay_us(0, 4000);
-    std::vector<std::set<std::string>> seen(4);
-    for (int round = 0; round < 200; ++round) {
-        int ready[2];
-        ASSERT_EQ(pipe(ready), 0);
-        const pid_t pid = fork();
-        ASSERT_GE(pid, 0);
-        if (pid == 0) {
-            close(ready[0]);
-            Handle::Options opts;
-            opts.root = root().c_str();
-            Handle quiet(opts);  // no log: the child must not write into the test's capture
-            sqlite3 *own = nullptr;
-            if (sqlite3_open(path.c_str(), &own) != SQLITE_OK) _exit(1);
-            (void)!::write(ready[1], "r", 1);
-            for (;;) {
-                ksdb_account_export(quiet, own);
-                sqlite3_exec(own, kRename, nullptr, nullptr, nullptr);
-            }
-        }
-        close(ready[1]);
-        char c;
-        (void)!::read(ready[0], &c, 1);
-        close(ready[0]);
-        usleep(static_cast<useconds_t>(delay_us(rng)));
-        kill(pid, SIGKILL);
-        int status = 0;
-        ASSERT_EQ(waitpid(pid, &status, 0), pid);
-        for (int k = 0; k < 4; ++k) {
-            ASSERT_TRUE(exists(at(files[k]))) << "round " << round << ": " << files[k] << " is missing";
-            const std::string text = get(files[k]);
-            ASSERT_TRUE(versions[k].count(text))
-                << "round " << round << ": " << files[k] << " holds " << text.size()
-                << " bytes of partial or mixed content";
-            seen[k].insert(text);
-        }
-    }
-    for (int k = 0; k < 4; ++k) EXPECT_EQ(seen[k].size(), 2u) << files[k] << ": the child never got through";
 }
 
 }  // namespace

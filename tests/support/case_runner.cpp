@@ -31,13 +31,13 @@ void walk(const std::string &dir, const std::string &rel, std::vector<std::strin
     }
 }
 
+}  // namespace
+
 std::vector<std::string> files_below(const std::string &dir) {
     std::vector<std::string> out;
     walk(dir, "", &out);
     return out;
 }
-
-}  // namespace
 
 void copy_tree(const std::string &from, const std::string &to) {
     for (const std::string &rel : files_below(from)) {

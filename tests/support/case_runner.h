@@ -64,6 +64,10 @@ struct CaseSpec {
     std::string export_call, import_call;
 };
 
+// Every file below `dir` (not following links), as paths relative to it
+// ("etc/exports").
+std::vector<std::string> files_below(const std::string &dir);
+
 // Copies every file below `from` to the same path below `to` (".keep" files
 // only make their folders).
 void copy_tree(const std::string &from, const std::string &to);

@@ -1,0 +1,130 @@
+// Exports killed at random moments.  A child exports a case's state again
+// and again, changing a few values between exports so that every run
+// replaces files, and is killed after a random delay; the root is a tmpfs
+// of its own and its /tmp another, so the targets and the machine's
+// temporary folder are on different file systems.  After every kill each
+// file the export writes holds one of its two versions whole; the next
+// export leaves no temporary file anywhere below the root.
+#include "tests/support/case_runner.h"
+#include "tests/support/test_support.h"
+
+#include <signal.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <map>
+#include <random>
+#include <set>
+
+using namespace ksdb_test;
+
+namespace {
+
+struct KillCase {
+    const char *name;
+    const char *folder;  // the case folder whose export state is run
+    const char *toggle;  // SQL flipping some values between two states
+    int (*run)(ksdb_handle *h, sqlite3 *db);
+};
+
+const KillCase kCases[] = {
+    {"CIFS_SHARE", "cifs-share/volume-shares",
+     "UPDATE share SET comment=CASE WHEN comment LIKE '%!' THEN substr(comment,1,length(comment)-1) "
+     "ELSE comment||'!' END",
+     [](ksdb_handle *h, sqlite3 *db) { return ksdb_export(h, db, KSDB_CAT_CIFS_SHARE); }},
+    {"ALL_SERVICE", "all-service/small-appliance",
+     "UPDATE service_cifs SET workgroup=CASE workgroup WHEN 'WORKGROUP' THEN 'OFFICE' ELSE "
+     "'WORKGROUP' END;UPDATE service_nfs SET threads=24-threads;UPDATE service_ftp SET "
+     "masquerade=CASE masquerade WHEN '192.0.2.10' THEN '192.0.2.11' ELSE '192.0.2.10' END;"
+     "UPDATE service_misc SET val=CASE val WHEN 'de' THEN 'fr' ELSE 'de' END WHERE key='LANGUAGE'",
+     [](ksdb_handle *h, sqlite3 *db) { return ksdb_export(h, db, KSDB_CAT_ALL_SERVICE); }},
+    {"accounts", "account-export/whole",
+     "UPDATE `$user` SET uname=CASE uname WHEN 'alice' THEN 'alicia' ELSE 'alice' END WHERE id=1000",
+     [](ksdb_handle *h, sqlite3 *db) { return ksdb_account_export(h, db); }},
+};
+
+class CrashSafetyTest : public RootTest, public ::testing::WithParamInterface<KillCase> {};
+
+// Guards: a target empty, partial or missing after a kill at any moment of
+// an export; temporary files left behind by a killed export.
+TEST_P(CrashSafetyTest, KillAtAnyMomentLeavesEveryFileWholeAndTheNextExportSweeps) {
+    const KillCase &kc = GetParam();
+    ScopedTmpfs files(root(), 64 << 20);
+    if (!files.ok()) GTEST_SKIP() << files.why();
+    ScopedTmpfs tmp(at("/tmp"), 8 << 20);
+    ASSERT_TRUE(tmp.ok()) << tmp.why();
+    CaseSpec spec;
+    for (const CaseSpec &c : find_cases(KSDB_CASES_DIR))
+        if (c.dir == std::string(KSDB_CASES_DIR "/") + kc.folder) spec = c;
+    ASSERT_FALSE(spec.dir.empty()) << kc.folder;
+    ASSERT_EQ(ksdb_create(h(), db()), 0) << log();
+    stage_case(spec, true, root(), db());
+
+    // One step from one state to the other, whenever the child is killed.
+    const std::string toggle = std::string("BEGIN;") + kc.toggle + ";COMMIT";
+    // The two versions of every file the export writes, and how long an
+    // export and a toggle take: the kills fall anywhere in the first three.
+    std::map<std::string, std::set<std::string>> versions;
+    auto took = std::chrono::microseconds(0);
+    for (int i = 0; i < 2; ++i) {
+        const auto t0 = std::chrono::steady_clock::now();
+        ASSERT_EQ(kc.run(h(), db()), 0) << log();
+        for (const std::string &rel : files_below(root()))
+            if (rel.find(".bak") == std::string::npos) versions[rel].insert(read_file(at("/" + rel)));
+        sql().exec(toggle);
+        took = std::chrono::duration_cast<std::chrono::microseconds>(std::chrono::steady_clock::now() - t0);
+    }
+    size_t changing = 0;
+    for (const auto &[rel, texts] : versions) changing += texts.size() == 2;
+    ASSERT_GE(changing, 2u) << "the toggle changes too little";
+
+    std::mt19937 rng(20261124);
+    std::uniform_int_distribution<long> delay_us(0, 3 * took.count() + 1000);
+    std::set<std::string> seen;  // the states of the whole tree met after kills
+    for (int round = 0; round < 300; ++round) {
+        int ready[2];
+        ASSERT_EQ(pipe(ready), 0);
+        const pid_t pid = fork();
+        ASSERT_GE(pid, 0);
+        if (pid == 0) {
+            close(ready[0]);
+            Handle::Options opts;
+            opts.root = root().c_str();
+            Handle quiet(opts);  // no log: the child must not write into the test's capture
+            (void)!::write(ready[1], "r", 1);
+            for (;;) {
+                kc.run(quiet, db());
+                sqlite3_exec(db(), toggle.c_str(), nullptr, nullptr, nullptr);
+            }
+        }
+        close(ready[1]);
+        char c;
+        (void)!::read(ready[0], &c, 1);
+        close(ready[0]);
+        usleep(static_cast<useconds_t>(delay_us(rng)));
+        kill(pid, SIGKILL);
+        int status = 0;
+        ASSERT_EQ(waitpid(pid, &status, 0), pid);
+        std::string state;
+        for (const auto &[rel, texts] : versions) {
+            const std::string live = at("/" + rel);
+            ASSERT_TRUE(exists(live)) << "round " << round << ": /" << rel << " is missing";
+            const std::string text = read_file(live);
+            ASSERT_TRUE(texts.count(text)) << "round " << round << ": /" << rel << " holds "
+                                           << text.size() << " bytes of partial or mixed content";
+            state += text == *texts.begin() ? '0' : '1';
+        }
+        seen.insert(state);
+    }
+    EXPECT_GE(seen.size(), 2u) << "the child never got through an export";
+
+    ASSERT_EQ(kc.run(h(), db()), 0) << log();
+    for (const std::string &rel : files_below(root()))
+        EXPECT_EQ(rel.find(".ksdb-"), std::string::npos) << "/" << rel << " left behind";
+}
+
+INSTANTIATE_TEST_SUITE_P(Exports, CrashSafetyTest, ::testing::ValuesIn(kCases),
+                         [](const auto &info) { return std::string(info.param.name); });
+
+}  // namespace
