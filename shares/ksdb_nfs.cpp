@@ -65,9 +65,9 @@ int guard_client(ksdb_handle *h, const std::string &name, const ValueSource &src
     if (int rc = guard_value(h, name, kClient, src)) return rc;
     // A leading "-" would make the word the default options of the clients
     // after it.
-    if (name.front() == '-') return shares::refuse_value(h, "a leading dash", kClient.place, src);
+    if (name.front() == '-') return refuse_value(h, "a leading dash", kClient.place, src);
     if (name.size() >= kHostNameLimit)
-        return shares::refuse_value(h, "a name too long to be read back", kClient.place, src);
+        return refuse_value(h, "a name too long to be read back", kClient.place, src);
     return 0;
 }
 
@@ -152,7 +152,7 @@ int take_share(ksdb_handle *h, const SqlTable &rows, int r, const shares::AclInd
         const ValueSource src{"share", "visible_snapdir", s->name};
         if (int rc = guard_value(h, s->snapdir, kPath, src)) return rc;
         if (!shares::path_stays_inside(s->snapdir))
-            return shares::refuse_value(h, "not an absolute path", kPath.place, src);
+            return refuse_value(h, "not an absolute path", kPath.place, src);
     }
     // With both parts checked, the path as selected is "/volume_id/name".
     s->path = rows.str(r, kPathColumn);

@@ -61,22 +61,6 @@ const ValueRule kAccountValue{"a Samba account name", "%",
 const ValueRule kAppName{"an application folder name", "/%", kValuePathComponent};
 }  // namespace rules
 
-int refuse_value(ksdb_handle *h, const char *reason, const char *place, const ValueSource &src) {
-    std::string row;
-    for (char c : src.row) {
-        if (static_cast<unsigned char>(c) < 0x20 || c == 0x7f)
-            row += strprintf("\\x%02x", static_cast<unsigned char>(c));
-        else
-            row += c;
-    }
-    KSDB_ERR(h, "Refused %s.%s of '%s': %s in %s\n", src.table, src.column, row.c_str(), reason,
-             place);
-    set_last_error(kLayerLibrary, KSDB_E_INVAL, KSDB_MODULE, __LINE__,
-                   strprintf("refused %s.%s of '%s': %s in %s", src.table, src.column,
-                             row.c_str(), reason, place));
-    return KSDB_E_INVAL;
-}
-
 int guard_share_name(ksdb_handle *h, std::string_view name, const ValueSource &src) {
     if (int rc = guard_value(h, name, rules::kShareName, src)) return rc;
     if (name.size() == 6 && strncasecmp(name.data(), "global", 6) == 0)

@@ -80,9 +80,6 @@ extern const ValueRule kAppName;
 int guard_share_name(ksdb_handle *h, std::string_view name, const ValueSource &src);
 // guard_value with kAccountEntry, and a leading "@", "+" or "&" refused.
 int guard_account_name(ksdb_handle *h, std::string_view name, const ValueSource &src);
-// Logs and records a refusal in the value guard's own words
-// ("Refused <table>.<column> of '<row>': <reason> in <place>"): 4.
-int refuse_value(ksdb_handle *h, const char *reason, const char *place, const ValueSource &src);
 
 // The exact text of a column whose byte length a query also selected as
 // "length(CAST(x AS BLOB))": the C string, with a NUL byte appended when

@@ -17,24 +17,6 @@
 
 namespace ksdb {
 
-int refuse_value(ksdb_handle *h, const char *why, const char *place, const ValueSource &src) {
-    // The row key may hold the very byte that was refused: its control
-    // characters are shown as escapes.
-    std::string row;
-    for (char c : src.row) {
-        if (static_cast<unsigned char>(c) < 0x20 || c == 0x7f)
-            row += strprintf("\\x%02x", static_cast<unsigned char>(c));
-        else
-            row += c;
-    }
-    KSDB_ERR(h, "Refused %s.%s of '%s': %s in %s\n", src.table, src.column, row.c_str(), why,
-             place);
-    set_last_error(kLayerLibrary, KSDB_E_INVAL, KSDB_MODULE, __LINE__,
-                   strprintf("refused %s.%s of '%s': %s in %s", src.table, src.column,
-                             row.c_str(), why, place));
-    return KSDB_E_INVAL;
-}
-
 // ---- cron ----------------------------------------------------------------------
 
 namespace {

@@ -20,10 +20,6 @@
 
 namespace ksdb {
 
-// Refuses a value for a reason of the caller's own, with the value guard's
-// refusal line and last-error record: always KSDB_E_INVAL.
-int refuse_value(ksdb_handle *h, const char *why, const char *place, const ValueSource &src);
-
 // ---- cron ----------------------------------------------------------------------
 
 enum class CronField { kMinute, kHour, kDayOfMonth, kMonth, kDayOfWeek };

@@ -44,10 +44,7 @@ const char *value_refusal(std::string_view value, const ValueRule &rule) {
     return nullptr;
 }
 
-int guard_value(ksdb_handle *h, std::string_view value, const ValueRule &rule,
-                const ValueSource &src) {
-    const char *why = value_refusal(value, rule);
-    if (!why) return 0;
+int refuse_value(ksdb_handle *h, const char *why, const char *place, const ValueSource &src) {
     // The row key itself may hold the very byte that was refused: it is
     // logged with its control characters made visible.
     std::string row;
@@ -58,11 +55,17 @@ int guard_value(ksdb_handle *h, std::string_view value, const ValueRule &rule,
             row += c;
     }
     KSDB_ERR(h, "Refused %s.%s of '%s': %s in %s\n", src.table, src.column, row.c_str(), why,
-             rule.place);
+             place);
     set_last_error(kLayerLibrary, KSDB_E_INVAL, KSDB_MODULE, __LINE__,
                    strprintf("refused %s.%s of '%s': %s in %s", src.table, src.column,
-                             row.c_str(), why, rule.place));
+                             row.c_str(), why, place));
     return KSDB_E_INVAL;
+}
+
+int guard_value(ksdb_handle *h, std::string_view value, const ValueRule &rule,
+                const ValueSource &src) {
+    const char *why = value_refusal(value, rule);
+    return why ? refuse_value(h, why, rule.place, src) : 0;
 }
 
 int guard_value(ksdb_handle *h, const char *value, const ValueRule &rule, const ValueSource &src) {

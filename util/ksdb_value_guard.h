@@ -76,6 +76,9 @@ const char *value_refusal(std::string_view value, const ValueRule &rule);
 // "Refused <table>.<column> of <row>: <reason> in <place>" and gives
 // KSDB_E_INVAL.  A NULL value is allowed.
 int guard_value(ksdb_handle *h, const char *value, const ValueRule &rule, const ValueSource &src);
+// Refuses a value for a reason of the caller's own (a check no rule
+// expresses), with the guard's refusal line and last-error record: always 4.
+int refuse_value(ksdb_handle *h, const char *why, const char *place, const ValueSource &src);
 int guard_value(ksdb_handle *h, std::string_view value, const ValueRule &rule,
                 const ValueSource &src);
 
