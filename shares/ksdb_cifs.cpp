@@ -1071,26 +1071,13 @@ int _ksdb_cifs_dfs_import(ksdb_handle *h, sqlite3 *db) {
     return rc;
 }
 
-// The share of a "path = /media/<share>" line of the USB file, or nullopt.
-std::optional<std::string> usb_share_of(std::string_view line) {
-    const size_t at = line.find("path = /");
-    if (at == std::string_view::npos) return std::nullopt;
-    std::string_view rest = line.substr(at + 8);
-    const size_t end = rest.find_first_of(" /");
-    if (end == std::string_view::npos || rest[end] != '/' || rest.substr(0, end) != "media")
-        return std::nullopt;
-    std::string share(rest.substr(end + 1));
-    if (share.empty() || value_refusal(share, rules::kPathComponent)) return std::nullopt;
-    return share;
-}
-
 int import_usb(ksdb_handle *h, sqlite3 *db) {
     ShareConfs confs;
     // An unreadable USB file is no error: there are no USB shares.
     ConfFile conf(h, kUsbSharesConf);
     if (conf.ok()) {
         conf.lines([&](char *line) {
-            if (std::optional<std::string> share = usb_share_of(line))
+            if (std::optional<std::string> share = shares::usb_media_share(line))
                 _ksdb_cifs_read_share_conf(h, "media", share->c_str(), confs);
             return true;
         });
