@@ -35,14 +35,13 @@ namespace ksdb::afp {
 namespace {
 
 using shares::AclEntry;
+using shares::kUsbConfVolume;
 using shares::AclKind;
 
 constexpr char kSharesConf[] = "/etc/quillfold/netatalk/Shares.conf";
 constexpr char kUsbSharesConf[] = "/run/usb/netatalk/Shares.conf";
 constexpr char kServerConf[] = "/etc/netatalk/afp.conf";
 constexpr char kLegacyConf[] = "/etc/netatalk/AppleVolumes.default";
-// The configuration folder of USB shares' own copies, in place of a volume.
-constexpr char kUsbConfVolume[] = "etc/quillfold/usb";
 constexpr char kOneLineFolder[] = "/etc/quillfold/usb/access/custom";
 constexpr size_t kLegacyReadLimit = 262144;
 

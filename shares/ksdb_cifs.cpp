@@ -34,13 +34,12 @@ namespace ksdb::cifs {
 namespace {
 
 using shares::AclEntry;
+using shares::kUsbConfVolume;
 using shares::AclKind;
 
 constexpr char kSharesConf[] = "/etc/quillfold/samba/Shares.conf";
 constexpr char kUsbSharesConf[] = "/run/usb/samba/Shares.conf";
 constexpr char kDfsConf[] = "/etc/quillfold/samba/dfs.conf";
-// The configuration folder of USB shares' own copies, in place of a volume.
-constexpr char kUsbConfVolume[] = "etc/quillfold/usb";
 constexpr char kGuestSuffix[] = ",\"guest\"";
 constexpr long long kMiB = 1048576;
 

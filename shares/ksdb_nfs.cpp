@@ -29,10 +29,9 @@ namespace ksdb::nfs {
 namespace {
 
 using shares::AclEntry;
+using shares::kUsbConfVolume;
 
 constexpr char kExports[] = "/etc/exports";
-// The configuration folder of USB shares' own copies, in place of a volume.
-constexpr char kUsbConfVolume[] = "etc/quillfold/usb";
 // The options of every default client line; user and group 99 are the
 // anonymous identities.
 constexpr char kCommonOptions[] =

@@ -28,10 +28,10 @@ namespace ksdb::rsync {
 namespace {
 
 using shares::AclEntry;
+using shares::kUsbConfVolume;
 
 constexpr char kModulesConf[] = "/etc/quillfold/rsync/Shares.conf";
 constexpr char kSecretsFolder[] = "/etc/quillfold/rsync/secrets/";
-constexpr char kUsbConfVolume[] = "etc/quillfold/usb";
 constexpr size_t kSecretsReadLimit = 65536;
 
 // A module's path: the daemon strips blanks at the ends of a value and

@@ -259,5 +259,9 @@ int put_account_acl_logged(ksdb_handle *h, sqlite3 *db, int share_id, const char
 // nullopt for any other line and for a rest that is not one folder name.
 std::optional<std::string> usb_media_share(std::string_view line);
 
+// The configuration folder of USB shares' own copies, in place of a
+// volume (the per-share files of a USB share live below it).
+inline constexpr char kUsbConfVolume[] = "etc/quillfold/usb";
+
 }  // namespace shares
 }  // namespace ksdb
