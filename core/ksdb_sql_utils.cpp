@@ -36,7 +36,9 @@ namespace {
 
 constexpr int kMaxAttempts = 1001;
 
-bool busy(int rc) { return rc == SQLITE_BUSY || rc == SQLITE_LOCKED; }
+// By the primary code: a caller's connection may report extended codes
+// (SQLITE_BUSY_RECOVERY, SQLITE_LOCKED_SHAREDCACHE ...).
+bool busy(int rc) { return (rc & 0xff) == SQLITE_BUSY || (rc & 0xff) == SQLITE_LOCKED; }
 
 void retry_sleep() {
     struct timespec ts = {0, 10000000};
