@@ -68,10 +68,8 @@ TEST_F(ApplianceTest, AFileThatCannotBeReplacedStopsTheExportThere) {
     mkdirs(at(service_file("cifs")));
     sql().exec("UPDATE service_avahi SET printer=0");
     EXPECT_EQ(ksdb_avahi_service_export(h(), db()), KSDB_E_FILE);
-    EXPECT_NE(log().find("Cannot move file to /etc/avahi/services/cifs.service\n"),
-              std::string::npos)
-        << log();
-    EXPECT_NE(get(service_file("afp")).find("_afpovertcp._tcp"), std::string::npos);
+    EXPECT_TRUE(contains(log(), "Cannot move file to /etc/avahi/services/cifs.service\n")) << log();
+    EXPECT_TRUE(contains(get(service_file("afp")), "_afpovertcp._tcp"));
     EXPECT_EQ(get(service_file("quillfold")), "old quillfold\n");
     EXPECT_EQ(get(service_file("printer")), "old printer\n");
 }
@@ -89,7 +87,7 @@ TEST_F(ApplianceTest, ProductDataComesFromTheSystemRecord) {
     EXPECT_EQ(sql().rows("SELECT vendor,model,serial,max_chan,autospan FROM vital_product_data"),
               std::vector<std::string>{"Kestrava|N5550|" + std::string(64, 'S') + "|0|0"});
     EXPECT_EQ(ksdb_export(h(), db(), KSDB_CAT_VPD), 0);
-    EXPECT_NE(log().find("ksdb_vpd_export() ==> 0"), std::string::npos);
+    EXPECT_TRUE(contains(log(), "ksdb_vpd_export() ==> 0"));
 
     h()->sys_info = nullptr;
     ASSERT_EQ(ksdb_vpd_import(h(), db()), 0);
@@ -97,7 +95,7 @@ TEST_F(ApplianceTest, ProductDataComesFromTheSystemRecord) {
               std::vector<std::string>{"<NULL>|<NULL>|<NULL>|0|0"});
     sql().exec("DROP TABLE vital_product_data");
     EXPECT_EQ(ksdb_vpd_import(h(), db()), KSDB_E_DB);
-    EXPECT_NE(log().find("(error) Error in SQL Exec.\n"), std::string::npos);
+    EXPECT_TRUE(contains(log(), "(error) Error in SQL Exec.\n"));
 }
 
 
@@ -130,7 +128,7 @@ TEST_F(ApplianceTest, APlatformScanSuppliesTheInterfacesAndItsFailuresGiveOne) {
 
     g_scan_status = KSDB_NET_IF_ELIST;
     EXPECT_EQ(ksdb_network_import(h(), db()), KSDB_E_STEP);
-    EXPECT_NE(log().find("(error) Failed SIOCGIFCONF\n"), std::string::npos) << log();
+    EXPECT_TRUE(contains(log(), "(error) Failed SIOCGIFCONF\n")) << log();
     g_scan_status = KSDB_NET_IF_ENOSOCKET;
     EXPECT_EQ(ksdb_network_import(h(), db()), KSDB_E_STEP);
     EXPECT_EQ(sql().rows("SELECT name FROM network_if"), std::vector<std::string>{"bond0"});

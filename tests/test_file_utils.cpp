@@ -159,9 +159,7 @@ TEST_F(FileUtilsTest, ReadersTakeRegularFilesOnlyAndNeverBlock) {
         EXPECT_EQ(ksdb_file_get_one_line(real.c_str(), line, sizeof line), -1) << live;
         EXPECT_STREQ(line, "");
     }
-    EXPECT_NE(log().find("<" + at("/etc/fifo") + "> is not regular file. mode=10644\n"),
-              std::string::npos)
-        << log();
+    EXPECT_TRUE(contains(log(), "<" + at("/etc/fifo") + "> is not regular file. mode=10644\n")) << log();
     EXPECT_NE(
         log().find("<" + at("/etc/big") + "> is too large (33554433 bytes, at most 33554432 are read)\n"),
         std::string::npos)
@@ -302,8 +300,7 @@ TEST_F(FileUtilsTest, ManagedFilesTouchTheDiskOnlyInCommit) {
     EXPECT_EQ(get("/etc/b"), "old b\n");
     EXPECT_EQ(set.commit(), KSDB_E_FILE);  // the rest stays abandoned
     EXPECT_EQ(get("/etc/b"), "old b\n");
-    EXPECT_NE(log().find("Cannot open temporary file in " + at("/blocked")), std::string::npos)
-        << log();
+    EXPECT_TRUE(contains(log(), "Cannot open temporary file in " + at("/blocked"))) << log();
 }
 
 // A full file system fails the write: status 5, the old target whole, no
@@ -316,7 +313,7 @@ TEST_F(FileUtilsTest, FullFileSystemKeepsTheOldTarget) {
     EXPECT_EQ(commit("/etc/exports", big), KSDB_E_FILE);
     EXPECT_EQ(get("/etc/exports"), "old\n");
     EXPECT_EQ(list_dir(at("/etc")), Names{"exports"});
-    EXPECT_NE(log().find("Cannot write " + at("/etc/.exports.ksdb-")), std::string::npos) << log();
+    EXPECT_TRUE(contains(log(), "Cannot write " + at("/etc/.exports.ksdb-"))) << log();
 
     ksdb_file_spec spec{"/etc/exports", 98, 98, 0644};
     const std::string tmp = make_tmp(h(), spec, big);
@@ -457,7 +454,7 @@ TEST_F(FileUtilsTest, UpdatePutsTheTemporaryFileInPlaceThroughTheWriter) {
     EXPECT_EQ(stat_of(target).st_uid, 98u);
     EXPECT_EQ(mode_of(at("/etc/quillfold/samba")), 0755u);
     EXPECT_FALSE(exists(tmp));
-    EXPECT_NE(log().find("Update " + target + "\n"), std::string::npos) << log();
+    EXPECT_TRUE(contains(log(), "Update " + target + "\n")) << log();
 
     tmp = make_tmp(h(), spec, "[s2]\n");
     ASSERT_EQ(ksdb_file_update(h(), &spec, tmp.c_str()), 0);
@@ -469,8 +466,7 @@ TEST_F(FileUtilsTest, UpdatePutsTheTemporaryFileInPlaceThroughTheWriter) {
 
     // Nothing to put in place.
     EXPECT_EQ(ksdb_file_update(h(), &spec, at("/tmp/gone").c_str()), 0);
-    EXPECT_NE(log().find("Skipping update of non-existent " + at("/tmp/gone") + "\n"),
-              std::string::npos);
+    EXPECT_TRUE(contains(log(), "Skipping update of non-existent " + at("/tmp/gone") + "\n"));
     EXPECT_EQ(read_file(target), "[s2]\n");
 }
 

@@ -253,7 +253,7 @@ TEST_F(PlatformDatasum, NoChangeOrAnUnknownPoolLeavesTheFileAloneAndALinkStaysAL
     ASSERT_EQ(toggle_datasum(link.c_str(), "vol1", 0), 0);
     ASSERT_EQ(lstat(link.c_str(), &after), 0);
     EXPECT_TRUE(S_ISLNK(after.st_mode));
-    EXPECT_NE(read_file(fstab_).find("defaults,noatime,nodatasum"), std::string::npos);
+    EXPECT_TRUE(contains(read_file(fstab_), "defaults,noatime,nodatasum"));
 }
 
 

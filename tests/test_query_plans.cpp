@@ -465,8 +465,8 @@ TEST(QueryPlanCheck, FindsScansSearchesByKindAndBuiltIndexesInPerRowLoops) {
     // Once per share it is a pass per share.
     auto f = findings({one, two});
     ASSERT_EQ(f.size(), 1u);
-    EXPECT_NE(f[0].find("runs 2 times"), std::string::npos) << f[0];
-    EXPECT_NE(f[0].find("by kind alone"), std::string::npos) << f[0];
+    EXPECT_TRUE(contains(f[0], "runs 2 times")) << f[0];
+    EXPECT_TRUE(contains(f[0], "by kind alone")) << f[0];
     // An index by share turns it into a search for the share's rows.
     db.exec("CREATE INDEX user_acl_share ON user_acl (share_id, proto, user_id)");
     EXPECT_TRUE(findings({one, two}).empty());
@@ -475,10 +475,10 @@ TEST(QueryPlanCheck, FindsScansSearchesByKindAndBuiltIndexesInPerRowLoops) {
     // the walk of the outer table is not.
     f = findings({"SELECT S.name FROM share S LEFT JOIN member M ON M.group_id=S.id"});
     ASSERT_EQ(f.size(), 1u);
-    EXPECT_NE(f[0].find("builds an index of member"), std::string::npos) << f[0];
+    EXPECT_TRUE(contains(f[0], "builds an index of member")) << f[0];
     f = findings({"SELECT S.name,(SELECT COUNT(*) FROM member M WHERE M.group_id=S.id) FROM share S"});
     ASSERT_EQ(f.size(), 1u) << joined(f);
-    EXPECT_NE(f[0].find("reads every row of member"), std::string::npos) << f[0];
+    EXPECT_TRUE(contains(f[0], "reads every row of member")) << f[0];
     EXPECT_TRUE(findings({"SELECT name FROM share"}).empty());
     // A one-row settings table may be read whole on every row.
     EXPECT_TRUE(findings({"SELECT on_off FROM service_x", "SELECT on_off FROM service_x"}).empty());
@@ -531,7 +531,7 @@ TEST_F(QueryPlanTest, ADroppedIndexIsFoundAndCreateRestoresIt) {
         stage();  // the same call again, on the same state but for the index
         sql().exec(std::string("DROP INDEX `") + k.index + "`");
         const std::string found = call();
-        EXPECT_NE(found.find(k.table), std::string::npos) << found;
+        EXPECT_TRUE(contains(found, k.table)) << found;
 
         ASSERT_EQ(ksdb_create(h(), db()), 0);
         EXPECT_EQ(sql().scalar("PRAGMA user_version"), "23");
@@ -567,8 +567,8 @@ TEST_F(QueryPlanTest, QueueDeliveryFollowsItsIndexes) {
         std::string text;
         for (const PlanRow &r : plan) text += r.detail + "\n";
         ++deliveries;
-        EXPECT_EQ(text.find("TEMP B-TREE"), std::string::npos) << s.sql << "\n" << text;
-        EXPECT_NE(text.find("USING INDEX queue_delivery"), std::string::npos) << s.sql << "\n" << text;
+        EXPECT_FALSE(contains(text, "TEMP B-TREE")) << s.sql << "\n" << text;
+        EXPECT_TRUE(contains(text, "USING INDEX queue_delivery")) << s.sql << "\n" << text;
     }
     EXPECT_EQ(deliveries, 4);
 }

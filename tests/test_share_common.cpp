@@ -36,8 +36,8 @@ TEST_F(ShareCommonTest, StrictListsKeepQuotedSeparatorsAndRefuseLongOrOpenNames)
     EXPECT_EQ(shares::split_list_strict(h(), std::string(128, 'x'), ',', &out), KSDB_E_FILE);
     EXPECT_EQ(shares::split_list_strict(h(), std::string(127, 'x'), ',', &out), 0);
     const std::string text = log();
-    EXPECT_NE(text.find("(error) Name is too long or unterminated '\"'.\n"), std::string::npos);
-    EXPECT_NE(text.find("(error) Name is too long.\n"), std::string::npos);
+    EXPECT_TRUE(contains(text, "(error) Name is too long or unterminated '\"'.\n"));
+    EXPECT_TRUE(contains(text, "(error) Name is too long.\n"));
     // The loose reader drops a quote at either end of each entry on its own.
     EXPECT_EQ(shares::split_list("a\",\"b , \"c\"", ','), (Rows{"a", "b", "c"}));
 }
@@ -70,7 +70,7 @@ TEST_F(ShareCommonTest, AccountAndHostEntriesInEveryProtocolsForm) {
     sql().exec("DROP TABLE host_acl");
     EXPECT_EQ(shares::put_host_acl_root(h(), db(), 7, id, "nfs", 0, 0, "ins\n", "upd\n"),
               KSDB_E_DB);
-    EXPECT_NE(log().find("(error) ins\n"), std::string::npos);
+    EXPECT_TRUE(contains(log(), "(error) ins\n"));
 }
 
 // Guards: access words or the USB line copy.
@@ -100,13 +100,13 @@ TEST_F(ShareCommonTest, LoggedAccountEntriesAndUsbPathLines) {
     EXPECT_EQ(shares::put_account_acl_logged(h(), db(), 7, "afp", alice, 1, 0, true, "ins\n",
                                              "upd\n"),
               KSDB_E_DB);
-    EXPECT_NE(log().find("(error) upd\n"), std::string::npos);
+    EXPECT_TRUE(contains(log(), "(error) upd\n"));
     EXPECT_EQ(sql().rows("SELECT read,write FROM user_acl"), Rows{"1|1"});
     sql().exec("DROP TABLE user_acl");
     EXPECT_EQ(shares::put_account_acl_logged(h(), db(), 7, "afp", alice, 1, 1, true, "ins\n",
                                              "upd\n"),
               KSDB_E_DB);
-    EXPECT_NE(log().find("(error) ins\n"), std::string::npos);
+    EXPECT_TRUE(contains(log(), "(error) ins\n"));
 
     EXPECT_EQ(shares::usb_media_share("  path = /media/My Docs\r\n"), "My Docs");
     for (const char *line : {"  path = /vol1/data", "  path = /media/a/b", "  path = /media/..",

@@ -49,8 +49,7 @@ TEST(SqlRetry, StaysBusyFor1001AttemptsAndTheLastErrorTellsSqlitesFiveFromTheLib
     sqlite3_free_table(table);
     EXPECT_EQ(rc, SQLITE_BUSY);
     EXPECT_GE(elapsed, std::chrono::milliseconds(10000)) << "1000 sleeps of 10 ms";
-    EXPECT_NE(trace.text().find(" ==> 1000:5 (database is locked) nrow=0 ncol=0\n"),
-              std::string::npos);
+    EXPECT_TRUE(contains(trace.text(), " ==> 1000:5 (database is locked) nrow=0 ncol=0\n"));
     EXPECT_EQ(last_error(), "1 5 test_sql:2 database is locked");
     // The library's own 5: a file failure of an operation.
     ksdb::logged(h, "ksdb_nfs", 9, "ksdb_nfs_share_export", [] { return KSDB_E_FILE; });
@@ -90,7 +89,7 @@ TEST(SqlLogging, FailuresOfPlainStatementsAtDebugOfQueriesAtErrorANullResultStop
     char **table = nullptr;
     ksdb_sql_get_table(h2, db, nullptr, "m", 2, &table, nullptr, nullptr, "BROKEN2");
     sqlite3_free_table(table);
-    EXPECT_NE(log.text().find("m:2 (error) SQL=BROKEN2 ==> 1 "), std::string::npos);
+    EXPECT_TRUE(contains(log.text(), "m:2 (error) SQL=BROKEN2 ==> 1 "));
     EXPECT_DEATH(ksdb_sql_get_table(h, db, nullptr, "m", 1, nullptr, nullptr, nullptr, "SELECT 1"),
                  "result");
     EXPECT_DEATH(ksdb_sql_get_int32_mprintf(h, db, nullptr, "m", 1, nullptr, nullptr, "SELECT 1"),
@@ -152,7 +151,7 @@ TEST_F(SqlTest, TypedGettersConvertCheckAndFailDifferentlyOnPurpose) {
     EXPECT_NE(log.find("ksdb_sql_get_scaler_mprintf is called with SQL which has vector output. "
                        "(ncol=2, nrow=1).\n"),
               std::string::npos);
-    EXPECT_EQ(log.find("ksdb_sql_get_uint32_mprintf is called"), std::string::npos);
+    EXPECT_FALSE(contains(log, "ksdb_sql_get_uint32_mprintf is called"));
 }
 
 // Guards: unquoted values; the update run after a failed insert.
@@ -267,7 +266,7 @@ TEST_F(TableHelpers, RenameBetweenScratchAndStoredNames) {
     // Between two stored names: the new name is dropped, then ALTER TABLE.
     ASSERT_EQ(ksdb_sql_rename_table(h_, db_, nullptr, "a", "b"), 0);
     EXPECT_EQ(db_.scalar("SELECT COUNT(*) FROM sqlite_master WHERE name='a'"), "0");
-    EXPECT_NE(trace_.text().find("sql=ALTER TABLE `a` RENAME TO `b`\n"), std::string::npos);
+    EXPECT_TRUE(contains(trace_.text(), "sql=ALTER TABLE `a` RENAME TO `b`\n"));
     EXPECT_EQ(ksdb_sql_rename_table(h_, db_, nullptr, "missing", "c"), 1);
     EXPECT_TRUE(lock_free(h_->db_mutex)) << "every path released the lock";
 }
@@ -285,5 +284,5 @@ TEST_F(TableHelpers, DeleteAndDropStopAtTheFirstFailure) {
     EXPECT_EQ(ksdb_sql_drop_tables(h_, db_, nullptr, "", empty), 0);
     EXPECT_EQ(ksdb_sql_drop_tables(h_, db_, nullptr, "_", prefixed), 0);
     EXPECT_EQ(db_.scalar("SELECT COUNT(*) FROM sqlite_master WHERE name='_a'"), "0");
-    EXPECT_NE(trace_.text().find("sql=DROP TABLE IF EXISTS `_a`\n"), std::string::npos);
+    EXPECT_TRUE(contains(trace_.text(), "sql=DROP TABLE IF EXISTS `_a`\n"));
 }

@@ -90,12 +90,11 @@ TEST_F(SshKeyTest, ForeignFormatsAreConvertedAndBadOnesRefused) {
     EXPECT_EQ(str(keys[0].fingerprint), kAdminPrint);
     EXPECT_FALSE(exists(at("/upload/keys.RFC4716"))) << "a converted copy was left behind";
     parse("-----BEGIN PUBLIC KEY-----\nnot a key\n-----END PUBLIC KEY-----\n", KSDB_E_FILE);
-    EXPECT_NE(log().find("Failed to convert /upload/keys (PKCS8) to OpenSSH public key file format!"),
-              std::string::npos);
+    EXPECT_TRUE(contains(log(), "Failed to convert /upload/keys (PKCS8) to OpenSSH public key file format!"));
     ksdb_ssh_public_key *none = nullptr;
     int n = 0;
     EXPECT_EQ(ksdb_parse_ssh_public_key_file(h(), "/upload/missing", &none, &n), KSDB_E_FILE);
-    EXPECT_NE(log().find("Cannot open file /upload/missing"), std::string::npos);
+    EXPECT_TRUE(contains(log(), "Cannot open file /upload/missing"));
 }
 
 // Guards: a key line ssh-keygen cannot read; the purpose matched by case.
@@ -146,7 +145,7 @@ TEST_F(SshKeyTest, ABrokenStoreIsReplacedByAnEmptyOne) {
     for (const char *m : {"Failed to get json object from config", "Invalid value of key version",
                           "key ssh_authorized_keys is not an array",
                           "Invalid ssh public key json object!"})
-        EXPECT_NE(log().find(m), std::string::npos) << m;
+        EXPECT_TRUE(contains(log(), m)) << m;
 }
 
 // Guards: keys written through a planted link.
@@ -163,7 +162,7 @@ TEST_F(SshKeyTest, ALinkInPlaceOfTheSshFolderIsNeverFollowed) {
     struct stat st {};
     ASSERT_EQ(stat(at("/etc/victim").c_str(), &st), 0);
     EXPECT_EQ(st.st_mode & 07777, 0755u) << "the link's target was changed";
-    EXPECT_NE(log().find("Cannot chown directory to /home/alice/.ssh"), std::string::npos);
+    EXPECT_TRUE(contains(log(), "Cannot chown directory to /home/alice/.ssh"));
     // The other users still get their keys.
     EXPECT_EQ(get("/home/admin/.ssh/ssh_authorized_keys"), "ssh-ed25519 " + kAdmin + " \n");
 }
@@ -173,7 +172,7 @@ TEST_F(SshKeyTest, AHomeOutsideItsPlaceIsRefused) {
     sql().exec("UPDATE `$user` SET home='/home/../etc' WHERE id=1000");
     EXPECT_EQ(ksdb_export(h(), db(), KSDB_CAT_AUTHORIZED_SSH_PUBLIC_KEY), KSDB_E_INVAL);
     EXPECT_FALSE(exists(at("/etc/quillfold/ssh_authorized_keys.conf")));
-    EXPECT_NE(log().find("Refused $user.home of 'alice'"), std::string::npos);
+    EXPECT_TRUE(contains(log(), "Refused $user.home of 'alice'"));
 }
 
 // Guards: the key look-ups and the purpose check.
