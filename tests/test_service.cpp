@@ -1,8 +1,5 @@
-// The service files beyond their case folders (tests/cases/*-service):
-// hostile values in every guarded column, what a shell makes of the sourced
-// files, readers that meet something other than a regular file, Samba's and
-// proftpd's own checkers, the SNMP object identifier, the look-ups and the
-// host-name switch.
+// The service files beyond their case folders: hostile values, sourced files,
+// non-regular files met by readers, the daemons' checkers, look-ups, switches.
 #define KSDB_MODULE "test_service"
 #include "core/ksdb_internal.h"
 #include "tests/support/case_runner.h"
@@ -90,40 +87,25 @@ struct GuardedColumn {
 #define FTP(column, good) {KSDB_CAT_FTP_SERVICE, "service_ftp", column, "rowid 1", good, kAll, false}
 #define SNMP(column, good, r) {KSDB_CAT_SNMP_SERVICE, "service_snmp", column, "rowid 1", good, r, true}
 const GuardedColumn kGuarded[] = {
-    CIFS("allow_trusted_domains", "0"),
-    CIFS("hostname_lookups", "0"),
-    CIFS("map_to_guest", "Never"),
-    CIFS("oplocks", "1"),
-    CIFS("orgunit", "Sales"),
-    CIFS("restrict_ou", "Staff"),
-    CIFS("no_sync_ads", "0"),
-    CIFS("idmap_backend", "rid"),
-    CIFS("password_server", "dc1"),
-    CIFS("realm", "EXAMPLE.COM"),
-    CIFS("security", "user"),
-    CIFS("workgroup", "WORKGROUP"),
-    CIFS("domain_admin_user", "Administrator"),
+    CIFS("allow_trusted_domains", "0"), CIFS("hostname_lookups", "0"), CIFS("map_to_guest", "Never"),
+    CIFS("oplocks", "1"), CIFS("orgunit", "Sales"), CIFS("restrict_ou", "Staff"), CIFS("no_sync_ads", "0"),
+    CIFS("idmap_backend", "rid"), CIFS("password_server", "dc1"), CIFS("realm", "EXAMPLE.COM"),
+    CIFS("security", "user"), CIFS("workgroup", "WORKGROUP"), CIFS("domain_admin_user", "Administrator"),
     {KSDB_CAT_CIFS_SERVICE, "_volume", "lv_name", "id 1", "c", kAllButBlank, false},
     {KSDB_CAT_CIFS_SERVICE, "smb_username_map", "unix_uname", "id 1", "alice", kAll, false},
     {KSDB_CAT_CIFS_SERVICE, "smb_username_map", "smb_uname", "id 1", "ALICE", kAll, false},
     {KSDB_CAT_CIFS_SERVICE, "smb_username_map", "type", "id 1", "UNAME", kAll, false},
     {KSDB_CAT_NFS_SERVICE, "service_nfs", "domain", "rowid 1", "example.com", kAll, false},
-    FTP("port", "21"),
-    FTP("passive_range_min", "32768"),
-    FTP("passive_range_max", "65535"),
-    FTP("max_upload_rate", "0"),
-    FTP("max_download_rate", "0"),
-    FTP("masquerade", "192.0.2.10"),
+    FTP("port", "21"), FTP("passive_range_min", "32768"), FTP("passive_range_max", "65535"),
+    FTP("max_upload_rate", "0"), FTP("max_download_rate", "0"), FTP("masquerade", "192.0.2.10"),
     {KSDB_CAT_DEFAULT_SERVICE, "service_misc", "key", "", "MOTTO", kAll, false},
     {KSDB_CAT_DEFAULT_SERVICE, "service_misc", "val", "MOTTO", "my files", kLineBreaks, false},
     {KSDB_CAT_DEFAULT_SERVICE, "service_snmp", "location", "SNMP_LOCATION", "Server room 2", kLineBreaks,
      false},
     {KSDB_CAT_REPLICATE_SERVICE, "service_replicate", "owner", "rowid 1", "alice@example.com", kLineBreaks,
      false},
-    SNMP("allow_host", "10.0.0.0/8", kAll),
-    SNMP("community", "public", kAll),
-    SNMP("trap_destination", "10.0.0.1", kAll),
-    SNMP("contact", "ops team", kAllButBlank),
+    SNMP("allow_host", "10.0.0.0/8", kAll), SNMP("community", "public", kAll),
+    SNMP("trap_destination", "10.0.0.1", kAll), SNMP("contact", "ops team", kAllButBlank),
     SNMP("location", "Server room 2", kAllButBlank),
     {KSDB_CAT_ANTIVIRUS_SERVICE, "_volume", "lv_name", "id 1", "c", kAllButBlank, true},
     {KSDB_CAT_ANTIVIRUS_SERVICE, "share", "path", "name lun1", "/c/lun 1", kAllButBlank, true},

@@ -102,26 +102,19 @@ namespace {
 // Each getter on one query: "rc value is_null" per getter (i32 i64 u32 u64),
 // then the text getter's "rc value" ("<kept>" when it left the value alone).
 Rows typed(ksdb_handle *h, sqlite3 *db, const char *sql) {
-    int32_t v32 = 111;
-    int64_t v64 = 111;
-    uint32_t vu32 = 111;
-    uint64_t vu64 = 111;
-    int n32 = 7, n64 = 7, nu32 = 7, nu64 = 7;
+    Rows out;
+    auto number = [&](auto getter, auto value) {
+        int is_null = 7;
+        const int rc = getter(h, db, nullptr, "m", 1, &value, &is_null, "%s", sql);
+        out.push_back(std::to_string(rc) + " " + std::to_string(value) + " " + std::to_string(is_null));
+    };
+    number(ksdb_sql_get_int32_mprintf, int32_t{111});
+    number(ksdb_sql_get_int64_mprintf, int64_t{111});
+    number(ksdb_sql_get_uint32_mprintf, uint32_t{111});
+    number(ksdb_sql_get_uint64_mprintf, uint64_t{111});
     static char kept[] = "<kept>";
     char *s = kept;
-    auto f = [](int rc, auto v, int n) {
-        return std::to_string(rc) + " " + std::to_string(v) + " " + std::to_string(n);
-    };
-    Rows out;
-    int rc = ksdb_sql_get_int32_mprintf(h, db, nullptr, "m", 1, &v32, &n32, "%s", sql);
-    out.push_back(f(rc, v32, n32));
-    rc = ksdb_sql_get_int64_mprintf(h, db, nullptr, "m", 1, &v64, &n64, "%s", sql);
-    out.push_back(f(rc, v64, n64));
-    rc = ksdb_sql_get_uint32_mprintf(h, db, nullptr, "m", 1, &vu32, &nu32, "%s", sql);
-    out.push_back(f(rc, vu32, nu32));
-    rc = ksdb_sql_get_uint64_mprintf(h, db, nullptr, "m", 1, &vu64, &nu64, "%s", sql);
-    out.push_back(f(rc, vu64, nu64));
-    rc = ksdb_sql_get_scaler_mprintf(h, db, nullptr, "m", 1, &s, "%s", sql);
+    const int rc = ksdb_sql_get_scaler_mprintf(h, db, nullptr, "m", 1, &s, "%s", sql);
     out.push_back(std::to_string(rc) + " " + (s ? s : "<NULL>"));
     return out;
 }
