@@ -40,9 +40,8 @@ class AfpTest : public RootTest {
 
 }  // namespace
 
-// Each hostile value in each guarded column is refused (status 4, nothing
-// below the root changed, the row named) or read back by the section
-// reader as exactly the one value intended.
+// Guards: a hostile value written where the section reader reads more or other than
+// it; a refusal that changes a file or does not name the row.
 TEST_F(AfpTest, HostileValuesAreRefusedOrReadBackAsExactlyOneValue) {
     sql().exec(
         "INSERT INTO _volume (id,lv_name,blk_size) VALUES('vol1','vol1',1),('USB','USB',1);"
@@ -92,9 +91,8 @@ TEST_F(AfpTest, HostileValuesAreRefusedOrReadBackAsExactlyOneValue) {
                          {",", ","}, {"bs", "\\"}, {"$()", "$(id)"}, {"../", "../"}});
 }
 
-// A share's own file that cannot be replaced ends the export with 5: the
-// files replaced before it stay, neither global file is replaced.  The
-// server's main file is touched only after a good export, and never made.
+// Guards: a global file replaced after a share's file failed (5); the server's file
+// made, or touched before a good export.
 TEST_F(AfpTest, AFailedOwnFileKeepsTheGlobalFilesAndTheServerFileIsTouchedAfterSuccess) {
     sql().exec("INSERT INTO _volume (id,lv_name,blk_size) VALUES('vol1','vol1',1);"
                "INSERT INTO share (id,zfs_name,volume_id,name,path,user_id,group_id) VALUES"

@@ -1,5 +1,4 @@
-// Product data, network interfaces and avahi announcements beyond the case
-// folders of NETWORK and avahi: failures, the system record, the scan.
+// Product data, network interfaces and avahi files beyond their case folders.
 #define KSDB_MODULE "test_appliance"
 #include "tests/support/test_support.h"
 
@@ -60,8 +59,7 @@ TEST_F(ApplianceTest, WithoutTheSettingsTableTheAnnouncementsFail) {
     EXPECT_TRUE(contains(log(), "Error in SQL Exec. (DELETE service_avahi)\n"));
 }
 
-// A file that cannot be put in place stops the export at once: the files
-// before it are written, those after it keep what they held.
+// Guards: an export going on past a file that cannot be put in place.
 TEST_F(ApplianceTest, AFileThatCannotBeReplacedStopsTheExportThere) {
     announce_everything();
     stdfs::remove(at(service_file("cifs")));
@@ -115,8 +113,8 @@ int scripted_scan(const char *root, ksdb_net_if *ifs, int max, int *count) {
     return g_scan_status;
 }
 
-// Guards: the loopback, a down interface or one without a MAC recorded; a
-// repeated name not taking its last MAC; a failed scan not 1 or emptying the table.
+// Guards: the loopback, a down or MAC-less interface recorded; a repeated name not
+// taking its last MAC; a failed scan not 1 or emptying the table.
 TEST_F(ApplianceTest, APlatformScanSuppliesTheInterfacesAndItsFailuresGiveOne) {
     ksdb_platform_ops ops = *ksdb_platform_builtin();
     ops.net_if_scan = scripted_scan;
@@ -134,8 +132,7 @@ TEST_F(ApplianceTest, APlatformScanSuppliesTheInterfacesAndItsFailuresGiveOne) {
     EXPECT_EQ(sql().rows("SELECT name FROM network_if"), std::vector<std::string>{"bond0"});
 }
 
-// The built-in scan of the machine itself (no root): the loopback is
-// listed with its flag.
+// Guards: the built-in scan of the machine (no root) missing the loopback's flag.
 TEST(NetworkScan, TheBuiltInScanListsTheMachinesLoopback) {
     ksdb_net_if ifs[KSDB_MAX_NET_IFS];
     int count = -1;

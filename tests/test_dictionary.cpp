@@ -1,6 +1,5 @@
-// The message dictionary beyond its case folders (tests/cases/dictionary):
-// the hardware-type filter on hardware whose type is known, and statements
-// that fail without stopping the load.
+// The message dictionary beyond its case folders: the hardware-type filter, and
+// failing statements that do not stop the load.
 #define KSDB_MODULE "test_dictionary"
 #include "tests/support/test_support.h"
 
@@ -58,9 +57,8 @@ TEST_F(DictionaryTest, OnKnownHardwareOnlyItemsOfItsTypeAreKept) {
                                                     "lcd|1|small display"}));
 }
 
-// A failing statement is logged and remembered; everything after it is
-// still loaded.  A language whose row cannot be stored (no spelling) has
-// its items stored under the number of the language before it.
+// Guards: a failing statement stopping the load or not logged; the items of a
+// language whose row cannot be stored not kept under the language before it.
 TEST_F(DictionaryTest, FailedStatementsDoNotStopTheLoad) {
     dictionary(R"(<Language code="en" spell="English"><item key="a">A</item></Language>
 <Language code="xx"><item key="b">B</item><item key="a">stray A</item></Language>

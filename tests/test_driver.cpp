@@ -1,6 +1,5 @@
-// The import/export driver: transaction frame, plans and their orders, the
-// result rules of the composite categories, sync, the thread's
-// in-transaction flag, exceptions from steps, the fault reporter.
+// The import/export driver: transaction frame, plans, the composite categories'
+// results, sync, the in-transaction flag, exceptions, the fault reporter.
 #define KSDB_MODULE "test_driver"
 #include "core/ksdb_driver.h"
 #include "core/ksdb_internal.h"

@@ -309,8 +309,7 @@ TEST_F(FileUtilsTest, FullFileSystemKeepsTheOldTarget) {
     EXPECT_EQ(list_dir(at("/etc")), Names{"exports"});
 }
 
-// Guards: a target partial, mixed or missing after a SIGKILL at any moment of
-// an export (the writer's and the C pair's), or temporary files left after.
+// Guards: a target partial, mixed or missing after a SIGKILL at any moment (writer and C pair).
 TEST_F(FileUtilsTest, KillAtAnyMomentLeavesEveryTargetWhole) {
     ScopedTmpfs etc(at("/etc"), 64 << 20);
     if (!etc.ok()) GTEST_SKIP() << etc.why();

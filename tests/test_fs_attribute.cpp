@@ -1,6 +1,4 @@
-// Share file-system attributes and statistics beyond their case folders:
-// the single-share export, failing tools, quota-group texts from the
-// platform, disk-space figures.
+// Share file-system attributes and statistics beyond their case folders.
 #include "tests/support/test_support.h"
 
 #include "ksdb_platform.h"

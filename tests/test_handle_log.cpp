@@ -1,5 +1,4 @@
-// The handle, the log writers, the SQL trace, the exit log and the
-// thread's last-error record.
+// The handle, the log writers, the SQL trace, the exit log and the last-error record.
 #define KSDB_MODULE "test_log"
 #include "core/ksdb_internal.h"
 #include "tests/core_support.h"

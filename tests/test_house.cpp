@@ -1,6 +1,5 @@
-// The house rules that a source scan can check: area code reaches the file
-// system only through the shared helpers (which apply the debug root and
-// the one writer), never by calling the C library itself.
+// House rules a source scan checks: area code reaches the file system only through
+// the shared helpers (debug root, one writer), never the C library itself.
 #include "tests/support/test_support.h"
 
 #include <dirent.h>

@@ -51,10 +51,8 @@ class NfsTest : public RootTest {
 
 }  // namespace
 
-// Each hostile value in each written column is refused (status 4, no file
-// below the root changed, the row named) or written so that exportfs reads
-// exactly the intended exports and clients, and the import reads a host
-// name back as it was.
+// Guards: a hostile value written where exportfs reads other exports or clients, or the
+// import another host name; a refusal that changes a file or does not name the row.
 TEST_F(NfsTest, HostileValuesAreRefusedOrReadBackExactly) {
     sql().exec(
         "INSERT INTO service_nfs (enabled,user_home_directory,threads,nfsv4) VALUES(1,0,8,1);"
@@ -136,8 +134,7 @@ TEST_F(NfsTest, HostileValuesAreRefusedOrReadBackExactly) {
     }
 }
 
-// A share file that cannot be put in place stops the export at once: the
-// files of the shares before it stay replaced, /etc/exports keeps its text.
+// Guards: /etc/exports replaced after a share's file could not be put in place.
 TEST_F(NfsTest, AShareFileThatCannotBeReplacedStopsTheExport) {
     sql().exec(
         "INSERT INTO _volume (id,lv_name,blk_size) VALUES('vol1','vol1',1);"

@@ -1,6 +1,4 @@
-// The built-in platform set: commands, volume list, quota groups, snapshot
-// paths, data checksums in fstab, the SNMP identifier, hardware names, and
-// substitution of the set.
+// The built-in platform set and its substitution.
 #include "tests/support/test_support.h"
 
 #include "platform/platform.h"

@@ -456,8 +456,7 @@ TEST(QueryPlanCheck, FindsScansSearchesByKindAndBuiltIndexesInPerRowLoops) {
               "SELECT ?,?,x1 FROM `t 2` WHERE a=-?");
 }
 
-// Guards: an index the statements need missing unnoticed, or not restored by
-// ksdb_create (without moving the schema version).
+// Guards: a needed index missing unnoticed, or not restored by ksdb_create (same version).
 TEST_F(QueryPlanTest, ADroppedIndexIsFoundAndCreateRestoresIt) {
     auto case_named = [](const std::string &name) {
         for (const CaseSpec &c : find_cases(KSDB_CASES_DIR))

@@ -1,6 +1,4 @@
-// The persistent queue: delivery time, order and selection of messages,
-// create/remove/remove-clean, and the failure paths (status 3, transaction
-// ended, db_mutex free for other threads).
+// The persistent queue: delivery, selection, removal and the failure paths.
 #include "tests/core_support.h"
 
 #include <ctime>

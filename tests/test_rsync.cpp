@@ -41,10 +41,8 @@ class RsyncTest : public RootTest {
 
 }  // namespace
 
-// Each hostile value in each guarded column is refused (status 4, nothing
-// below the root changed or removed, the row named) or, where the formats
-// take it as plain text, written so that the daemon and the importer read
-// exactly the one value intended.
+// Guards: a hostile value written where the daemon or the importer reads other than
+// it; a refusal that changes or removes a file or does not name the row.
 TEST_F(RsyncTest, HostileValuesAreRefusedOrReadBackAsExactlyOneValue) {
     if (!have_program("rsync")) GTEST_SKIP() << "rsync is not installed (scripts/setup-deps)";
     sql().exec(
@@ -117,9 +115,7 @@ TEST_F(RsyncTest, HostileValuesAreRefusedOrReadBackAsExactlyOneValue) {
                         restore);
 }
 
-// A secrets file that an administrator left readable by others is put back
-// to root-only; after a failure the module file and every secrets file
-// stay as they were.
+// Guards: a secrets file left readable by others; files changed by a failed export.
 TEST_F(RsyncTest, SecretsAreRootOnlyAndAFailedExportKeepsTheFiles) {
     sql().exec("INSERT INTO share (id,zfs_name,volume_id,name,path,user_id,group_id) VALUES"
                "(1,'vol1/a','vol1','a','/vol1/a',0,0);"

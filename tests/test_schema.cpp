@@ -1,7 +1,5 @@
-// The schema: a new database and an upgraded one both end as the checked-in
-// dump (tests/data/schema.sql); old databases whose remaining steps cannot
-// run are rolled back; a rerun empties mirror and scratch tables; the page
-// size is fixed; ksdb_delete empties every stored and mirror table.
+// The schema: new and upgraded databases end as tests/data/schema.sql; failures
+// roll back; reruns, the page size, ksdb_delete.
 #include "tests/core_support.h"
 
 #include <algorithm>

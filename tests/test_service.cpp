@@ -123,8 +123,7 @@ const std::vector<std::pair<const char *, const char *>> kHostile[] = {
      {"\"", ""}, {"'", ""}, {"", "\\"}, {" ", ""}},
 };
 
-// Guards: a hostile value written, reported without its row, or refused
-// after some file was already replaced.
+// Guards: a hostile value written, refused without its row or after a file was replaced.
 TEST_F(ServiceTest, HostileValuesInEveryGuardedColumnAreRefusedBeforeAnyFileIsWritten) {
     valid_rows();
     for (int cat :
@@ -184,8 +183,7 @@ std::vector<std::string> source(const std::string &file, const std::vector<std::
     return out;
 }
 
-// Guards: a sourced value escaped so that the shell runs or changes it, or
-// not read back by the import; the NFS daemon's defaults.
+// Guards: a sourced value the shell runs or changes, or the import misreads; NFS defaults.
 TEST_F(ServiceTest, SourcingTheSettingsFilesGivesTheStoredTextsAndRunsNothing) {
     const std::string marker = at("/injected");
     const std::vector<std::string> values = {
@@ -253,8 +251,7 @@ TEST_F(ServiceTest, ReadersRefuseWhatIsNotARegularFileWithoutWaiting) {
     }
 }
 
-// Guards: a parameter Samba does not know or a value it refuses, in any
-// state of the settings: unset, stand-alone with shares, domain member.
+// Guards: a parameter or value Samba refuses: unset, stand-alone with shares, domain member.
 TEST_F(ServiceTest, SambaAcceptsTheWholeGeneratedConfigurationInEveryState) {
     if (!have_program("testparm")) GTEST_SKIP() << "testparm is not installed (scripts/setup-deps)";
     std::string out;
@@ -314,8 +311,7 @@ TEST_F(ServiceTest, ProftpdAcceptsTheGeneratedFilesInEveryState) {
     EXPECT_NE(run_checker("check-proftpd.sh", at("/proftpd.check.conf"), &out), 0) << out;
 }
 
-// Guards: the username-map types matched loosely; the SSH switch's failure
-// not reported; a wrong DOS code page for a language.
+// Guards: username-map types matched loosely; the SSH switch's failure; DOS code pages.
 TEST_F(ServiceTest, LookUpsAndTheDosCodePage) {
     EXPECT_EQ(ksdb_valid_smb_username_map_type("UNAME") + ksdb_valid_smb_username_map_type("HASH"), 2);
     for (const char *bad : {"uname", "UNAME ", "", static_cast<const char *>(nullptr)})
@@ -338,8 +334,7 @@ TEST_F(ServiceTest, LookUpsAndTheDosCodePage) {
     }
 }
 
-// Guards: a text object identifier (it would add a directive) written; the
-// platform's identifier not used.
+// Guards: a text SNMP object identifier written; the platform's identifier not used.
 TEST_F(ServiceTest, TheSnmpObjectIdentifierIsThePlatformsNumericOne) {
     object_id([](char *buffer, size_t size) -> int {
         return std::snprintf(buffer, size, "1.3.6.1.4.1.99999.7") < 0;
@@ -360,8 +355,8 @@ TEST_F(ServiceTest, TheSnmpObjectIdentifierIsThePlatformsNumericOne) {
         if (spec.name == "snmp-service/no-object-id") run_export_law(spec);
 }
 
-// Guards: the host-name switches set by an address or a network, not set by
-// a name, changed by another protocol's entries; a failed update not 3.
+// Guards: host-name switches set by an address, unset by a name, crossed between
+// protocols; a failed update not 3.
 TEST_F(ServiceTest, HostNameLookupsAreOnExactlyWhenAnEntryNamesAHost) {
     sql().exec("INSERT INTO service_cifs (user_home_directory,hostname_lookups) VALUES(0,7);"
                "INSERT INTO service_ftp (use_reverse_dns) VALUES(7);"

@@ -1,6 +1,4 @@
-// The shares-common pieces that the CIFS cases do not reach: the strict
-// list reader, the access entries in the forms of the other protocols, the
-// access words and the line copy of USB shares.
+// The shares-common pieces the case folders do not reach, and the exports' statement counts.
 #define KSDB_MODULE "test_share_common"
 #include "shares/ksdb_share_common.h"
 #include "tests/support/share_tests.h"
@@ -85,8 +83,7 @@ TEST_F(ShareCommonTest, AccessWordsAndUsbLineCopies) {
               "\"/media/usb\" *(ro)\n\"/media/usbdisk\"\n");
 }
 
-// The logged form of an account entry names the statement that failed; the
-// USB path line gives the share under /media only, whole and one folder.
+// Guards: a failed account entry logged without its statement; USB path lines misread.
 TEST_F(ShareCommonTest, LoggedAccountEntriesAndUsbPathLines) {
     const shares::AccountRef alice = shares::parse_account("alice", false);
     EXPECT_EQ(shares::put_account_acl_logged(h(), db(), 7, "afp", alice, 1, 1, true, "ins\n",

@@ -1,6 +1,4 @@
-// The scan of existing snapshots and the snapshot look-ups: what the case
-// folders cannot express (the file-system tool's listing and creation
-// times through the recording fake, the platform's snapshot path).
+// The scan of existing snapshots (creation times through the recording fake) and the look-ups.
 #include "tests/support/test_support.h"
 
 #include <algorithm>

@@ -1,7 +1,5 @@
-// SSH public keys beyond the case folders: the key-file parser and its
-// conversions, fingerprints against ssh-keygen's own, every generated key
-// line read by the real ssh-keygen, the key limit, a broken key store, a
-// planted link in place of a user's .ssh folder, and the look-ups.
+// SSH public keys beyond the case folders: the parser, ssh-keygen's verdicts, a
+// broken store, a planted .ssh link, the look-ups.
 #include "tests/support/test_support.h"
 
 #include <sys/stat.h>

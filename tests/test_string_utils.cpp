@@ -1,6 +1,4 @@
-// The string helpers: cursors, splitters, trimmers, escapers, day-of-week
-// sets and the C INI reader (the fuzz targets check their properties on
-// arbitrary text; these are the exact forms and edges).
+// The string helpers' exact forms and edges (the fuzz targets check their properties).
 #include "tests/support/test_support.h"
 
 using namespace ksdb_test;

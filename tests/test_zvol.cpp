@@ -1,5 +1,4 @@
-// iSCSI LUN shares: what the case folders cannot express (sparse backing
-// stores, failing statements).
+// iSCSI LUN shares beyond their case folders: sparse backing stores, failing statements.
 #include "tests/support/test_support.h"
 
 #include <fcntl.h>

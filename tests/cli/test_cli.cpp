@@ -194,8 +194,7 @@ TEST_F(CliTest, DiffChangesNothingAndShowsWhatTheExportThenChanges) {
     EXPECT_EQ(snapshot(), before);
 }
 
-// Guards: a checked export writing what Samba's checker (reading the
-// application's include file named by the share file) rejects.
+// Guards: a checked export writing what Samba's checker (with the app's include) rejects.
 TEST_F(CliTest, CheckedExportRefusesWhatTheCheckerRejectsAndChangesNothing) {
     if (!have_program("testparm")) GTEST_SKIP() << "testparm is not installed (scripts/setup-deps)";
     demo_tree();

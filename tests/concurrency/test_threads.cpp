@@ -1,5 +1,4 @@
-// Threads sharing one handle and one connection: transactions serialise on
-// db_mutex, log lines and trace records never interleave.
+// Threads on one handle and connection: transactions serialise, log lines never interleave.
 #define KSDB_MODULE "test_threads"
 #include "core/ksdb_internal.h"
 #include "tests/support/test_support.h"
