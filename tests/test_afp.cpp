@@ -14,7 +14,6 @@ using namespace ksdb_test;
 
 namespace {
 
-using Rows = std::vector<std::string>;
 // "section/key" -> value, as the section reader hands them out.
 using Keys = std::map<std::string, std::string>;
 

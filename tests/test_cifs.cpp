@@ -12,8 +12,6 @@ using namespace ksdb_test;
 
 namespace {
 
-using Rows = std::vector<std::string>;
-
 class CifsTest : public RootTest {
   protected:
     void SetUp() override {

@@ -10,8 +10,6 @@ using namespace ksdb_test;
 
 namespace {
 
-using Rows = std::vector<std::string>;
-
 // What "exportfs -s" printed, one "path|client|rw or ro" per client, with the
 // root taken off the paths and their octal escapes read.
 std::set<std::string> exportfs_read(const std::string &output, const std::string &root) {

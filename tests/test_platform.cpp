@@ -121,7 +121,7 @@ class PlatformQgroup : public RootTest {
     }
 };
 
-// Guards: the quota-group figures and the snapshots counted.
+// Guards: the quota-group figures, the snapshots counted, the status of each failure.
 TEST_F(PlatformQgroup, FiguresOfTheSubvolumeAndItsSnapshots) {
     mkdirs(at("/vol1/share1/.snapshots/1/snapshot"));
     put("/vol1/share1/.snapshots/1/snapshot/.fake-qgroup", "100000 40000 none");
@@ -137,15 +137,13 @@ TEST_F(PlatformQgroup, FiguresOfTheSubvolumeAndItsSnapshots) {
 
     ScopedEnv no_limit("KSDB_FAKE_QGROUP", "4096 4096 none");
     EXPECT_EQ(info(at("/vol1/share1") + "/"), "4096 4096 0 100000 1.00x");
-}
 
-// Guards: the status of each quota-group failure.
-TEST_F(PlatformQgroup, FailuresAreNegativeErrnos) {
+    // The failures are negative errnos.
+    clear_fake_calls();
     EXPECT_EQ(info(at("/vol1/missing")), std::to_string(-ENOENT));
     EXPECT_EQ(info("ksdb-no-such-volume/share"), std::to_string(-ENOENT));
     EXPECT_EQ(btrfs_get_qgroup_info(nullptr, nullptr), -EINVAL);
     EXPECT_TRUE(fake_calls("btrfs").empty());
-    mkdirs(at("/vol1/share1"));
     // No quota group in the output; unreadable figures; a failing command.
     for (auto [figures, rc] :
          std::vector<std::pair<const char *, int>>{{"-", -ENOENT}, {"12k 4k none", -EPROTO}}) {

@@ -5,7 +5,6 @@
 #include <regex>
 
 using namespace ksdb_test;
-using Rows = std::vector<std::string>;
 
 namespace {
 

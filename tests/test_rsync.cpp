@@ -13,8 +13,6 @@ using namespace ksdb_test;
 
 namespace {
 
-using Rows = std::vector<std::string>;
-
 class RsyncTest : public RootTest {
   protected:
     void SetUp() override {

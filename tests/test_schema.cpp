@@ -8,7 +8,6 @@
 #include <thread>
 
 using namespace ksdb_test;
-using Rows = std::vector<std::string>;
 
 namespace {
 

@@ -8,8 +8,6 @@ namespace shares = ksdb::shares;
 
 namespace {
 
-using Rows = std::vector<std::string>;
-
 class ShareCommonTest : public RootTest {
   protected:
     void SetUp() override {
