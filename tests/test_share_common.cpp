@@ -84,23 +84,18 @@ TEST_F(ShareCommonTest, AccessWordsAndUsbLineCopies) {
 // Guards: a failed account entry logged without its statement; USB path lines misread.
 TEST_F(ShareCommonTest, LoggedAccountEntriesAndUsbPathLines) {
     const shares::AccountRef alice = shares::parse_account("alice", false);
-    EXPECT_EQ(shares::put_account_acl_logged(h(), db(), 7, "afp", alice, 1, 1, true, "ins\n",
-                                             "upd\n"),
-              0);
-    sql().exec("CREATE TRIGGER no_update BEFORE UPDATE ON user_acl BEGIN "
-               "SELECT RAISE(ABORT,'x'); END");
-    EXPECT_EQ(shares::put_account_acl_logged(h(), db(), 7, "afp", alice, 1, 0, false, "ins\n",
-                                             "upd\n"),
-              0);  // no update asked for
-    EXPECT_EQ(shares::put_account_acl_logged(h(), db(), 7, "afp", alice, 1, 0, true, "ins\n",
-                                             "upd\n"),
-              KSDB_E_DB);
+    auto put = [&](int read, int write, bool update) {
+        return shares::put_account_acl_logged(h(), db(), 7, "afp", alice, read, write, update, "ins\n",
+                                              "upd\n");
+    };
+    EXPECT_EQ(put(1, 1, true), 0);
+    sql().exec("CREATE TRIGGER no_update BEFORE UPDATE ON user_acl BEGIN SELECT RAISE(ABORT,'x'); END");
+    EXPECT_EQ(put(1, 0, false), 0);  // no update asked for
+    EXPECT_EQ(put(1, 0, true), KSDB_E_DB);
     EXPECT_TRUE(contains(log(), "(error) upd\n"));
     EXPECT_EQ(sql().rows("SELECT read,write FROM user_acl"), Rows{"1|1"});
     sql().exec("DROP TABLE user_acl");
-    EXPECT_EQ(shares::put_account_acl_logged(h(), db(), 7, "afp", alice, 1, 1, true, "ins\n",
-                                             "upd\n"),
-              KSDB_E_DB);
+    EXPECT_EQ(put(1, 1, true), KSDB_E_DB);
     EXPECT_TRUE(contains(log(), "(error) ins\n"));
 
     EXPECT_EQ(shares::usb_media_share("  path = /media/My Docs\r\n"), "My Docs");
