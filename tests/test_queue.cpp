@@ -229,7 +229,8 @@ TEST_F(QueueTest, EveryOperationEndsWithItsExitLogAndMissingTablesGiveThree) {
         EXPECT_TRUE(contains(log, "(error) " + f + "3 (")) << name;
         EXPECT_TRUE(contains(ads, " error: " + f + "3 (")) << name;
     }
-    EXPECT_TRUE(std::regex_search(log, std::regex(R"(ksdb_queue:\d+ \(debug\) ksdb_queue_create\(\) ==> 0 \(\d+ms\)\n)")));
+    EXPECT_TRUE(std::regex_search(
+        log, std::regex(R"(ksdb_queue:\d+ \(debug\) ksdb_queue_create\(\) ==> 0 \(\d+ms\)\n)")));
     // A failed call hands back no message and no count.
     EXPECT_EQ(Rows({val ? val : "-", src ? src : "-", dst ? dst : "-"}), (Rows{"-", "-", "-"}));
     EXPECT_EQ(ts + id + len, 0);
@@ -280,6 +281,7 @@ TEST(QueueAssert, NullOutputsStopTheProcess) {
     int ts = 0;
     EXPECT_DEATH(ksdb_queue_pop(h, db, nullptr, nullptr, nullptr, &ts, nullptr, nullptr), "`val' failed");
     EXPECT_DEATH(ksdb_queue_pop(h, db, nullptr, nullptr, &val, nullptr, nullptr, nullptr), "`ts' failed");
-    EXPECT_DEATH(ksdb_queue_read(h, db, nullptr, nullptr, &val, &ts, nullptr, nullptr, nullptr), "`id' failed");
+    EXPECT_DEATH(ksdb_queue_read(h, db, nullptr, nullptr, &val, &ts, nullptr, nullptr, nullptr),
+                 "`id' failed");
     EXPECT_DEATH(ksdb_queue_stat(h, db, nullptr, nullptr, nullptr), "`len' failed");
 }

@@ -78,8 +78,8 @@ TEST_F(SchemaTest, ANewDatabaseIsTheDump) {
     // Stored tables ("$") are created only when missing; every other table
     // is dropped first, by name with one blank after it.
     const std::string trace = trace_.text();
-    for (const std::string &t : db_.column("SELECT name FROM sqlite_master WHERE type='table' "
-                                           "UNION ALL SELECT name FROM sqlite_temp_master WHERE type='table'")) {
+    for (const std::string &t : db_.column("SELECT name FROM sqlite_master WHERE type='table' UNION ALL "
+                                           "SELECT name FROM sqlite_temp_master WHERE type='table'")) {
         const bool dropped = trace.find("sql=DROP TABLE IF EXISTS `" + t + "` \n") != std::string::npos;
         const bool if_missing = trace.find("sql=CREATE TABLE IF NOT EXISTS `" + t + "`") != std::string::npos;
         EXPECT_EQ(dropped, t[0] != '$') << t;
