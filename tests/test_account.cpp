@@ -1,7 +1,5 @@
-// Local users and groups beyond the case folders: the shadow suite's own
-// checkers, the temporary copies of the secret files, delete marks and
-// domain rows, locked passwords, the account defaults file rewritten by the
-// import, home folders and the look-ups.
+// Local users and groups beyond the case folders: the shadow suite's checkers,
+// secret temporary files, delete marks, locks, the defaults file, home folders.
 #include "tests/support/case_runner.h"
 #include "tests/support/test_support.h"
 
@@ -23,8 +21,7 @@ class AccountTest : public RootTest {
     void put_accounts() { copy_tree(kWhole + "/expect", root()); }
 };
 
-// Guards: files the shadow suite's checkers refuse (the checker itself
-// refuses a member nobody knows).
+// Guards: files the shadow suite's checkers refuse (they refuse a member nobody knows).
 TEST_F(AccountTest, GeneratedFilesPassTheShadowSuiteCheckers) {
     if (geteuid() != 0 || !have_program("pwck"))
         GTEST_SKIP() << "pwck -R and grpck -R need root and the passwd package";
@@ -59,8 +56,7 @@ TEST_F(AccountTest, SecretFilesAreNeverReadableByOthers) {
     EXPECT_EQ(g_temp_modes["gshadow"] & 07, 0u);
 }
 
-// Guards: delete-marked rows left in the tables by the export; domain rows
-// dropped with them.
+// Guards: delete-marked rows left in the tables by the export; domain rows dropped.
 TEST_F(AccountTest, ExportDropsDeleteMarkedRowsAndLeavesDomainRows) {
     sql().exec(read_file(kWhole + "/db.sql"));
     sql().exec("INSERT INTO `$user` (id,uname,is_privileged,rid) VALUES(200001,'jdoe',0,1105)");
@@ -71,8 +67,7 @@ TEST_F(AccountTest, ExportDropsDeleteMarkedRowsAndLeavesDomainRows) {
               "root,admin,users,staff,guest,Domain Users");
 }
 
-// Guards: the lock asked of the machine's own accounts (no "-R"), for a
-// name other than the stored one, or of a name split by a shell.
+// Guards: the lock asked of the machine's accounts (no "-R"), of another name, split by a shell.
 TEST_F(AccountTest, ImportAsksPasswdForTheLockOfEachStoredNameAsOneWord) {
     put_accounts();
     ScopedEnv locked("KSDB_FAKE_PASSWD_STATUS", "L");
@@ -92,9 +87,8 @@ TEST_F(AccountTest, ImportAsksPasswdForTheLockOfEachStoredNameAsOneWord) {
     EXPECT_FALSE(exists(at("/pwned")));
 }
 
-// Guards: a missing defaults file not written back, or not with the first
-// real volume; a vanished home volume kept; the file changed when there is
-// no volume to take; the file's owner and mode.
+// Guards: the defaults file not written back with the first real volume, a vanished
+// home volume kept, the file changed without a volume to take; its owner and mode.
 TEST_F(AccountTest, TheDefaultsFileIsWrittenBackWithAVolumeThatExists) {
     put_accounts();
     sql().exec("INSERT INTO _volume (id,lv_name,blk_size) VALUES('media','media',0),('vol1','vol1',1024)");
@@ -126,8 +120,7 @@ TEST_F(AccountTest, TheDefaultsFileIsWrittenBackWithAVolumeThatExists) {
     EXPECT_EQ(get("/etc/quillfold/account.conf"), "home_volume!!gone\n");
 }
 
-// Guards: home folders made for reserved or unknown ids; a failing helper
-// not reported; the look-ups of ids, names and home folders.
+// Guards: home folders for reserved or unknown ids; a failing helper; the look-ups.
 TEST_F(AccountTest, HomeFoldersAndLookUps) {
     put_accounts();
     ASSERT_EQ(ksdb_import(h(), db(), KSDB_CAT_ACCOUNT), 0) << log();

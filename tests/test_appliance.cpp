@@ -1,5 +1,4 @@
-// Product data, network interfaces and avahi announcements beyond the case
-// folders of NETWORK and avahi: failures, the system record, the scan.
+// Product data, network interfaces and avahi files beyond their case folders.
 #define KSDB_MODULE "test_appliance"
 #include "tests/support/test_support.h"
 
@@ -60,18 +59,15 @@ TEST_F(ApplianceTest, WithoutTheSettingsTableTheAnnouncementsFail) {
     EXPECT_TRUE(contains(log(), "Error in SQL Exec. (DELETE service_avahi)\n"));
 }
 
-// A file that cannot be put in place stops the export at once: the files
-// before it are written, those after it keep what they held.
+// Guards: an export going on past a file that cannot be put in place.
 TEST_F(ApplianceTest, AFileThatCannotBeReplacedStopsTheExportThere) {
     announce_everything();
     stdfs::remove(at(service_file("cifs")));
     mkdirs(at(service_file("cifs")));
     sql().exec("UPDATE service_avahi SET printer=0");
     EXPECT_EQ(ksdb_avahi_service_export(h(), db()), KSDB_E_FILE);
-    EXPECT_NE(log().find("Cannot move file to /etc/avahi/services/cifs.service\n"),
-              std::string::npos)
-        << log();
-    EXPECT_NE(get(service_file("afp")).find("_afpovertcp._tcp"), std::string::npos);
+    EXPECT_TRUE(contains(log(), "Cannot move file to /etc/avahi/services/cifs.service\n")) << log();
+    EXPECT_TRUE(contains(get(service_file("afp")), "_afpovertcp._tcp"));
     EXPECT_EQ(get(service_file("quillfold")), "old quillfold\n");
     EXPECT_EQ(get(service_file("printer")), "old printer\n");
 }
@@ -89,7 +85,7 @@ TEST_F(ApplianceTest, ProductDataComesFromTheSystemRecord) {
     EXPECT_EQ(sql().rows("SELECT vendor,model,serial,max_chan,autospan FROM vital_product_data"),
               std::vector<std::string>{"Kestrava|N5550|" + std::string(64, 'S') + "|0|0"});
     EXPECT_EQ(ksdb_export(h(), db(), KSDB_CAT_VPD), 0);
-    EXPECT_NE(log().find("ksdb_vpd_export() ==> 0"), std::string::npos);
+    EXPECT_TRUE(contains(log(), "ksdb_vpd_export() ==> 0"));
 
     h()->sys_info = nullptr;
     ASSERT_EQ(ksdb_vpd_import(h(), db()), 0);
@@ -97,7 +93,7 @@ TEST_F(ApplianceTest, ProductDataComesFromTheSystemRecord) {
               std::vector<std::string>{"<NULL>|<NULL>|<NULL>|0|0"});
     sql().exec("DROP TABLE vital_product_data");
     EXPECT_EQ(ksdb_vpd_import(h(), db()), KSDB_E_DB);
-    EXPECT_NE(log().find("(error) Error in SQL Exec.\n"), std::string::npos);
+    EXPECT_TRUE(contains(log(), "(error) Error in SQL Exec.\n"));
 }
 
 
@@ -117,8 +113,8 @@ int scripted_scan(const char *root, ksdb_net_if *ifs, int max, int *count) {
     return g_scan_status;
 }
 
-// Guards: the loopback, a down interface or one without a MAC recorded; a
-// repeated name not taking its last MAC; a failed scan not 1 or emptying the table.
+// Guards: the loopback, a down or MAC-less interface recorded; a repeated name not
+// taking its last MAC; a failed scan not 1 or emptying the table.
 TEST_F(ApplianceTest, APlatformScanSuppliesTheInterfacesAndItsFailuresGiveOne) {
     ksdb_platform_ops ops = *ksdb_platform_builtin();
     ops.net_if_scan = scripted_scan;
@@ -130,14 +126,13 @@ TEST_F(ApplianceTest, APlatformScanSuppliesTheInterfacesAndItsFailuresGiveOne) {
 
     g_scan_status = KSDB_NET_IF_ELIST;
     EXPECT_EQ(ksdb_network_import(h(), db()), KSDB_E_STEP);
-    EXPECT_NE(log().find("(error) Failed SIOCGIFCONF\n"), std::string::npos) << log();
+    EXPECT_TRUE(contains(log(), "(error) Failed SIOCGIFCONF\n")) << log();
     g_scan_status = KSDB_NET_IF_ENOSOCKET;
     EXPECT_EQ(ksdb_network_import(h(), db()), KSDB_E_STEP);
     EXPECT_EQ(sql().rows("SELECT name FROM network_if"), std::vector<std::string>{"bond0"});
 }
 
-// The built-in scan of the machine itself (no root): the loopback is
-// listed with its flag.
+// Guards: the built-in scan of the machine (no root) missing the loopback's flag.
 TEST(NetworkScan, TheBuiltInScanListsTheMachinesLoopback) {
     ksdb_net_if ifs[KSDB_MAX_NET_IFS];
     int count = -1;

@@ -1,6 +1,5 @@
-// Every expected file of every case folder, read by its daemon's own
-// checker (the export laws make each generated file equal to its expected
-// one), and each checker shown to refuse a broken file.
+// Every case folder's expected files pass their daemon's own checker (the export
+// laws make the generated files equal to them); each checker refuses a broken file.
 #include "tests/support/case_runner.h"
 #include "tests/support/test_support.h"
 

@@ -12,8 +12,6 @@ using namespace ksdb_test;
 
 namespace {
 
-using Rows = std::vector<std::string>;
-
 class CifsTest : public RootTest {
   protected:
     void SetUp() override {
@@ -100,9 +98,7 @@ TEST_F(CifsTest, RepeatedExportsDoNotGrowTheCallersPools) {
     apr_pool_destroy(call);
 }
 
-// Side files are replaced, never written through: a link planted in a
-// share's configuration folder leaves its target alone.  On import they are
-// read as regular files only: a FIFO cannot stall it.
+// Guards: a side file written through a planted link, or a FIFO stalling the import.
 TEST_F(CifsTest, SideFilesAreReplacedOnExportAndReadAsRegularFilesOnImport) {
     load_case("blank-share-name");
     put("/victim", "keep\n");

@@ -1,6 +1,5 @@
-// What Samba reads of the CIFS share export: hostile values in every
-// guarded column and many random shares, read back by Samba's own parser
-// ("testparm"; skipped when it is missing).
+// What Samba's own parser (testparm) reads of the CIFS share export: hostile
+// values in every guarded column, and many random shares.
 #define KSDB_MODULE "test_cifs_samba"
 #include "core/ksdb_internal.h"
 #include "tests/support/share_tests.h"
@@ -83,9 +82,8 @@ class CifsSambaTest : public RootTest {
 
 }  // namespace
 
-// Guards: a hostile value written into a share, list, path or DFS line
-// where Samba reads more or other than the value; a refusal that changes a
-// file or does not name the row.
+// Guards: a hostile value written where Samba reads more or other than it; a refusal
+// that changes a file or does not name the row.
 TEST_F(CifsSambaTest, HostileValuesAreRefusedOrReadBackAsExactlyOneValue) {
     sql().exec(
         "INSERT INTO _volume (id,lv_name,blk_size) VALUES('vol1','vol1',1);"
@@ -160,9 +158,7 @@ TEST_F(CifsSambaTest, HostileValuesAreRefusedOrReadBackAsExactlyOneValue) {
                          {"sq", "'"}, {"bs", "\\"}, {"$()", "$(id)"}, {"``", "`id`"}, {"../", "../"}});
 }
 
-// Many shares with random printable names, comments and lists, each value
-// drawn until it keeps the rules of the share files: Samba reads back
-// exactly the shares and values intended, no more.
+// Guards: random valid names, comments and lists that Samba reads back otherwise.
 TEST_F(CifsSambaTest, RandomSharesReadBackExactlyAsIntended) {
     std::mt19937 rng(20240611);  // fixed: a failure can be replayed
     auto text = [&](size_t lo, size_t hi) {

@@ -1,6 +1,5 @@
-// The message dictionary beyond its case folders (tests/cases/dictionary):
-// the hardware-type filter on hardware whose type is known, and statements
-// that fail without stopping the load.
+// The message dictionary beyond its case folders: the hardware-type filter, and
+// failing statements that do not stop the load.
 #define KSDB_MODULE "test_dictionary"
 #include "tests/support/test_support.h"
 
@@ -58,16 +57,15 @@ TEST_F(DictionaryTest, OnKnownHardwareOnlyItemsOfItsTypeAreKept) {
                                                     "lcd|1|small display"}));
 }
 
-// A failing statement is logged and remembered; everything after it is
-// still loaded.  A language whose row cannot be stored (no spelling) has
-// its items stored under the number of the language before it.
+// Guards: a failing statement stopping the load or not logged; the items of a
+// language whose row cannot be stored not kept under the language before it.
 TEST_F(DictionaryTest, FailedStatementsDoNotStopTheLoad) {
     dictionary(R"(<Language code="en" spell="English"><item key="a">A</item></Language>
 <Language code="xx"><item key="b">B</item><item key="a">stray A</item></Language>
 <Language code="de" spell="Deutsch"><item key="a">Ä</item></Language>
 )");
     ASSERT_EQ(ksdb_dictionary_import(h(), db()), KSDB_E_DB);
-    EXPECT_NE(log().find("(error) Failed to UPDATE _lang_supported\n"), std::string::npos) << log();
+    EXPECT_TRUE(contains(log(), "(error) Failed to UPDATE _lang_supported\n")) << log();
     EXPECT_EQ(sql().rows("SELECT id,lang FROM _lang_supported ORDER BY id"),
               (std::vector<std::string>{"1|en", "2|de"}));
     EXPECT_EQ(messages(), (std::vector<std::string>{"a|1|A", "b|1|B", "a|2|Ä"}));
@@ -86,7 +84,7 @@ TEST_F(DictionaryTest, FailedStatementsDoNotStopTheLoad) {
     sql().exec("CREATE TEMP TRIGGER no_a BEFORE INSERT ON _dictionary WHEN NEW.id='a' "
                "BEGIN SELECT RAISE(ABORT,'refused'); END");
     EXPECT_EQ(ksdb_dictionary_import(h(), db()), KSDB_E_DB);
-    EXPECT_NE(log().find("(error) Failed to UPDATE _dictionary\n"), std::string::npos);
+    EXPECT_TRUE(contains(log(), "(error) Failed to UPDATE _dictionary\n"));
     EXPECT_EQ(messages(), std::vector<std::string>{"b|1|B"});
 }
 

@@ -1,6 +1,5 @@
-// The import/export driver: transaction frame, plans and their orders, the
-// result rules of the composite categories, sync, the thread's
-// in-transaction flag, exceptions from steps, the fault reporter.
+// The import/export driver: transaction frame, plans, the composite categories'
+// results, sync, the in-transaction flag, exceptions, the fault reporter.
 #define KSDB_MODULE "test_driver"
 #include "core/ksdb_driver.h"
 #include "core/ksdb_internal.h"
@@ -135,7 +134,7 @@ TEST_F(DriverTest, EveryCategoryRunsAndDescribesItsPlan) {
     EXPECT_EQ(one[0].state, KSDB_STEP_PROVIDED);
     // One transaction per run, the composite ones included.
     EXPECT_EQ(count(traced_statements(), "BEGIN"), 2u * KSDB_CATEGORY_COUNT);
-    EXPECT_NE(log_.text().find("(info) _ksdb_all_export\n"), std::string::npos);
+    EXPECT_TRUE(contains(log_.text(), "(info) _ksdb_all_export\n"));
 }
 
 // Guards: an invalid category committing or not logged at error level.
@@ -148,9 +147,9 @@ TEST_F(DriverTest, TheFrameRollsBackInvalidCategoriesAndLogsItsExit) {
     EXPECT_TRUE(lock_free());
     run(ksdb_import, KSDB_CAT_NONE, 0);
     std::string log = log_.text();
-    EXPECT_NE(log.find("(debug) ksdb_import() ==> 0 ("), std::string::npos);
-    EXPECT_NE(log.find("(error) ksdb_import() ==> 4 ("), std::string::npos);
-    EXPECT_NE(log.find("(error) ksdb_export_nolock() ==> 4 ("), std::string::npos);
+    EXPECT_TRUE(contains(log, "(debug) ksdb_import() ==> 0 ("));
+    EXPECT_TRUE(contains(log, "(error) ksdb_import() ==> 4 ("));
+    EXPECT_TRUE(contains(log, "(error) ksdb_export_nolock() ==> 4 ("));
 }
 
 namespace {
@@ -226,7 +225,7 @@ TEST_F(DriverTest, SyncAfterExportChainsAllRunsAndThePerShareExport) {
              "bit_rot_protection INT)");
     EXPECT_EQ(ksdb_export_per_share(h_, db_, KSDB_CAT_SHARE_FS_ATTRIBUTE, "data"), 0);
     EXPECT_EQ(g_syncs, 2);
-    EXPECT_EQ(log_.text().find("ksdb_export_per_share"), std::string::npos);
+    EXPECT_FALSE(contains(log_.text(), "ksdb_export_per_share"));
     EXPECT_TRUE(lock_free());
 }
 
@@ -269,7 +268,7 @@ TEST_F(DriverTest, AnExceptionFromAStepIsStatusFiveWithTheLockReleased) {
     EXPECT_TRUE(lock_free());
     EXPECT_TRUE(sqlite3_get_autocommit(db_));
     EXPECT_EQ(db_.scalar("SELECT COUNT(*) FROM share"), "1");
-    EXPECT_NE(log_.text().find("(error) ksdb_cifs_share_import(): boom\n"), std::string::npos);
+    EXPECT_TRUE(contains(log_.text(), "(error) ksdb_cifs_share_import(): boom\n"));
     EXPECT_EQ(last_error().substr(0, 4), "2 5 ");
     // In a chain it is a failing step like any other.
     EXPECT_EQ(ksdb_import(h_, db_, KSDB_CAT_ALL_SHARE), 1);
@@ -312,7 +311,7 @@ TEST_F(DriverTest, AFailedBeginLeavesTheCallersTransactionAloneAndNolockFormsRun
     run(ksdb_export_nolock, KSDB_CAT_CIFS_SHARE, 5);
     EXPECT_FALSE(sqlite3_get_autocommit(db_)) << "the caller's transaction stays open";
     ASSERT_EQ(ksdb_sql_commit(h_, db_, nullptr, "test", 2), 0);
-    EXPECT_NE(log_.text().find("(error) ksdb_export_nolock() ==> 5 ("), std::string::npos);
+    EXPECT_TRUE(contains(log_.text(), "(error) ksdb_export_nolock() ==> 5 ("));
 }
 
 // Guards: steps not reported to the observer with their status.
@@ -368,5 +367,5 @@ TEST_F(DriverTest, InstalledFaultReporterLogsTheFaultAndExitsWith14) {
                                           std::string(address) + "\n")))
         << log;
     EXPECT_TRUE(std::regex_search(log, std::regex(R"(\(error\) 0: .+\n)"))) << log;
-    EXPECT_NE(log.find("(error) Exiting now ...\n"), std::string::npos) << log;
+    EXPECT_TRUE(contains(log, "(error) Exiting now ...\n")) << log;
 }

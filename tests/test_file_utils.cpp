@@ -1,7 +1,5 @@
-// The managed-file layer: the one writer (compare, temporary file beside
-// the target, backup link, one rename; under SIGKILL and on a full file
-// system), the readers (regular files only, bounded, never blocking), the C
-// temporary-file pair, the file mover, the share folders and enumerator.
+// The managed-file layer: the one writer (also under SIGKILL and on a full file
+// system), the readers, the C temporary-file pair, the mover, the share folders.
 #define KSDB_MODULE "test_file_utils"
 #include "util/ksdb_file_utils.h"
 
@@ -128,18 +126,15 @@ TEST_F(FileUtilsTest, LoadHonoursMaxLenAndStripsTrailingNuls) {
     EXPECT_STREQ(ksdb_file_load(h(), "/etc/link", 0, &len), "0123456789");
 }
 
-// Every reader refuses a FIFO, a folder, a device and a file beyond the
-// limit, at once (a FIFO opened blocking would hang: the alarm ends that).
+// Guards: a reader taking or blocking on a FIFO, folder, device or file beyond the limit.
 TEST_F(FileUtilsTest, ReadersTakeRegularFilesOnlyAndNeverBlock) {
     alarm(10);
     mkdirs(at("/etc/dir"));
     ASSERT_EQ(mkfifo(at("/etc/fifo").c_str(), 0644), 0);
     ASSERT_EQ(symlink("/dev/zero", at("/etc/device").c_str()), 0);
-    {
-        std::string big = at("/etc/big");
-        write_file(big, "x\n");
-        ASSERT_EQ(truncate(big.c_str(), KSDB_FILE_READ_LIMIT + 1), 0);  // sparse: no disk used
-    }
+    put("/etc/big", "x\n");
+    ASSERT_EQ(truncate(at("/etc/big").c_str(), KSDB_FILE_READ_LIMIT + 1), 0);  // sparse: no disk used
+    auto ignore = [](void *, const char *, const char *, const char *) { return 1; };
     for (const char *live : {"/etc/dir", "/etc/fifo", "/etc/device", "/etc/big"}) {
         const std::string real = at(live);
         size_t len = 99;
@@ -150,22 +145,14 @@ TEST_F(FileUtilsTest, ReadersTakeRegularFilesOnlyAndNeverBlock) {
         ksdb::ConfFile conf(h(), live);
         EXPECT_EQ(conf.status(), KSDB_E_FILE) << live;
         EXPECT_FALSE(conf.missing()) << live;
-        EXPECT_EQ(
-            ini_parse_file(
-                real.c_str(), [](void *, const char *, const char *, const char *) { return 1; }, nullptr),
-            -1)
-            << live;
+        EXPECT_EQ(ini_parse_file(real.c_str(), ignore, nullptr), -1) << live;
         char line[16] = "junk";
         EXPECT_EQ(ksdb_file_get_one_line(real.c_str(), line, sizeof line), -1) << live;
         EXPECT_STREQ(line, "");
     }
-    EXPECT_NE(log().find("<" + at("/etc/fifo") + "> is not regular file. mode=10644\n"),
-              std::string::npos)
-        << log();
-    EXPECT_NE(
-        log().find("<" + at("/etc/big") + "> is too large (33554433 bytes, at most 33554432 are read)\n"),
-        std::string::npos)
-        << log();
+    EXPECT_TRUE(contains(log(), "<" + at("/etc/fifo") + "> is not regular file. mode=10644\n")) << log();
+    EXPECT_TRUE(contains(log(), "<" + at("/etc/big") + "> is too large (33554433 bytes, at most 33554432 "
+                                "are read)\n")) << log();
     // A bounded load of a large file reads only what it asked for.
     size_t len = 0;
     ASSERT_NE(ksdb_file_load(h(), "/etc/big", 2, &len), nullptr);
@@ -189,8 +176,7 @@ TEST_F(FileUtilsTest, OpenForWritingNeverFollowsALink) {
 }
 
 
-// New, unchanged, owner or mode only, changed: each does exactly what it
-// must to the target, and the observer is told which.
+// Guards: a new, unchanged, owner-or-mode-only or changed target handled or reported wrongly.
 TEST_F(FileUtilsTest, CommitComparesBeforeReplacing) {
     const std::string live = "/etc/exports", target = at(live), bak = target + ".bak";
     Seen seen;
@@ -274,8 +260,7 @@ TEST_F(FileUtilsTest, LinksAreNeverFollowed) {
     EXPECT_EQ(read_file(victim), "victim\n");
 }
 
-// The content stays in memory until commit(): thousands of files cost no
-// descriptor, and a set that fails half-way writes nothing after the failure.
+// Guards: a descriptor held per uncommitted file; a failing set writing on past the failure.
 TEST_F(FileUtilsTest, ManagedFilesTouchTheDiskOnlyInCommit) {
     const size_t fds = list_dir("/proc/self/fd").size();
     {
@@ -302,12 +287,10 @@ TEST_F(FileUtilsTest, ManagedFilesTouchTheDiskOnlyInCommit) {
     EXPECT_EQ(get("/etc/b"), "old b\n");
     EXPECT_EQ(set.commit(), KSDB_E_FILE);  // the rest stays abandoned
     EXPECT_EQ(get("/etc/b"), "old b\n");
-    EXPECT_NE(log().find("Cannot open temporary file in " + at("/blocked")), std::string::npos)
-        << log();
+    EXPECT_TRUE(contains(log(), "Cannot open temporary file in " + at("/blocked"))) << log();
 }
 
-// A full file system fails the write: status 5, the old target whole, no
-// temporary file left, for the writer and for the C pair alike.
+// Guards: a full file system losing the old target or leaving a temporary file (writer and C pair).
 TEST_F(FileUtilsTest, FullFileSystemKeepsTheOldTarget) {
     ScopedTmpfs small(at("/etc"), 64 * 1024);
     if (!small.ok()) GTEST_SKIP() << small.why();
@@ -316,7 +299,7 @@ TEST_F(FileUtilsTest, FullFileSystemKeepsTheOldTarget) {
     EXPECT_EQ(commit("/etc/exports", big), KSDB_E_FILE);
     EXPECT_EQ(get("/etc/exports"), "old\n");
     EXPECT_EQ(list_dir(at("/etc")), Names{"exports"});
-    EXPECT_NE(log().find("Cannot write " + at("/etc/.exports.ksdb-")), std::string::npos) << log();
+    EXPECT_TRUE(contains(log(), "Cannot write " + at("/etc/.exports.ksdb-"))) << log();
 
     ksdb_file_spec spec{"/etc/exports", 98, 98, 0644};
     const std::string tmp = make_tmp(h(), spec, big);
@@ -326,10 +309,7 @@ TEST_F(FileUtilsTest, FullFileSystemKeepsTheOldTarget) {
     EXPECT_EQ(list_dir(at("/etc")), Names{"exports"});
 }
 
-// A child exports several files in a loop and is killed at random moments.
-// The targets live on a tmpfs, the C pair's temporary folder on the root's
-// file system.  After every kill each target holds one version whole; the
-// next successful commit leaves no temporary file beside a target.
+// Guards: a target partial, mixed or missing after a SIGKILL at any moment (writer and C pair).
 TEST_F(FileUtilsTest, KillAtAnyMomentLeavesEveryTargetWhole) {
     ScopedTmpfs etc(at("/etc"), 64 << 20);
     if (!etc.ok()) GTEST_SKIP() << etc.why();
@@ -343,9 +323,7 @@ TEST_F(FileUtilsTest, KillAtAnyMomentLeavesEveryTargetWhole) {
         {"/etc/group", std::string(5000, 'a'), std::string(9000, 'b')},  // through the C pair
     };
     for (const auto &t : targets) put(t.live, t.a);
-    Handle::Options opts;
-    opts.root = root().c_str();
-    Handle quiet(opts);  // no log: the child must not write into the test's capture
+    Handle quiet({nullptr, 0, nullptr, root().c_str()});  // no log: the child must not write into the capture
 
     std::mt19937 rng(20240611);
     std::uniform_int_distribution<int> delay_us(0, 3000);
@@ -366,13 +344,8 @@ TEST_F(FileUtilsTest, KillAtAnyMomentLeavesEveryTargetWhole) {
                 set.commit();
                 ksdb_file_spec spec;
                 ksdb_file_spec_lookup(targets.back().live.c_str(), &spec);
-                char *tmp = nullptr;
-                if (FILE *f = ksdb_file_open_tempfile(quiet, &spec, &tmp)) {
-                    const std::string &text = i % 2 ? targets.back().a : targets.back().b;
-                    std::fwrite(text.data(), 1, text.size(), f);
-                    std::fclose(f);
-                    ksdb_file_update(quiet, &spec, tmp);
-                }
+                const std::string tmp = make_tmp(quiet, spec, i % 2 ? targets.back().a : targets.back().b);
+                if (!tmp.empty()) ksdb_file_update(quiet, &spec, tmp.c_str());
             }
         }
         close(ready[1]);
@@ -437,9 +410,7 @@ TEST_F(FileUtilsTest, TemporaryFileIsPrivateNewAndBelowTheRoot) {
     // A fresh root without its /tmp gets one.
     std::string other = tmp_ / "other";
     mkdirs(other);
-    Handle::Options opts;
-    opts.root = other.c_str();
-    Handle fresh(opts);
+    Handle fresh({nullptr, 0, nullptr, other.c_str()});
     f = ksdb_file_open_tempfile(fresh, &spec, &tmp);
     ASSERT_NE(f, nullptr);
     std::fclose(f);
@@ -457,7 +428,7 @@ TEST_F(FileUtilsTest, UpdatePutsTheTemporaryFileInPlaceThroughTheWriter) {
     EXPECT_EQ(stat_of(target).st_uid, 98u);
     EXPECT_EQ(mode_of(at("/etc/quillfold/samba")), 0755u);
     EXPECT_FALSE(exists(tmp));
-    EXPECT_NE(log().find("Update " + target + "\n"), std::string::npos) << log();
+    EXPECT_TRUE(contains(log(), "Update " + target + "\n")) << log();
 
     tmp = make_tmp(h(), spec, "[s2]\n");
     ASSERT_EQ(ksdb_file_update(h(), &spec, tmp.c_str()), 0);
@@ -469,8 +440,7 @@ TEST_F(FileUtilsTest, UpdatePutsTheTemporaryFileInPlaceThroughTheWriter) {
 
     // Nothing to put in place.
     EXPECT_EQ(ksdb_file_update(h(), &spec, at("/tmp/gone").c_str()), 0);
-    EXPECT_NE(log().find("Skipping update of non-existent " + at("/tmp/gone") + "\n"),
-              std::string::npos);
+    EXPECT_TRUE(contains(log(), "Skipping update of non-existent " + at("/tmp/gone") + "\n"));
     EXPECT_EQ(read_file(target), "[s2]\n");
 }
 
@@ -608,8 +578,7 @@ TEST_F(FileUtilsTest, ShareEnumeratorFindsEveryShareOfEveryVolume) {
     EXPECT_EQ(found.size(), 4u);
 }
 
-// A debug root that is a plain tree: where the file-system tool cannot list
-// subvolumes, the volume's folders stand for them.
+// Guards: a plain tree (the tool cannot list subvolumes) giving no shares or wrong ones.
 TEST_F(FileUtilsTest, ShareEnumeratorTakesFoldersWhereTheToolCannotList) {
     mkdirs(at("/data/._share/docs"));
     mkdirs(at("/data/docs"));
@@ -688,9 +657,7 @@ TEST(ConfReader, JoinedLinesAndTheLastValueOfADuplicateKey) {
     EXPECT_EQ(got, (Names{"a = 1    b", "c d  ", "#x", "last\\"}));
 
     TempDir dir;
-    Handle::Options opts;
-    opts.root = dir.path().c_str();
-    Handle h(opts);
+    Handle h({nullptr, 0, nullptr, dir.path().c_str()});
     write_file(dir / "x.ini", "[s]\nk = first\nother = 1\nk = second\n");
     ksdb::IniFile ini;
     ASSERT_EQ(ksdb::read_ini(h, "/x.ini", &ini), 0);

@@ -1,6 +1,4 @@
-// The debug-root fixture and its recording fakes, on which the area tests
-// rely: calls come back argument by argument, and a path outside the root
-// is caught.
+// The debug-root fixture's recording fakes: calls argument by argument, paths outside the root.
 #include "tests/support/test_support.h"
 
 #include <cstdlib>

@@ -1,5 +1,4 @@
-// The handle, the log writers, the SQL trace, the exit log and the
-// thread's last-error record.
+// The handle, the log writers, the SQL trace, the exit log and the last-error record.
 #define KSDB_MODULE "test_log"
 #include "core/ksdb_internal.h"
 #include "tests/core_support.h"
@@ -64,8 +63,8 @@ TEST(Log, StreamLinesCarryThePrefixAndPassTheLevelFilter) {
     Handle h7({log7.get(), 7, trace3.get()}), h3({nullptr, 3, trace3.get()}), h4({nullptr, 4, trace4.get()});
     ksdb_log(h7, "m", 1, 7, 0, "seven\n");
     ksdb_log(h7, "m", 1, 6, 0, "six\n");
-    EXPECT_NE(log7.text().find("m:1 () seven\n"), std::string::npos);
-    EXPECT_NE(log7.text().find("m:1 () six\n"), std::string::npos);
+    EXPECT_TRUE(contains(log7.text(), "m:1 () seven\n"));
+    EXPECT_TRUE(contains(log7.text(), "m:1 () six\n"));
     ksdb_trace(h3, "ksdb_cifs", 5, "sql=%s\n", "SELECT 1");
     ksdb_trace(h4, "ksdb_cifs", 5, "sql=%s\n", "SELECT 1");
     EXPECT_EQ(trace3.text(), "");
@@ -91,9 +90,9 @@ TEST(Log, LevelZeroWritesNothingWarnIsBufferedErrorAndDebugAreFlushed) {
     ksdb_log(hi, "m", 1, KSDB_LOG_WARN, 0, "buffered\n");
     EXPECT_EQ(info.unflushed_on_disk(), "");
     ksdb_log(hi, "m", 1, KSDB_LOG_ERROR, 0, "urgent\n");
-    EXPECT_NE(info.unflushed_on_disk().find("buffered"), std::string::npos);
+    EXPECT_TRUE(contains(info.unflushed_on_disk(), "buffered"));
     ksdb_log(hd, "m", 1, KSDB_LOG_INFO, 0, "info\n");
-    EXPECT_NE(dbg.unflushed_on_disk().find("info"), std::string::npos);
+    EXPECT_TRUE(contains(dbg.unflushed_on_disk(), "info"));
 }
 
 // Guards: partial or empty lines, priorities or categories sent to the journal.
@@ -125,9 +124,9 @@ TEST(Handle, DebugRootRulesAlignmentAndResultPool) {
     EXPECT_EQ(Handle({log.get(), 2, nullptr, (dir / "plain").c_str()}).get(), nullptr);
     EXPECT_EQ(Handle({log.get(), 2, nullptr, (dir / "missing").c_str()}).get(), nullptr);
     std::string text = log.text();
-    EXPECT_NE(text.find("ksdb_api:"), std::string::npos);
-    EXPECT_NE(text.find("(error) Not a directory debug_root=" + (dir / "plain")), std::string::npos);
-    EXPECT_NE(text.find("(error) Invalid debug_root=" + (dir / "missing")), std::string::npos);
+    EXPECT_TRUE(contains(text, "ksdb_api:"));
+    EXPECT_TRUE(contains(text, "(error) Not a directory debug_root=" + (dir / "plain")));
+    EXPECT_TRUE(contains(text, "(error) Invalid debug_root=" + (dir / "missing")));
 
     Handle slash({nullptr, 0, nullptr, "/"}), rooted({nullptr, 0, nullptr, dir.path().c_str()}),
         live;
@@ -169,7 +168,7 @@ TEST(Handle, InitializeOldMakesPoolRecursiveMutexesAndSystemRecord) {
     EXPECT_EQ(ksdb_initialize_old(nullptr, 0, nullptr, "/nonexistent/ksdb-root"), nullptr);
 }
 
-// Guards: the exit line's level; failures missing from the domain log.
+// Guards: the exit line's level; failures missing from the domain log; its line ends.
 TEST(ExitLog, SuccessOnlyAtDebugFailureAtErrorAndInTheDomainLog) {
     TempDir root;
     mkdirs(root / "var/log/kestravad");
@@ -182,7 +181,7 @@ TEST(ExitLog, SuccessOnlyAtDebugFailureAtErrorAndInTheDomainLog) {
     }
     const std::string ok = R"(ksdb_cifs:12 \(debug\) ksdb_cifs_share_export\(\) ==> 0 \(\d+ms\)\n)";
     const std::string bad = R"(ksdb_cifs:13 \(error\) ksdb_cifs_share_import\(\) ==> 3 \(\d+ms\)\n)";
-    EXPECT_EQ(info_log.text().find("ksdb_cifs_share_export"), std::string::npos);
+    EXPECT_FALSE(contains(info_log.text(), "ksdb_cifs_share_export"));
     EXPECT_TRUE(std::regex_search(info_log.text(), std::regex(bad)));
     EXPECT_TRUE(std::regex_search(debug_log.text(), std::regex(ok)));
     EXPECT_TRUE(std::regex_search(debug_log.text(), std::regex(bad)));
@@ -196,21 +195,16 @@ TEST(ExitLog, SuccessOnlyAtDebugFailureAtErrorAndInTheDomainLog) {
         ads[0], std::regex(R"(^\[\d\d-\d\d-\d\d \d\d:\d\d:\d\d\] )" + pid_text() +
                            R"( ksdb_cifs:13 error: ksdb_cifs_share_import\(\) ==> 3 \(\d+ms\)$)")))
         << ads[0];
-    EXPECT_NE(ads[2].find("ksdb_api:1 error: ksdb_import() ==> 4"), std::string::npos);
-}
+    EXPECT_TRUE(contains(ads[2], "ksdb_api:1 error: ksdb_import() ==> 4"));
 
-// Guards: doubled or missing line ends in the domain log.
-TEST(ExitLog, DomainLogAddsANewlineOnlyWhenTheFormatHasNone) {
-    TempDir root;
-    mkdirs(root / "var/log/kestravad");
-    Handle h({nullptr, 0, nullptr, root.path().c_str()});
-    ksdb::ads_log_for(h, "m", 1, KSDB_LOG_WARN, "no newline %d", 1);
-    ksdb::ads_log_for(h, "m", 2, KSDB_LOG_WARN, "has newline %d\n", 2);
-    ksdb::ads_log_for(h, "m", 3, KSDB_LOG_WARN, "inner\nnone at end");
-    std::string ads = read_file(root / "var/log/kestravad/ads.log");
-    EXPECT_NE(ads.find("m:1 warn: no newline 1\n["), std::string::npos) << ads;
-    EXPECT_NE(ads.find("m:2 warn: has newline 2\n["), std::string::npos) << ads;
-    EXPECT_EQ(ads.substr(ads.size() - 12), "\nnone at end") << ads;
+    // A newline is added only when the format has none.
+    ksdb::ads_log_for(quiet, "m", 1, KSDB_LOG_WARN, "no newline %d", 1);
+    ksdb::ads_log_for(quiet, "m", 2, KSDB_LOG_WARN, "has newline %d\n", 2);
+    ksdb::ads_log_for(quiet, "m", 3, KSDB_LOG_WARN, "inner\nnone at end");
+    const std::string text = read_file(root / "var/log/kestravad/ads.log");
+    EXPECT_TRUE(contains(text, "m:1 warn: no newline 1\n[")) << text;
+    EXPECT_TRUE(contains(text, "m:2 warn: has newline 2\n[")) << text;
+    EXPECT_EQ(text.substr(text.size() - 12), "\nnone at end") << text;
 }
 
 // Guards: the last error overwritten, shared between threads or not cleared.

@@ -1,6 +1,5 @@
-// The house rules that a source scan can check: area code reaches the file
-// system only through the shared helpers (which apply the debug root and
-// the one writer), never by calling the C library itself.
+// House rules a source scan checks: area code reaches the file system only through
+// the shared helpers (debug root, one writer), never the C library itself.
 #include "tests/support/test_support.h"
 
 #include <dirent.h>
@@ -69,7 +68,8 @@ std::string code_only(const std::string &text) {
 // not calls of the C library.
 std::vector<std::string> direct_calls(const std::string &file) {
     static const std::regex call(
-        R"((^|[^\w.>:]|[^\w]::|std::)\s*(access|stat|lstat|mkdir|open|fopen|unlink|rename|popen|system|opendir)\s*\()");
+        R"((^|[^\w.>:]|[^\w]::|std::)\s*)"
+        R"((access|stat|lstat|mkdir|open|fopen|unlink|rename|popen|system|opendir)\s*\()");
     std::vector<std::string> out;
     const std::string code = code_only(read_file(file));
     for (auto it = std::sregex_iterator(code.begin(), code.end(), call); it != std::sregex_iterator();

@@ -1,6 +1,4 @@
-// Backup jobs, volume schedules and snapshot settings beyond their case
-// folders: cron's own verdict on each field, the button script's short
-// life, a failure anywhere in the backup export, the volume scan.
+// Backup jobs, volume schedules and snapshot settings beyond their case folders.
 #define KSDB_MODULE "test_job_files"
 #include "util/ksdb_job_files.h"
 

@@ -1,5 +1,4 @@
-// Templates, command helpers, account and host look-ups, name checks and
-// unit conversions.
+// Templates, command helpers, account and host look-ups, names and units.
 #include "tests/support/test_support.h"
 
 #include <sys/stat.h>
@@ -24,10 +23,8 @@ class MiscTest : public RootTest {
     }
 };
 
-// Guards: a field not replaced, or replaced by a value scanned again; no
-// row, NULL or a failure writing something; text before a failing field
-// written; a query longer than 2047 characters run; "%" directives read;
-// a value that adds a line written (each with its status and log line).
+// Guards: fields not replaced or rescanned; no row, NULL or a failure writing; text
+// before a failing field, a query over 2047 characters, "%", a line added.
 TEST_F(MiscTest, TemplatesReplaceFieldsAndStopAtTheFirstBadOne) {
     sql().exec("CREATE TABLE lang(val TEXT); INSERT INTO lang VALUES('zh_TW');"
                "CREATE TABLE t(v TEXT); INSERT INTO t VALUES('{SQL{SELECT 9}}');"
@@ -113,8 +110,7 @@ TEST(MiscCommand, ExecScanfAndSafeSystem) {
     EXPECT_TRUE(WIFEXITED(st) && WEXITSTATUS(st) == 0);
 }
 
-// Guards: the admin names matched case-sensitively or by prefix; the domain
-// administrator outside "ads" mode or without a workgroup; the guest ids.
+// Guards: admin names matched by case or prefix; the domain admin outside "ads"; guest ids.
 TEST_F(MiscTest, AdminsAndGuests) {
     for (const char *admin : {"ADMIN", "admin", "administrator"})
         EXPECT_EQ(ksdb_is_admin_user(h(), admin), 1);
@@ -161,8 +157,7 @@ TEST(MiscNames, CheckDomainNameAndUnits) {
     EXPECT_EQ(ksdb_mul_unit(2, 1), 2000u);
 }
 
-// Guards: the host name read outside the root, more than its first line,
-// or beyond 127 characters.
+// Guards: the host name read outside the root, past its first line or 127 characters.
 TEST_F(MiscTest, HostnameIsReadBelowTheDebugRoot) {
     EXPECT_EQ(ksdb_get_hostname(h()), nullptr);
     put("/etc/hostname", "");
@@ -210,8 +205,7 @@ TEST_F(VfatTest, HostileDeviceNameReachesGrepAsOneWord) {
     EXPECT_EQ(runs(), 3u);
 }
 
-// Guards: a non-vfat mount found; an overlong, option-like or empty name
-// looked up (the command must fit 247 characters).
+// Guards: a non-vfat mount found; an overlong (247), option-like or empty name looked up.
 TEST_F(VfatTest, FindsVfatMountsAndLooksUpNoOverlongOrOptionLikeName) {
     const std::string fits(222, 'd'), too_long(223, 'd');
     table("/dev/sda1 on / type ext4 (rw)\n/dev/sdz1 on /mnt/usb type vfat (rw,noatime)\n" + fits +

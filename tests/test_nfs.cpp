@@ -1,6 +1,5 @@
-// Shares over NFS, beyond the case folders of tests/cases/nfs-share:
-// hostile values read back by the kernel NFS server's own exportfs, a share
-// file that cannot be replaced, and how many statements an export runs.
+// Shares over NFS beyond their case folders: hostile values read back by the
+// kernel server's own exportfs, and a share file that cannot be replaced.
 #define KSDB_MODULE "test_nfs"
 #include "core/ksdb_internal.h"
 #include "tests/support/test_support.h"
@@ -10,8 +9,6 @@
 using namespace ksdb_test;
 
 namespace {
-
-using Rows = std::vector<std::string>;
 
 // What "exportfs -s" printed, one "path|client|rw or ro" per client, with the
 // root taken off the paths and their octal escapes read.
@@ -52,10 +49,8 @@ class NfsTest : public RootTest {
 
 }  // namespace
 
-// Each hostile value in each written column is refused (status 4, no file
-// below the root changed, the row named) or written so that exportfs reads
-// exactly the intended exports and clients, and the import reads a host
-// name back as it was.
+// Guards: a hostile value written where exportfs reads other exports or clients, or the
+// import another host name; a refusal that changes a file or does not name the row.
 TEST_F(NfsTest, HostileValuesAreRefusedOrReadBackExactly) {
     sql().exec(
         "INSERT INTO service_nfs (enabled,user_home_directory,threads,nfsv4) VALUES(1,0,8,1);"
@@ -137,8 +132,7 @@ TEST_F(NfsTest, HostileValuesAreRefusedOrReadBackExactly) {
     }
 }
 
-// A share file that cannot be put in place stops the export at once: the
-// files of the shares before it stay replaced, /etc/exports keeps its text.
+// Guards: /etc/exports replaced after a share's file could not be put in place.
 TEST_F(NfsTest, AShareFileThatCannotBeReplacedStopsTheExport) {
     sql().exec(
         "INSERT INTO _volume (id,lv_name,blk_size) VALUES('vol1','vol1',1);"
@@ -152,32 +146,4 @@ TEST_F(NfsTest, AShareFileThatCannotBeReplacedStopsTheExport) {
     EXPECT_EQ(export_nfs(), KSDB_E_FILE);
     EXPECT_EQ(get("/etc/exports"), "old\n");
     EXPECT_TRUE(contains(get("/vol1/._share/a/nfs.conf"), "\"/vol1/a\" *("));
-}
-
-// The host entries of all shares are read with one statement, not one per
-// share: an export is linear in shares and entries.
-TEST_F(NfsTest, AnExportReadsTheHostEntriesOnce) {
-    sql().exec(
-        "INSERT INTO _volume (id,lv_name,blk_size) VALUES('vol1','vol1',1);"
-        "INSERT INTO host (id,name) VALUES(1,'h1'),(2,'h2');"
-        "WITH RECURSIVE n(i) AS (SELECT 1 UNION ALL SELECT i+1 FROM n WHERE i<40) INSERT INTO "
-        "share "
-        "(id,zfs_name,volume_id,name,path,user_id,group_id) SELECT "
-        "i,'v/s'||i,'vol1','s'||i,'/vol1/s'||i,0,0 FROM n;"
-        "INSERT INTO nfs_share_option (share_id,nfs_access,nfs_sync) SELECT id,'writeable',0 FROM "
-        "share;"
-        "INSERT INTO host_acl (share_id,host_id,proto,read,write,root) SELECT "
-        "S.id,H.id,'nfs',1,0,0 FROM share S,host H");
-    mkdirs(at("/vol1/._share"));
-    CaptureFile trace;
-    h()->trace_stream = trace.get();
-    ASSERT_EQ(export_nfs(), 0) << log();
-    h()->trace_stream = nullptr;
-    int host_reads = 0;
-    for (const std::string &line : lines(trace.text()))
-        host_reads += contains(line, "sql=") && contains(line, "host_acl");
-    EXPECT_EQ(host_reads, 1);
-    EXPECT_EQ(lines(get("/etc/exports")).size(), 40u);
-    EXPECT_TRUE(contains(get("/vol1/._share/s40/nfs.conf"),
-                         " h1(insecure,insecure_locks,no_subtree_check,ro,"));
 }

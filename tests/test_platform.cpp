@@ -1,6 +1,4 @@
-// The built-in platform set: commands, volume list, quota groups, snapshot
-// paths, data checksums in fstab, the SNMP identifier, hardware names, and
-// substitution of the set.
+// The built-in platform set and its substitution.
 #include "tests/support/test_support.h"
 
 #include "platform/platform.h"
@@ -123,7 +121,7 @@ class PlatformQgroup : public RootTest {
     }
 };
 
-// Guards: the quota-group figures and the snapshots counted.
+// Guards: the quota-group figures, the snapshots counted, the status of each failure.
 TEST_F(PlatformQgroup, FiguresOfTheSubvolumeAndItsSnapshots) {
     mkdirs(at("/vol1/share1/.snapshots/1/snapshot"));
     put("/vol1/share1/.snapshots/1/snapshot/.fake-qgroup", "100000 40000 none");
@@ -139,15 +137,13 @@ TEST_F(PlatformQgroup, FiguresOfTheSubvolumeAndItsSnapshots) {
 
     ScopedEnv no_limit("KSDB_FAKE_QGROUP", "4096 4096 none");
     EXPECT_EQ(info(at("/vol1/share1") + "/"), "4096 4096 0 100000 1.00x");
-}
 
-// Guards: the status of each quota-group failure.
-TEST_F(PlatformQgroup, FailuresAreNegativeErrnos) {
+    // The failures are negative errnos.
+    clear_fake_calls();
     EXPECT_EQ(info(at("/vol1/missing")), std::to_string(-ENOENT));
     EXPECT_EQ(info("ksdb-no-such-volume/share"), std::to_string(-ENOENT));
     EXPECT_EQ(btrfs_get_qgroup_info(nullptr, nullptr), -EINVAL);
     EXPECT_TRUE(fake_calls("btrfs").empty());
-    mkdirs(at("/vol1/share1"));
     // No quota group in the output; unreadable figures; a failing command.
     for (auto [figures, rc] :
          std::vector<std::pair<const char *, int>>{{"-", -ENOENT}, {"12k 4k none", -EPROTO}}) {
@@ -253,7 +249,7 @@ TEST_F(PlatformDatasum, NoChangeOrAnUnknownPoolLeavesTheFileAloneAndALinkStaysAL
     ASSERT_EQ(toggle_datasum(link.c_str(), "vol1", 0), 0);
     ASSERT_EQ(lstat(link.c_str(), &after), 0);
     EXPECT_TRUE(S_ISLNK(after.st_mode));
-    EXPECT_NE(read_file(fstab_).find("defaults,noatime,nodatasum"), std::string::npos);
+    EXPECT_TRUE(contains(read_file(fstab_), "defaults,noatime,nodatasum"));
 }
 
 

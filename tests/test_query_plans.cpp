@@ -1,16 +1,8 @@
-// The query plans of every statement an export or an import runs.  Each
-// call's statements are captured from the connection while it runs, on the
-// seeded state of every case folder and on the demo appliance (every
-// category both ways), then looked at with EXPLAIN QUERY PLAN.  A statement
-// whose shape (its text with the literals taken out) one call site of the
-// library runs again and again in one step runs once per share or row; it,
-// and every inner loop of a join or of a correlated subquery, must reach its
-// rows through an index: a full scan there, an index the planner has to
-// build on every run, or a search by the protocol (or another column that
-// narrows nothing) alone makes the work grow with the square of the rows.  A
-// single scan of the table a loop walks is fine.  Nothing here names an
-// exporter's statements: the exporters added later are checked the same way
-// as soon as a case folder seeds them.
+// The query plans of every statement an export or import runs, captured on
+// every case folder's seeded state and on the demo appliance.  A statement one
+// call site runs per row, and every inner loop of a join or correlated
+// subquery, must reach its rows through an index: a scan, an index built per
+// run or a search by a kind column alone grows with the square of the rows.
 #include "tests/support/case_runner.h"
 #include "tests/support/test_support.h"
 
@@ -28,7 +20,6 @@ using namespace ksdb_test;
 
 namespace {
 
-// ---- capturing the statements of one call ----------------------------------------
 
 struct Statement {
     std::string sql;
@@ -37,10 +28,8 @@ struct Statement {
     std::string site;  // the library's call site ("ksdb_cifs:123") that ran it
 };
 
-// Records every statement run on the connection, with the step and the
-// call site that ran it, for as long as it lives.  The connection reports
-// each statement of a multi-statement text on its own; the library's SQL
-// trace, read as it is written, names the call site of each.
+// Records every statement run on the connection with its step and call site
+// (from the library's SQL trace, read as it is written).
 class Capture {
   public:
     Capture(ksdb_handle *h, sqlite3 *db) : h_(h), db_(db), level_(h->log_level), trace_(h->trace_stream) {
@@ -102,10 +91,8 @@ class Capture {
     std::vector<Statement> statements_;
 };
 
-// ---- shapes ------------------------------------------------------------------------
 
-// The statement with every string and number literal replaced by "?":
-// statements of one shape differ only in the values of the row they serve.
+// The statement with every string and number literal replaced by "?".
 std::string shape(const std::string &sql) {
     std::string out;
     auto word_char = [](char c) {
@@ -135,15 +122,13 @@ std::string shape(const std::string &sql) {
     return out;
 }
 
-// ---- plans -------------------------------------------------------------------------
 
 struct PlanRow {
     int id = 0, parent = 0;
     std::string detail;
 };
 
-// EXPLAIN QUERY PLAN of the statement; false when it cannot be prepared any
-// more (a table the call made and dropped again).
+// EXPLAIN QUERY PLAN of the statement; false when it no longer prepares.
 bool explain(sqlite3 *db, const std::string &sql, std::vector<PlanRow> *rows) {
     sqlite3_stmt *st = nullptr;
     if (sqlite3_prepare_v2(db, ("EXPLAIN QUERY PLAN " + sql).c_str(), -1, &st, nullptr) != SQLITE_OK) {
@@ -166,22 +151,17 @@ std::string lower(std::string s) {
     return s;
 }
 
-// Tables whose rows are bounded by the appliance, not by its shares or
-// accounts: the one-row settings tables, the volumes, the network ports.
-// A loop may walk them whole.
+// Tables the appliance bounds (settings, volumes, ports): a loop may walk them whole.
 bool bounded_table(const std::string &table) {
     static const std::set<std::string> kBounded = {
-        "_volume",          "account_default",    "passwordrecovery", "system_config",
-        "vital_product_data", "network_if",       "backup_protocol",  "$kestravad",
-        "usb_port",         "usb_storage",        "_lang_supported",
-    };
+        "_volume",         "account_default", "passwordrecovery", "system_config", "vital_product_data",
+        "network_if",      "backup_protocol", "$kestravad",       "usb_port",      "usb_storage",
+        "_lang_supported"};
     return starts_with(table, "service_") || kBounded.count(table) > 0;
 }
 
-// Columns that sort rows into a handful of kinds (the protocol of an access
-// entry, local or domain account, what a key serves, a map entry's type): a
-// search by them alone finds the rows of every share or account of that
-// kind, not those of one.
+// Columns that sort rows into a handful of kinds: a search by them alone
+// finds the rows of every share or account of that kind.
 bool kind_column(const std::string &column) {
     static const std::set<std::string> kKinds = {"proto", "rid", "serve_for", "type"};
     return kKinds.count(lower(column)) > 0;
@@ -244,8 +224,7 @@ std::string judge(const std::string &detail, const std::map<std::string, std::st
     return "";
 }
 
-// Every loop of the plan that runs once per row (all of them when the
-// statement itself does) and grows with the rows: "plan line: why".
+// Every per-row loop of the plan that grows with the rows: "plan line: why".
 std::vector<std::string> plan_findings(const std::vector<PlanRow> &plan, const std::string &sql,
                                        bool per_row) {
     const auto names = aliases(sql);
@@ -266,9 +245,7 @@ std::vector<std::string> plan_findings(const std::vector<PlanRow> &plan, const s
                     const std::string why = judge(r.detail, names, subqueries);
                     if (!why.empty()) out.push_back(r.detail + ": " + why);
                 }
-                // A loop over a table the appliance bounds (the volumes,
-                // the ports) repeats what it encloses a bounded number of
-                // times: a scan inside it is still one pass of its table.
+                // Inside a loop over a bounded table a scan is still one pass.
                 if (!bounded_table(loop_table(r.detail, names))) loop_seen = true;
                 walk(r.id, inner || loop_seen);
             } else {
@@ -280,8 +257,7 @@ std::vector<std::string> plan_findings(const std::vector<PlanRow> &plan, const s
     return out;
 }
 
-// Statements that read or write rows; the others (BEGIN, PRAGMA, CREATE
-// ...) have no plan worth a look.
+// Statements that read or write rows (BEGIN, PRAGMA, CREATE have no plan worth a look).
 bool explainable(const std::string &sql) {
     const size_t start = sql.find_first_not_of(" \t\r\n");
     if (start == std::string::npos) return false;
@@ -291,13 +267,9 @@ bool explainable(const std::string &sql) {
     return false;
 }
 
-// The findings of one call: one entry per statement shape and call site,
-// naming the step, whether it ran per row, the statement, and each
-// offending plan line.  A statement runs per row when one site runs its
-// shape more than once in one run of a step (a helper that several steps
-// call once each is no loop) with other values each time, or three times
-// or more with the same: a statement that an exporter runs twice as it
-// stands (once to check every value, once to write) is no loop either.
+// The findings of one call, one per statement shape and call site.  A shape
+// runs per row when one site runs it in one run of a step with other values,
+// or three times or more with the same (check then write is no loop).
 std::vector<std::string> check_call(sqlite3 *db, const std::vector<Statement> &statements) {
     auto key = [](const Statement &s) {
         return std::to_string(s.run) + " " + s.site + " " + shape(s.sql);
@@ -335,7 +307,6 @@ std::string joined(const std::vector<std::string> &v) {
     return out;
 }
 
-// ---- the fixture ---------------------------------------------------------------------
 
 class QueryPlanTest : public RootTest {
   protected:
@@ -379,8 +350,7 @@ class QueryPlanTest : public RootTest {
     size_t calls_ = 0;
 };
 
-// One test per case folder: its export on the export law's state, its
-// import on the import law's.
+// One test per case folder: its export and its import on the laws' states.
 class CasePlanTest : public QueryPlanTest {
   public:
     explicit CasePlanTest(CaseSpec spec) : spec_(std::move(spec)) {}
@@ -406,8 +376,7 @@ class CasePlanTest : public QueryPlanTest {
 
 const bool registered = [] {
     for (const CaseSpec &spec : find_cases(KSDB_CASES_DIR)) {
-        // A malformed case is the case runner's to report; a case no law
-        // runs is run by its own test.
+        // Malformed or law-less cases are reported and run elsewhere.
         if (spec.category < 0 || (!spec.export_law && !spec.import_law)) continue;
         std::string name = spec.name;
         for (char &c : name)
@@ -420,6 +389,7 @@ const bool registered = [] {
 
 }  // namespace
 
+// Guards: a per-row statement of any category that grows with the square of the rows.
 TEST_F(QueryPlanTest, EveryCategoryOfTheDemoApplianceBothWays) {
     demo();
     std::vector<std::string> findings;
@@ -443,7 +413,7 @@ TEST_F(QueryPlanTest, EveryCategoryOfTheDemoApplianceBothWays) {
     EXPECT_GT(calls_, 500u) << "the calls ran hardly any statement";
 }
 
-// The check itself: what it takes for a per-row loop and what it does not.
+// Guards: the check itself missing a per-row scan, search by kind or built index.
 TEST(QueryPlanCheck, FindsScansSearchesByKindAndBuiltIndexesInPerRowLoops) {
     Db db;
     db.exec("CREATE TABLE share (id INTEGER PRIMARY KEY, name TEXT COLLATE NOCASE UNIQUE);"
@@ -465,20 +435,19 @@ TEST(QueryPlanCheck, FindsScansSearchesByKindAndBuiltIndexesInPerRowLoops) {
     // Once per share it is a pass per share.
     auto f = findings({one, two});
     ASSERT_EQ(f.size(), 1u);
-    EXPECT_NE(f[0].find("runs 2 times"), std::string::npos) << f[0];
-    EXPECT_NE(f[0].find("by kind alone"), std::string::npos) << f[0];
+    EXPECT_TRUE(contains(f[0], "runs 2 times")) << f[0];
+    EXPECT_TRUE(contains(f[0], "by kind alone")) << f[0];
     // An index by share turns it into a search for the share's rows.
     db.exec("CREATE INDEX user_acl_share ON user_acl (share_id, proto, user_id)");
     EXPECT_TRUE(findings({one, two}).empty());
 
-    // An inner loop of one statement: a full scan or a built index is found,
-    // the walk of the outer table is not.
+    // An inner loop's full scan or built index is found, the outer table's walk is not.
     f = findings({"SELECT S.name FROM share S LEFT JOIN member M ON M.group_id=S.id"});
     ASSERT_EQ(f.size(), 1u);
-    EXPECT_NE(f[0].find("builds an index of member"), std::string::npos) << f[0];
+    EXPECT_TRUE(contains(f[0], "builds an index of member")) << f[0];
     f = findings({"SELECT S.name,(SELECT COUNT(*) FROM member M WHERE M.group_id=S.id) FROM share S"});
     ASSERT_EQ(f.size(), 1u) << joined(f);
-    EXPECT_NE(f[0].find("reads every row of member"), std::string::npos) << f[0];
+    EXPECT_TRUE(contains(f[0], "reads every row of member")) << f[0];
     EXPECT_TRUE(findings({"SELECT name FROM share"}).empty());
     // A one-row settings table may be read whole on every row.
     EXPECT_TRUE(findings({"SELECT on_off FROM service_x", "SELECT on_off FROM service_x"}).empty());
@@ -487,9 +456,7 @@ TEST(QueryPlanCheck, FindsScansSearchesByKindAndBuiltIndexesInPerRowLoops) {
               "SELECT ?,?,x1 FROM `t 2` WHERE a=-?");
 }
 
-// Each index the schema adds for the statements is what keeps them off the
-// findings: dropped, the call that needs it is found; ksdb_create puts it
-// back without moving the schema version.
+// Guards: a needed index missing unnoticed, or not restored by ksdb_create (same version).
 TEST_F(QueryPlanTest, ADroppedIndexIsFoundAndCreateRestoresIt) {
     auto case_named = [](const std::string &name) {
         for (const CaseSpec &c : find_cases(KSDB_CASES_DIR))
@@ -531,7 +498,7 @@ TEST_F(QueryPlanTest, ADroppedIndexIsFoundAndCreateRestoresIt) {
         stage();  // the same call again, on the same state but for the index
         sql().exec(std::string("DROP INDEX `") + k.index + "`");
         const std::string found = call();
-        EXPECT_NE(found.find(k.table), std::string::npos) << found;
+        EXPECT_TRUE(contains(found, k.table)) << found;
 
         ASSERT_EQ(ksdb_create(h(), db()), 0);
         EXPECT_EQ(sql().scalar("PRAGMA user_version"), "23");
@@ -541,8 +508,7 @@ TEST_F(QueryPlanTest, ADroppedIndexIsFoundAndCreateRestoresIt) {
     }
 }
 
-// The queue's four selections deliver from an index in delivery order: no
-// sort of the due messages.
+// Guards: the queue's four selections sorting the due messages instead of using the index.
 TEST_F(QueryPlanTest, QueueDeliveryFollowsItsIndexes) {
     ASSERT_EQ(ksdb_queue_create(h(), db(), 0), 0);
     for (int i = 0; i < 4; ++i)
@@ -567,8 +533,8 @@ TEST_F(QueryPlanTest, QueueDeliveryFollowsItsIndexes) {
         std::string text;
         for (const PlanRow &r : plan) text += r.detail + "\n";
         ++deliveries;
-        EXPECT_EQ(text.find("TEMP B-TREE"), std::string::npos) << s.sql << "\n" << text;
-        EXPECT_NE(text.find("USING INDEX queue_delivery"), std::string::npos) << s.sql << "\n" << text;
+        EXPECT_FALSE(contains(text, "TEMP B-TREE")) << s.sql << "\n" << text;
+        EXPECT_TRUE(contains(text, "USING INDEX queue_delivery")) << s.sql << "\n" << text;
     }
     EXPECT_EQ(deliveries, 4);
 }

@@ -1,13 +1,10 @@
-// The persistent queue: delivery time, order and selection of messages,
-// create/remove/remove-clean, and the failure paths (status 3, transaction
-// ended, db_mutex free for other threads).
+// The persistent queue: delivery, selection, removal and the failure paths.
 #include "tests/core_support.h"
 
 #include <ctime>
 #include <regex>
 
 using namespace ksdb_test;
-using Rows = std::vector<std::string>;
 
 namespace {
 
@@ -76,7 +73,7 @@ TEST_F(QueueTest, CreateMakesBothTablesWordForWordAndEmptiesTheQueue) {
     EXPECT_EQ(sql_of(db_, "config"),
               "CREATE TABLE `config` ( `maxlen` INT NOT NULL DEFAULT 65536, PRIMARY KEY (`maxlen`))");
     EXPECT_EQ(db_.rows("SELECT maxlen FROM config"), Rows{"65536"});
-    EXPECT_NE(log_.text().find("(error) DB (queue) schema version: new ==> 0\n"), std::string::npos);
+    EXPECT_TRUE(contains(log_.text(), "(error) DB (queue) schema version: new ==> 0\n"));
 
     push("a", "b", "one", 0, now() - 10);
     ASSERT_EQ(ksdb_queue_create(h(), db(), 1000), 0);
@@ -88,8 +85,8 @@ TEST_F(QueueTest, CreateMakesBothTablesWordForWordAndEmptiesTheQueue) {
     db_.exec("PRAGMA user_version=7");
     ASSERT_EQ(ksdb_queue_create(h(), db(), 0), 0);
     EXPECT_EQ(db_.scalar("PRAGMA user_version"), "0");
-    EXPECT_NE(log_.text().find("(error) DB (queue) schema version: 7 ==> 0\n"), std::string::npos);
-    EXPECT_EQ(log_.text().find("DB upgrate"), std::string::npos) << "no upgrade steps to announce";
+    EXPECT_TRUE(contains(log_.text(), "(error) DB (queue) schema version: 7 ==> 0\n"));
+    EXPECT_FALSE(contains(log_.text(), "DB upgrate")) << "no upgrade steps to announce";
 }
 
 TEST_F(QueueTest, DeliveryWaitsForItsTimeThenGoesByPriorityTimeAndId) {
@@ -139,7 +136,7 @@ TEST_F(QueueTest, SelectionBySourceDestinationBothOrNeitherAndNamesTooLongAreRef
     int len = -1;
     EXPECT_EQ(ksdb_queue_stat(h(), db(), long_src.c_str(), "x", &len), KSDB_E_DB);
     EXPECT_EQ(vals(), Rows{"for y"});
-    EXPECT_NE(log_.text().find("Queue name too long"), std::string::npos);
+    EXPECT_TRUE(contains(log_.text(), "Queue name too long"));
     EXPECT_TRUE(clean());
     push(fitting.c_str(), "x", "fits", 0, t);
     EXPECT_EQ(pop_val(fitting.c_str(), "x"), "fits");
@@ -228,11 +225,12 @@ TEST_F(QueueTest, EveryOperationEndsWithItsExitLogAndMissingTablesGiveThree) {
     for (const auto &[name, rc] : failed) {
         const std::string f = std::string("ksdb_queue_") + name + "() ==> ";
         EXPECT_EQ(rc, 3) << name;
-        EXPECT_NE(log.find("(debug) " + f + "0 ("), std::string::npos) << name;
-        EXPECT_NE(log.find("(error) " + f + "3 ("), std::string::npos) << name;
-        EXPECT_NE(ads.find(" error: " + f + "3 ("), std::string::npos) << name;
+        EXPECT_TRUE(contains(log, "(debug) " + f + "0 (")) << name;
+        EXPECT_TRUE(contains(log, "(error) " + f + "3 (")) << name;
+        EXPECT_TRUE(contains(ads, " error: " + f + "3 (")) << name;
     }
-    EXPECT_TRUE(std::regex_search(log, std::regex(R"(ksdb_queue:\d+ \(debug\) ksdb_queue_create\(\) ==> 0 \(\d+ms\)\n)")));
+    EXPECT_TRUE(std::regex_search(
+        log, std::regex(R"(ksdb_queue:\d+ \(debug\) ksdb_queue_create\(\) ==> 0 \(\d+ms\)\n)")));
     // A failed call hands back no message and no count.
     EXPECT_EQ(Rows({val ? val : "-", src ? src : "-", dst ? dst : "-"}), (Rows{"-", "-", "-"}));
     EXPECT_EQ(ts + id + len, 0);
@@ -244,7 +242,7 @@ TEST_F(QueueTest, AFailedCreateOrCommitKeepsTheOldQueue) {
     Deny no_config_insert{SQLITE_INSERT, "config"}, no_drop{SQLITE_DROP_TABLE, "config"};
     sqlite3_set_authorizer(db(), deny, &no_config_insert);
     EXPECT_EQ(ksdb_queue_create(h(), db(), 0), 3);
-    EXPECT_NE(log_.text().find("(error) Query (REPLACE queue.config) fail.\n"), std::string::npos);
+    EXPECT_TRUE(contains(log_.text(), "(error) Query (REPLACE queue.config) fail.\n"));
     db_.exec("PRAGMA user_version=3");
     sqlite3_set_authorizer(db(), deny, &no_drop);
     EXPECT_EQ(ksdb_queue_create(h(), db(), 0), 3);
@@ -283,6 +281,7 @@ TEST(QueueAssert, NullOutputsStopTheProcess) {
     int ts = 0;
     EXPECT_DEATH(ksdb_queue_pop(h, db, nullptr, nullptr, nullptr, &ts, nullptr, nullptr), "`val' failed");
     EXPECT_DEATH(ksdb_queue_pop(h, db, nullptr, nullptr, &val, nullptr, nullptr, nullptr), "`ts' failed");
-    EXPECT_DEATH(ksdb_queue_read(h, db, nullptr, nullptr, &val, &ts, nullptr, nullptr, nullptr), "`id' failed");
+    EXPECT_DEATH(ksdb_queue_read(h, db, nullptr, nullptr, &val, &ts, nullptr, nullptr, nullptr),
+                 "`id' failed");
     EXPECT_DEATH(ksdb_queue_stat(h, db, nullptr, nullptr, nullptr), "`len' failed");
 }

@@ -1,7 +1,5 @@
-// Exports at scale: an export after a change replaces only the files whose
-// content changed (the writer compares before it replaces), and a batch of
-// commits flushes each folder once, at its end, sweeping the temporary
-// files of dead writers there with one scan.
+// Exports at scale: only changed files are replaced; a batch flushes and sweeps
+// each folder once, at its end.
 #define KSDB_MODULE "test_scale"
 #include "util/ksdb_file_utils.h"
 
@@ -106,9 +104,8 @@ TEST_F(ScaleTest, AnExportAfterAChangeReplacesOnlyTheFilesThatChanged) {
     EXPECT_EQ(get("/vol1/._share/private/recycle.conf"), "30,0\n");
 }
 
-// In a batch a target that is already as it should be is recognised through
-// its path, every folder is flushed and swept once at the end (a file whose
-// writer still holds its lock is kept), and a folder gone by then is named.
+// Guards: a batch missing an unchanged target, flushing or sweeping before its end,
+// sweeping a locked writer's file, or not naming a folder gone by then.
 TEST_F(ScaleTest, ABatchFlushesAndSweepsEachFolderOnceAtItsEnd) {
     auto commit = [&](const char *live, const char *text, mode_t mode = 0644) {
         ksdb::ManagedFile f(h(), ksdb_file_spec{live, -1, -1, static_cast<int>(mode)});
@@ -164,5 +161,5 @@ TEST_F(ScaleTest, ABatchFlushesAndSweepsEachFolderOnceAtItsEnd) {
     ASSERT_EQ(unlink(at("/etc/gone/file.conf").c_str()), 0);
     ASSERT_EQ(rmdir(at("/etc/gone").c_str()), 0);
     EXPECT_EQ(batch.flush(), KSDB_E_FILE);
-    EXPECT_NE(log().find("Cannot write the folder " + at("/etc/gone") + " to disk"), std::string::npos);
+    EXPECT_TRUE(contains(log(), "Cannot write the folder " + at("/etc/gone") + " to disk"));
 }

@@ -1,8 +1,5 @@
-// The service files beyond their case folders (tests/cases/*-service):
-// hostile values in every guarded column, what a shell makes of the sourced
-// files, readers that meet something other than a regular file, Samba's and
-// proftpd's own checkers, the SNMP object identifier, the look-ups and the
-// host-name switch.
+// The service files beyond their case folders: hostile values, sourced files,
+// non-regular files met by readers, the daemons' checkers, look-ups, switches.
 #define KSDB_MODULE "test_service"
 #include "core/ksdb_internal.h"
 #include "tests/support/case_runner.h"
@@ -90,40 +87,25 @@ struct GuardedColumn {
 #define FTP(column, good) {KSDB_CAT_FTP_SERVICE, "service_ftp", column, "rowid 1", good, kAll, false}
 #define SNMP(column, good, r) {KSDB_CAT_SNMP_SERVICE, "service_snmp", column, "rowid 1", good, r, true}
 const GuardedColumn kGuarded[] = {
-    CIFS("allow_trusted_domains", "0"),
-    CIFS("hostname_lookups", "0"),
-    CIFS("map_to_guest", "Never"),
-    CIFS("oplocks", "1"),
-    CIFS("orgunit", "Sales"),
-    CIFS("restrict_ou", "Staff"),
-    CIFS("no_sync_ads", "0"),
-    CIFS("idmap_backend", "rid"),
-    CIFS("password_server", "dc1"),
-    CIFS("realm", "EXAMPLE.COM"),
-    CIFS("security", "user"),
-    CIFS("workgroup", "WORKGROUP"),
-    CIFS("domain_admin_user", "Administrator"),
+    CIFS("allow_trusted_domains", "0"), CIFS("hostname_lookups", "0"), CIFS("map_to_guest", "Never"),
+    CIFS("oplocks", "1"), CIFS("orgunit", "Sales"), CIFS("restrict_ou", "Staff"), CIFS("no_sync_ads", "0"),
+    CIFS("idmap_backend", "rid"), CIFS("password_server", "dc1"), CIFS("realm", "EXAMPLE.COM"),
+    CIFS("security", "user"), CIFS("workgroup", "WORKGROUP"), CIFS("domain_admin_user", "Administrator"),
     {KSDB_CAT_CIFS_SERVICE, "_volume", "lv_name", "id 1", "c", kAllButBlank, false},
     {KSDB_CAT_CIFS_SERVICE, "smb_username_map", "unix_uname", "id 1", "alice", kAll, false},
     {KSDB_CAT_CIFS_SERVICE, "smb_username_map", "smb_uname", "id 1", "ALICE", kAll, false},
     {KSDB_CAT_CIFS_SERVICE, "smb_username_map", "type", "id 1", "UNAME", kAll, false},
     {KSDB_CAT_NFS_SERVICE, "service_nfs", "domain", "rowid 1", "example.com", kAll, false},
-    FTP("port", "21"),
-    FTP("passive_range_min", "32768"),
-    FTP("passive_range_max", "65535"),
-    FTP("max_upload_rate", "0"),
-    FTP("max_download_rate", "0"),
-    FTP("masquerade", "192.0.2.10"),
+    FTP("port", "21"), FTP("passive_range_min", "32768"), FTP("passive_range_max", "65535"),
+    FTP("max_upload_rate", "0"), FTP("max_download_rate", "0"), FTP("masquerade", "192.0.2.10"),
     {KSDB_CAT_DEFAULT_SERVICE, "service_misc", "key", "", "MOTTO", kAll, false},
     {KSDB_CAT_DEFAULT_SERVICE, "service_misc", "val", "MOTTO", "my files", kLineBreaks, false},
     {KSDB_CAT_DEFAULT_SERVICE, "service_snmp", "location", "SNMP_LOCATION", "Server room 2", kLineBreaks,
      false},
     {KSDB_CAT_REPLICATE_SERVICE, "service_replicate", "owner", "rowid 1", "alice@example.com", kLineBreaks,
      false},
-    SNMP("allow_host", "10.0.0.0/8", kAll),
-    SNMP("community", "public", kAll),
-    SNMP("trap_destination", "10.0.0.1", kAll),
-    SNMP("contact", "ops team", kAllButBlank),
+    SNMP("allow_host", "10.0.0.0/8", kAll), SNMP("community", "public", kAll),
+    SNMP("trap_destination", "10.0.0.1", kAll), SNMP("contact", "ops team", kAllButBlank),
     SNMP("location", "Server room 2", kAllButBlank),
     {KSDB_CAT_ANTIVIRUS_SERVICE, "_volume", "lv_name", "id 1", "c", kAllButBlank, true},
     {KSDB_CAT_ANTIVIRUS_SERVICE, "share", "path", "name lun1", "/c/lun 1", kAllButBlank, true},
@@ -141,8 +123,7 @@ const std::vector<std::pair<const char *, const char *>> kHostile[] = {
      {"\"", ""}, {"'", ""}, {"", "\\"}, {" ", ""}},
 };
 
-// Guards: a hostile value written, reported without its row, or refused
-// after some file was already replaced.
+// Guards: a hostile value written, refused without its row or after a file was replaced.
 TEST_F(ServiceTest, HostileValuesInEveryGuardedColumnAreRefusedBeforeAnyFileIsWritten) {
     valid_rows();
     for (int cat :
@@ -202,8 +183,7 @@ std::vector<std::string> source(const std::string &file, const std::vector<std::
     return out;
 }
 
-// Guards: a sourced value escaped so that the shell runs or changes it, or
-// not read back by the import; the NFS daemon's defaults.
+// Guards: a sourced value the shell runs or changes, or the import misreads; NFS defaults.
 TEST_F(ServiceTest, SourcingTheSettingsFilesGivesTheStoredTextsAndRunsNothing) {
     const std::string marker = at("/injected");
     const std::vector<std::string> values = {
@@ -271,8 +251,7 @@ TEST_F(ServiceTest, ReadersRefuseWhatIsNotARegularFileWithoutWaiting) {
     }
 }
 
-// Guards: a parameter Samba does not know or a value it refuses, in any
-// state of the settings: unset, stand-alone with shares, domain member.
+// Guards: a parameter or value Samba refuses: unset, stand-alone with shares, domain member.
 TEST_F(ServiceTest, SambaAcceptsTheWholeGeneratedConfigurationInEveryState) {
     if (!have_program("testparm")) GTEST_SKIP() << "testparm is not installed (scripts/setup-deps)";
     std::string out;
@@ -332,8 +311,7 @@ TEST_F(ServiceTest, ProftpdAcceptsTheGeneratedFilesInEveryState) {
     EXPECT_NE(run_checker("check-proftpd.sh", at("/proftpd.check.conf"), &out), 0) << out;
 }
 
-// Guards: the username-map types matched loosely; the SSH switch's failure
-// not reported; a wrong DOS code page for a language.
+// Guards: username-map types matched loosely; the SSH switch's failure; DOS code pages.
 TEST_F(ServiceTest, LookUpsAndTheDosCodePage) {
     EXPECT_EQ(ksdb_valid_smb_username_map_type("UNAME") + ksdb_valid_smb_username_map_type("HASH"), 2);
     for (const char *bad : {"uname", "UNAME ", "", static_cast<const char *>(nullptr)})
@@ -356,8 +334,7 @@ TEST_F(ServiceTest, LookUpsAndTheDosCodePage) {
     }
 }
 
-// Guards: a text object identifier (it would add a directive) written; the
-// platform's identifier not used.
+// Guards: a text SNMP object identifier written; the platform's identifier not used.
 TEST_F(ServiceTest, TheSnmpObjectIdentifierIsThePlatformsNumericOne) {
     object_id([](char *buffer, size_t size) -> int {
         return std::snprintf(buffer, size, "1.3.6.1.4.1.99999.7") < 0;
@@ -378,8 +355,8 @@ TEST_F(ServiceTest, TheSnmpObjectIdentifierIsThePlatformsNumericOne) {
         if (spec.name == "snmp-service/no-object-id") run_export_law(spec);
 }
 
-// Guards: the host-name switches set by an address or a network, not set by
-// a name, changed by another protocol's entries; a failed update not 3.
+// Guards: host-name switches set by an address, unset by a name, crossed between
+// protocols; a failed update not 3.
 TEST_F(ServiceTest, HostNameLookupsAreOnExactlyWhenAnEntryNamesAHost) {
     sql().exec("INSERT INTO service_cifs (user_home_directory,hostname_lookups) VALUES(0,7);"
                "INSERT INTO service_ftp (use_reverse_dns) VALUES(7);"

@@ -1,16 +1,12 @@
-// The shares-common pieces that the CIFS cases do not reach: the strict
-// list reader, the access entries in the forms of the other protocols, the
-// access words and the line copy of USB shares.
+// The shares-common pieces the case folders do not reach, and the exports' statement counts.
 #define KSDB_MODULE "test_share_common"
 #include "shares/ksdb_share_common.h"
-#include "tests/support/test_support.h"
+#include "tests/support/share_tests.h"
 
 using namespace ksdb_test;
 namespace shares = ksdb::shares;
 
 namespace {
-
-using Rows = std::vector<std::string>;
 
 class ShareCommonTest : public RootTest {
   protected:
@@ -36,8 +32,8 @@ TEST_F(ShareCommonTest, StrictListsKeepQuotedSeparatorsAndRefuseLongOrOpenNames)
     EXPECT_EQ(shares::split_list_strict(h(), std::string(128, 'x'), ',', &out), KSDB_E_FILE);
     EXPECT_EQ(shares::split_list_strict(h(), std::string(127, 'x'), ',', &out), 0);
     const std::string text = log();
-    EXPECT_NE(text.find("(error) Name is too long or unterminated '\"'.\n"), std::string::npos);
-    EXPECT_NE(text.find("(error) Name is too long.\n"), std::string::npos);
+    EXPECT_TRUE(contains(text, "(error) Name is too long or unterminated '\"'.\n"));
+    EXPECT_TRUE(contains(text, "(error) Name is too long.\n"));
     // The loose reader drops a quote at either end of each entry on its own.
     EXPECT_EQ(shares::split_list("a\",\"b , \"c\"", ','), (Rows{"a", "b", "c"}));
 }
@@ -70,7 +66,7 @@ TEST_F(ShareCommonTest, AccountAndHostEntriesInEveryProtocolsForm) {
     sql().exec("DROP TABLE host_acl");
     EXPECT_EQ(shares::put_host_acl_root(h(), db(), 7, id, "nfs", 0, 0, "ins\n", "upd\n"),
               KSDB_E_DB);
-    EXPECT_NE(log().find("(error) ins\n"), std::string::npos);
+    EXPECT_TRUE(contains(log(), "(error) ins\n"));
 }
 
 // Guards: access words or the USB line copy.
@@ -85,31 +81,71 @@ TEST_F(ShareCommonTest, AccessWordsAndUsbLineCopies) {
               "\"/media/usb\" *(ro)\n\"/media/usbdisk\"\n");
 }
 
-// The logged form of an account entry names the statement that failed; the
-// USB path line gives the share under /media only, whole and one folder.
+// Guards: a failed account entry logged without its statement; USB path lines misread.
 TEST_F(ShareCommonTest, LoggedAccountEntriesAndUsbPathLines) {
     const shares::AccountRef alice = shares::parse_account("alice", false);
-    EXPECT_EQ(shares::put_account_acl_logged(h(), db(), 7, "afp", alice, 1, 1, true, "ins\n",
-                                             "upd\n"),
-              0);
-    sql().exec("CREATE TRIGGER no_update BEFORE UPDATE ON user_acl BEGIN "
-               "SELECT RAISE(ABORT,'x'); END");
-    EXPECT_EQ(shares::put_account_acl_logged(h(), db(), 7, "afp", alice, 1, 0, false, "ins\n",
-                                             "upd\n"),
-              0);  // no update asked for
-    EXPECT_EQ(shares::put_account_acl_logged(h(), db(), 7, "afp", alice, 1, 0, true, "ins\n",
-                                             "upd\n"),
-              KSDB_E_DB);
-    EXPECT_NE(log().find("(error) upd\n"), std::string::npos);
+    auto put = [&](int read, int write, bool update) {
+        return shares::put_account_acl_logged(h(), db(), 7, "afp", alice, read, write, update, "ins\n",
+                                              "upd\n");
+    };
+    EXPECT_EQ(put(1, 1, true), 0);
+    sql().exec("CREATE TRIGGER no_update BEFORE UPDATE ON user_acl BEGIN SELECT RAISE(ABORT,'x'); END");
+    EXPECT_EQ(put(1, 0, false), 0);  // no update asked for
+    EXPECT_EQ(put(1, 0, true), KSDB_E_DB);
+    EXPECT_TRUE(contains(log(), "(error) upd\n"));
     EXPECT_EQ(sql().rows("SELECT read,write FROM user_acl"), Rows{"1|1"});
     sql().exec("DROP TABLE user_acl");
-    EXPECT_EQ(shares::put_account_acl_logged(h(), db(), 7, "afp", alice, 1, 1, true, "ins\n",
-                                             "upd\n"),
-              KSDB_E_DB);
-    EXPECT_NE(log().find("(error) ins\n"), std::string::npos);
+    EXPECT_EQ(put(1, 1, true), KSDB_E_DB);
+    EXPECT_TRUE(contains(log(), "(error) ins\n"));
 
     EXPECT_EQ(shares::usb_media_share("  path = /media/My Docs\r\n"), "My Docs");
     for (const char *line : {"  path = /vol1/data", "  path = /media/a/b", "  path = /media/..",
                              "  path = /mediax/a", "  path = /media/", "[media]"})
         EXPECT_EQ(shares::usb_media_share(line), std::nullopt) << line;
+}
+
+// Guards: an export reading the access or host entries once per share (its
+// statements growing with the shares).
+TEST_F(ShareCommonTest, AnExportRunsTheSameStatementsForTenOrFortyShares) {
+    sql().exec("INSERT INTO _volume (id,lv_name,blk_size) VALUES('vol1','vol1',1);"
+               "INSERT INTO host (id,name) VALUES(1,'h1'),(2,'h2')");
+    for (const char *v : {"/vol1/._share", "/etc/quillfold/usb/._share"}) mkdirs(at(v));
+    const struct {
+        int category;
+        const char *rows;  // "%d": the share's id
+        const char *file, *last;  // a file the export writes and what it holds of share 40
+    } kProtocols[] = {
+        {KSDB_CAT_AFP_SHARE,
+         "INSERT INTO afp_share_option (share_id,afp_access,afp_guest_access) VALUES(%d,'disabled',0);"
+         "INSERT INTO user_acl (share_id,user_id,proto,read,write) VALUES(%d,1000,'afp',1,1)",
+         "/vol1/._share/s40/afp.conf", "[s40]\n"},
+        {KSDB_CAT_RSYNC,
+         "INSERT INTO rsync_share_option (share_id,available,passwordprotection,rsync_access) "
+         "VALUES(%d,1,'disabled','readonly');"
+         "INSERT INTO host_acl (share_id,host_id,proto,read,write) VALUES(%d,1,'rsync',1,1)",
+         "/etc/quillfold/rsync/Shares.conf", "[s40]\n"},
+        {KSDB_CAT_NFS_SHARE,
+         "INSERT INTO nfs_share_option (share_id,nfs_access,nfs_sync) VALUES(%d,'writeable',0);"
+         "INSERT INTO host_acl (share_id,host_id,proto,read,write,root) VALUES(%d,1,'nfs',1,0,0),"
+         "(%d,2,'nfs',1,0,0)",
+         "/vol1/._share/s40/nfs.conf", " h1(insecure,insecure_locks,no_subtree_check,ro,"},
+    };
+    for (const auto &p : kProtocols) {
+        SCOPED_TRACE(ksdb_cat2str(p.category));
+        sql().exec("DELETE FROM share; DELETE FROM host_acl; DELETE FROM user_acl");
+        int made = 0;
+        auto statements = [&](int shares) {
+            for (; made < shares; ++made) {
+                const std::string n = std::to_string(made + 1);
+                sql().exec("INSERT INTO share (id,zfs_name,volume_id,name,path,user_id,group_id) VALUES(" +
+                           n + ",'vol1/s" + n + "','vol1','s" + n + "','/vol1/s" + n + "',0,0);" +
+                           replace_all(p.rows, "%d", n));
+            }
+            return selects_during(h(), [&] { EXPECT_EQ(ksdb_export(h(), db(), p.category), 0) << log(); });
+        };
+        const int ten = statements(10);
+        EXPECT_GT(ten, 0);
+        EXPECT_EQ(statements(40), ten);
+        EXPECT_TRUE(contains(get(p.file), p.last)) << get(p.file);
+    }
 }

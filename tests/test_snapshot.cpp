@@ -1,6 +1,4 @@
-// The scan of existing snapshots and the snapshot look-ups: what the case
-// folders cannot express (the file-system tool's listing and creation
-// times through the recording fake, the platform's snapshot path).
+// The scan of existing snapshots (creation times through the recording fake) and the look-ups.
 #include "tests/support/test_support.h"
 
 #include <algorithm>
@@ -74,7 +72,7 @@ TEST_F(SnapshotScanTest, RecordsBothKindsOfSnapshotWithTypeAndTime) {
                                "data/archive|r_from-nas2|3|1709816709",
                                "data/docs|s_weekly|4|1706745601",
                            }));
-    EXPECT_NE(log().find("Specified ShareName(orphan) is not exist."), std::string::npos);
+    EXPECT_TRUE(contains(log(), "Specified ShareName(orphan) is not exist."));
     // Creation times come from the file-system tool, given paths below the root.
     const FakeCall show = {"btrfs", "subvolume", "show", at("/data/._share/docs/.snapshot/s_weekly")};
     const auto calls = fake_calls("btrfs");
@@ -103,8 +101,7 @@ TEST_F(SnapshotScanTest, ASnapshotWithoutItsTimeEndsTheScanWithSuccess) {
     EXPECT_EQ(ksdb_snapshots_import_zfs(h(), db(), nullptr, "archive"), 0) << log();
     EXPECT_EQ(sqlite3_get_autocommit(db()), 0);
     sql().exec("COMMIT");
-    EXPECT_NE(log().find("share_name[archive], snapshot_name[c_broken], time[0]"),
-              std::string::npos);
+    EXPECT_TRUE(contains(log(), "share_name[archive], snapshot_name[c_broken], time[0]"));
     EXPECT_EQ(sql().scalar("SELECT COUNT(*) FROM `$snapshot` WHERE name='c_broken'"), "0");
 }
 
@@ -116,8 +113,7 @@ TEST_F(SnapshotScanTest, LatestNameOfAShare) {
     EXPECT_STREQ(name, "s_weekly");
     EXPECT_EQ(ksdb_getLatestSnapshotName(h(), db(), "data/none", &name), 1);
     EXPECT_EQ(name, nullptr);
-    EXPECT_NE(log().find("ksdb_getLatestSnapshotName: No dataset found in $snapshot."),
-              std::string::npos);
+    EXPECT_TRUE(contains(log(), "ksdb_getLatestSnapshotName: No dataset found in $snapshot."));
     EXPECT_EQ(ksdb_getLatestSnapshotName(h(), db(), nullptr, &name), 4);
 }
 

@@ -9,7 +9,6 @@
 #include <thread>
 
 using namespace ksdb_test;
-using Rows = std::vector<std::string>;
 
 namespace {
 
@@ -49,8 +48,7 @@ TEST(SqlRetry, StaysBusyFor1001AttemptsAndTheLastErrorTellsSqlitesFiveFromTheLib
     sqlite3_free_table(table);
     EXPECT_EQ(rc, SQLITE_BUSY);
     EXPECT_GE(elapsed, std::chrono::milliseconds(10000)) << "1000 sleeps of 10 ms";
-    EXPECT_NE(trace.text().find(" ==> 1000:5 (database is locked) nrow=0 ncol=0\n"),
-              std::string::npos);
+    EXPECT_TRUE(contains(trace.text(), " ==> 1000:5 (database is locked) nrow=0 ncol=0\n"));
     EXPECT_EQ(last_error(), "1 5 test_sql:2 database is locked");
     // The library's own 5: a file failure of an operation.
     ksdb::logged(h, "ksdb_nfs", 9, "ksdb_nfs_share_export", [] { return KSDB_E_FILE; });
@@ -90,7 +88,7 @@ TEST(SqlLogging, FailuresOfPlainStatementsAtDebugOfQueriesAtErrorANullResultStop
     char **table = nullptr;
     ksdb_sql_get_table(h2, db, nullptr, "m", 2, &table, nullptr, nullptr, "BROKEN2");
     sqlite3_free_table(table);
-    EXPECT_NE(log.text().find("m:2 (error) SQL=BROKEN2 ==> 1 "), std::string::npos);
+    EXPECT_TRUE(contains(log.text(), "m:2 (error) SQL=BROKEN2 ==> 1 "));
     EXPECT_DEATH(ksdb_sql_get_table(h, db, nullptr, "m", 1, nullptr, nullptr, nullptr, "SELECT 1"),
                  "result");
     EXPECT_DEATH(ksdb_sql_get_int32_mprintf(h, db, nullptr, "m", 1, nullptr, nullptr, "SELECT 1"),
@@ -103,26 +101,19 @@ namespace {
 // Each getter on one query: "rc value is_null" per getter (i32 i64 u32 u64),
 // then the text getter's "rc value" ("<kept>" when it left the value alone).
 Rows typed(ksdb_handle *h, sqlite3 *db, const char *sql) {
-    int32_t v32 = 111;
-    int64_t v64 = 111;
-    uint32_t vu32 = 111;
-    uint64_t vu64 = 111;
-    int n32 = 7, n64 = 7, nu32 = 7, nu64 = 7;
+    Rows out;
+    auto number = [&](auto getter, auto value) {
+        int is_null = 7;
+        const int rc = getter(h, db, nullptr, "m", 1, &value, &is_null, "%s", sql);
+        out.push_back(std::to_string(rc) + " " + std::to_string(value) + " " + std::to_string(is_null));
+    };
+    number(ksdb_sql_get_int32_mprintf, int32_t{111});
+    number(ksdb_sql_get_int64_mprintf, int64_t{111});
+    number(ksdb_sql_get_uint32_mprintf, uint32_t{111});
+    number(ksdb_sql_get_uint64_mprintf, uint64_t{111});
     static char kept[] = "<kept>";
     char *s = kept;
-    auto f = [](int rc, auto v, int n) {
-        return std::to_string(rc) + " " + std::to_string(v) + " " + std::to_string(n);
-    };
-    Rows out;
-    int rc = ksdb_sql_get_int32_mprintf(h, db, nullptr, "m", 1, &v32, &n32, "%s", sql);
-    out.push_back(f(rc, v32, n32));
-    rc = ksdb_sql_get_int64_mprintf(h, db, nullptr, "m", 1, &v64, &n64, "%s", sql);
-    out.push_back(f(rc, v64, n64));
-    rc = ksdb_sql_get_uint32_mprintf(h, db, nullptr, "m", 1, &vu32, &nu32, "%s", sql);
-    out.push_back(f(rc, vu32, nu32));
-    rc = ksdb_sql_get_uint64_mprintf(h, db, nullptr, "m", 1, &vu64, &nu64, "%s", sql);
-    out.push_back(f(rc, vu64, nu64));
-    rc = ksdb_sql_get_scaler_mprintf(h, db, nullptr, "m", 1, &s, "%s", sql);
+    const int rc = ksdb_sql_get_scaler_mprintf(h, db, nullptr, "m", 1, &s, "%s", sql);
     out.push_back(std::to_string(rc) + " " + (s ? s : "<NULL>"));
     return out;
 }
@@ -152,7 +143,7 @@ TEST_F(SqlTest, TypedGettersConvertCheckAndFailDifferentlyOnPurpose) {
     EXPECT_NE(log.find("ksdb_sql_get_scaler_mprintf is called with SQL which has vector output. "
                        "(ncol=2, nrow=1).\n"),
               std::string::npos);
-    EXPECT_EQ(log.find("ksdb_sql_get_uint32_mprintf is called"), std::string::npos);
+    EXPECT_FALSE(contains(log, "ksdb_sql_get_uint32_mprintf is called"));
 }
 
 // Guards: unquoted values; the update run after a failed insert.
@@ -267,7 +258,7 @@ TEST_F(TableHelpers, RenameBetweenScratchAndStoredNames) {
     // Between two stored names: the new name is dropped, then ALTER TABLE.
     ASSERT_EQ(ksdb_sql_rename_table(h_, db_, nullptr, "a", "b"), 0);
     EXPECT_EQ(db_.scalar("SELECT COUNT(*) FROM sqlite_master WHERE name='a'"), "0");
-    EXPECT_NE(trace_.text().find("sql=ALTER TABLE `a` RENAME TO `b`\n"), std::string::npos);
+    EXPECT_TRUE(contains(trace_.text(), "sql=ALTER TABLE `a` RENAME TO `b`\n"));
     EXPECT_EQ(ksdb_sql_rename_table(h_, db_, nullptr, "missing", "c"), 1);
     EXPECT_TRUE(lock_free(h_->db_mutex)) << "every path released the lock";
 }
@@ -285,5 +276,5 @@ TEST_F(TableHelpers, DeleteAndDropStopAtTheFirstFailure) {
     EXPECT_EQ(ksdb_sql_drop_tables(h_, db_, nullptr, "", empty), 0);
     EXPECT_EQ(ksdb_sql_drop_tables(h_, db_, nullptr, "_", prefixed), 0);
     EXPECT_EQ(db_.scalar("SELECT COUNT(*) FROM sqlite_master WHERE name='_a'"), "0");
-    EXPECT_NE(trace_.text().find("sql=DROP TABLE IF EXISTS `_a`\n"), std::string::npos);
+    EXPECT_TRUE(contains(trace_.text(), "sql=DROP TABLE IF EXISTS `_a`\n"));
 }

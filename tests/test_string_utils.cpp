@@ -1,6 +1,4 @@
-// The string helpers: cursors, splitters, trimmers, escapers, day-of-week
-// sets and the C INI reader (the fuzz targets check their properties on
-// arbitrary text; these are the exact forms and edges).
+// The string helpers' exact forms and edges (the fuzz targets check their properties).
 #include "tests/support/test_support.h"
 
 using namespace ksdb_test;
@@ -44,25 +42,23 @@ TEST(StringCursor, SkipsCLocaleSpacesAndToCharacters) {
 // Guards: empty fields from splitchr or lost by split; the rest not in the last output.
 TEST(StringSplit, SplitchrSkipsRunsSplitKeepsEmptyFields) {
     char *f1 = kUntouched, *f2 = kUntouched, *f3 = kUntouched;
-    auto b = buf("  a  b");
-    char *p = b.data();
+    std::vector<char> b;
+    char *p = nullptr;
+    auto text = [&](const char *s) { b = buf(s), p = b.data(); };
+    text("  a  b");
     EXPECT_EQ(splitchr(&p, " ", &f1, &f2, &f3, NULL), 2);
     EXPECT_EQ(std::string(f1) + "|" + f2, "a|b");
     EXPECT_EQ(f3, kUntouched);
-    b = buf("cmd \targ1  arg2 ");
-    p = b.data();
+    text("cmd \targ1  arg2 ");
     EXPECT_EQ(splitchr(&p, " \t", &f1, &f2, NULL), 2);
     EXPECT_STREQ(f2, "arg1  arg2 ");
-    b = buf("a!!!!b");
-    p = b.data();
+    text("a!!!!b");
     EXPECT_EQ(split(&p, "!!", &f1, &f2, &f3, NULL), 3);
     EXPECT_EQ(std::string(f1) + "|" + f2 + "|" + f3, "a||b");
-    b = buf("OPTS=-a=1 -b=2");
-    p = b.data();
+    text("OPTS=-a=1 -b=2");
     EXPECT_EQ(split(&p, "=", &f1, &f2, NULL), 2);
     EXPECT_STREQ(f2, "-a=1 -b=2");
-    b = buf("novalue");
-    p = b.data();
+    text("novalue");
     f2 = kUntouched;
     EXPECT_EQ(split(&p, "!!", &f1, &f2, NULL), 1);
     EXPECT_EQ(f2, kUntouched);
@@ -71,8 +67,7 @@ TEST(StringSplit, SplitchrSkipsRunsSplitKeepsEmptyFields) {
     EXPECT_EQ(splitstr(b.data(), "!!", &f1, &f2, NULL), 2);
     EXPECT_STREQ(f2, "secret!!x");
     Handle h;
-    b = buf("x!!y!!!z!!");
-    p = b.data();
+    text("x!!y!!!z!!");
     char **a = split_to_array(h, &p, "!!");
     ASSERT_NE(a, nullptr);
     EXPECT_EQ(std::string(a[0]) + "|" + a[1] + "|" + a[2] + "|" + a[3], "x|y|!z|");

@@ -72,7 +72,7 @@ TEST_F(VolumeTest, ImportRecordsScannedVolumesAndTheMediaPseudoVolume) {
                   "media|media|<NULL>|<NULL>|<NULL>|<NULL>|0|<NULL>|UNKNOWN",
                   "odd|odd" + uuid + "sdd|1000000|250000|1024||UNKNOWN",
               }));
-    EXPECT_NE(log().find("(debug) vol-name[ignored]\n"), std::string::npos);
+    EXPECT_TRUE(contains(log(), "(debug) vol-name[ignored]\n"));
 
     // A failed scan leaves only the pseudo-volume.
     g_scan_result = -5;
@@ -102,7 +102,7 @@ TEST_F(VolumeTest, MaintenanceLogRecordsStartsAndEnds) {
     }
     ASSERT_EQ(ksdb_update_vol_maint_log(h(), db(), "scrub", "sdb", 0, nullptr, nullptr), 0);
     EXPECT_EQ(ksdb_update_vol_maint_log(h(), db(), "scrub", "sdb", 0, nullptr, nullptr), KSDB_E_DB);
-    EXPECT_NE(log().find("Error adding new record to $vol_maint_log table\n"), std::string::npos);
+    EXPECT_TRUE(contains(log(), "Error adding new record to $vol_maint_log table\n"));
 }
 
 // Guards: attribute commands, fstab checksums and the attributes read back.
@@ -128,7 +128,7 @@ TEST_F(VolumeTest, AttributesAreSetWithTheToolsBelowTheRootAndReadFromFlagsAndQu
     // line is untouched.
     EXPECT_EQ(get("/etc/fstab"),
               "UUID=1 /data btrfs defaults 0 0\nUUID=2 /other btrfs defaults 0 0\n");
-    EXPECT_NE(log().find("\ntoggle_datasum pool[data] rval[0]"), std::string::npos);
+    EXPECT_TRUE(contains(log(), "\ntoggle_datasum pool[data] rval[0]"));
 
     ScopedEnv fail("KSDB_FAKE_FAIL", "chattr");
     EXPECT_EQ(ksdb_btrfs_set_attr(h(), "/data/docs", "compression", "on"), KSDB_E_SPAWN);

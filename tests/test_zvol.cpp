@@ -1,5 +1,4 @@
-// iSCSI LUN shares: what the case folders cannot express (sparse backing
-// stores, failing statements).
+// iSCSI LUN shares beyond their case folders: sparse backing stores, failing statements.
 #include "tests/support/test_support.h"
 
 #include <fcntl.h>
@@ -36,8 +35,7 @@ TEST_F(ZvolTest, ASparseBackingStoreIsSizedAndMarkedSparse) {
     EXPECT_EQ(sql().rows("SELECT S.name,Z.kb_size,Z.is_sparse FROM share S JOIN zvol_share_option "
                          "Z ON Z.share_id=S.id"),
               std::vector<std::string>{"vm|10485760|1"});
-    EXPECT_NE(log().find("Cannot load /data/._share/vm/iscsi.conf. Ignore zvol share config.\n"),
-              std::string::npos);
+    EXPECT_TRUE(contains(log(), "Cannot load /data/._share/vm/iscsi.conf. Ignore zvol share config.\n"));
 }
 
 // Guards: a failed row not 3; a refused share stopping the others.
@@ -46,7 +44,7 @@ TEST_F(ZvolTest, AFailedRowGivesThreeAndTheDriverKeepsTheTables) {
     lun("lun1");
     sql().exec("ALTER TABLE zvol_share_option RENAME TO zvol_away");
     EXPECT_EQ(ksdb_import(h(), db(), KSDB_CAT_ZVOL_SHARE), KSDB_E_DB);
-    EXPECT_NE(log().find("Fail on 'INSERT INTO zvol_share_option'"), std::string::npos);
+    EXPECT_TRUE(contains(log(), "Fail on 'INSERT INTO zvol_share_option'"));
     EXPECT_EQ(sql().scalar("SELECT COUNT(*) FROM share"), "0");
 
     // A share row the database refuses is passed over; the others are kept.
@@ -54,7 +52,7 @@ TEST_F(ZvolTest, AFailedRowGivesThreeAndTheDriverKeepsTheTables) {
     sql().exec("CREATE TRIGGER no_lun0 BEFORE INSERT ON share WHEN NEW.name='lun0' "
                "BEGIN SELECT RAISE(ABORT,'refused'); END");
     ASSERT_EQ(ksdb_import(h(), db(), KSDB_CAT_ZVOL_SHARE), 0) << log();
-    EXPECT_NE(log().find("Ignore duplicate dataset name (lun0).\n"), std::string::npos);
+    EXPECT_TRUE(contains(log(), "Ignore duplicate dataset name (lun0).\n"));
     EXPECT_EQ(sql().column("SELECT name FROM share"), std::vector<std::string>{"lun1"});
 }
 

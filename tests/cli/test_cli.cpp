@@ -1,8 +1,5 @@
-// The ksdb command, run as a program: every command's success path, its
-// main failure paths with their exit statuses and messages, a diff that
-// changes nothing while showing what the following export changes, a
-// checked export that refuses what a daemon's checker rejects, and two
-// processes on one database that do not wait for each other.
+// The ksdb command, run as a program: each command's success and main failure
+// paths, diff, the checked export, and two processes on one database.
 #include "tests/support/test_support.h"
 
 #include <fcntl.h>
@@ -45,6 +42,11 @@ class CliTest : public ::testing::Test {
         args.insert(args.begin(), {"--db", db_, "--root", root_, "--log-level", "1"});
         return ksdb(args, env);
     }
+    // The same against this test's database only, without a log.
+    Outcome quiet(std::vector<std::string> args) {
+        args.insert(args.begin(), {"--db", db_, "--log-level", "0"});
+        return ksdb(args);
+    }
 
     // A copy of the demo appliance below this test's folder.
     void demo_tree() {
@@ -69,8 +71,8 @@ class CliTest : public ::testing::Test {
 
 }  // namespace
 
-// Guards: the usage text, and the messages of a missing or unknown command.
-TEST_F(CliTest, HelpDocumentsTheCommandsAndStatusCodes) {
+// Guards: the usage text, the messages of a missing or unknown command, create's versions.
+TEST_F(CliTest, HelpDocumentsTheCommandsAndCreatePrintsTheSchemaVersions) {
     Outcome r = ksdb({"--help"});
     EXPECT_EQ(r.status, 0);
     for (const char *text : {"usage: ksdb [options] COMMAND", "  diff CATEGORY...",
@@ -82,15 +84,11 @@ TEST_F(CliTest, HelpDocumentsTheCommandsAndStatusCodes) {
     EXPECT_EQ(none.err, "ksdb: which command?\nTry 'ksdb --help'.\n");
     EXPECT_EQ(ksdb({"frobnicate"}).err, "ksdb: unknown command 'frobnicate'\nTry 'ksdb --help'.\n");
     EXPECT_EQ(ksdb({"--log-level", "9", "create"}).status, 4);
-}
-
-// Guards: the schema versions printed by create.
-TEST_F(CliTest, CreatePrintsTheSchemaVersionBeforeAndAfter) {
+    // The schema versions printed by create.
     Outcome first = ksdb({"--db", db_, "--log-level", "1", "create"});
     EXPECT_EQ(first.status, 0);
     EXPECT_EQ(first.out, "schema version: new -> 23\n");
-    Outcome again = ksdb({"--db", db_, "--log-level", "1", "create"});
-    EXPECT_EQ(again.out, "schema version: 23 -> 23\n");
+    EXPECT_EQ(ksdb({"--db", db_, "--log-level", "1", "create"}).out, "schema version: 23 -> 23\n");
 }
 
 // Guards: a failure's message or exit status.
@@ -101,21 +99,19 @@ TEST_F(CliTest, FailuresGiveOneLineAndTheLibraryStatus) {
                                    ": directory " + (dir_ / "no/such/dir") +
                                    " does not exist (status 5: a file, buffer or parse failure)\n");
 
-    ASSERT_EQ(ksdb({"--db", db_, "--log-level", "0", "create"}).status, 0);
+    ASSERT_EQ(quiet({"create"}).status, 0);
     Outcome unknown = ksdb({"--db", db_, "import", "CIFS_SHARE", "FOO"});
     EXPECT_EQ(unknown.status, 4);
     EXPECT_EQ(unknown.err, "ksdb: unknown category 'FOO' (see 'ksdb categories') (status 4: "
                            "invalid argument or unhandled category)\n");
     EXPECT_EQ(ksdb({"--db", db_, "export", "47"}).status, 4);
 
-    Outcome query = ksdb({"--db", db_, "--log-level", "0", "sql", "SELEC 1"});
+    Outcome query = quiet({"sql", "SELEC 1"});
     EXPECT_EQ(query.status, 1);
     EXPECT_EQ(query.err,
               "ksdb: query failed: near \"SELEC\": syntax error (status 1: SQL logic error)\n");
-    // An extended result code is printed whole and exits with its primary
-    // code.
-    Outcome twice = ksdb({"--db", db_, "--log-level", "0", "sql",
-                          "CREATE TABLE t (x UNIQUE); INSERT INTO t VALUES (1),(1)"});
+    // An extended result code is printed whole and exits with its primary code.
+    Outcome twice = quiet({"sql", "CREATE TABLE t (x UNIQUE); INSERT INTO t VALUES (1),(1)"});
     EXPECT_EQ(twice.status, SQLITE_CONSTRAINT);
     EXPECT_EQ(twice.err, "ksdb: query failed: UNIQUE constraint failed: t.x (status 2067: "
                          "constraint failed)\n");
@@ -126,8 +122,7 @@ TEST_F(CliTest, FailuresGiveOneLineAndTheLibraryStatus) {
     EXPECT_EQ(uncreated.err, "ksdb: the database is not at schema version 23; run 'ksdb create' "
                              "(status 4: invalid argument or unhandled category)\n");
 
-    Outcome bad_root = ksdb({"--db", db_, "--root", dir_ / "missing", "--log-level", "0", "import",
-                         "VOLUME"});
+    Outcome bad_root = quiet({"--root", dir_ / "missing", "import", "VOLUME"});
     EXPECT_EQ(bad_root.status, 4);
     EXPECT_TRUE(contains(bad_root.err, "invalid debug root")) << bad_root.err;
 }
@@ -146,8 +141,7 @@ TEST_F(CliTest, ImportAndExportReportEachCategoryAndTheFilesPutInPlace) {
     EXPECT_EQ(exported.status, 0) << exported.err;
     EXPECT_TRUE(std::regex_search(exported.out, std::regex(R"(^export CIFS_SHARE: ok \(\d+ ms\)\n)")))
         << exported.out;
-    // The demo's Shares.conf already holds this content, with the owner and
-    // mode of a checkout: only they are set.
+    // The demo's Shares.conf already holds this content: only owner and mode are set.
     EXPECT_TRUE(contains(exported.out, "  fixed     " + root_ + "/etc/quillfold/samba/Shares.conf\n"))
         << exported.out;
     EXPECT_TRUE(contains(exported.out, "  new       " + root_ + "/run/usb/samba/Shares.conf\n"))
@@ -162,9 +156,7 @@ TEST_F(CliTest, DiffChangesNothingAndShowsWhatTheExportThenChanges) {
     ASSERT_EQ(on_db({"create"}).status, 0);
     ASSERT_EQ(on_db({"import", "ALL"}).status, 0);
     ASSERT_EQ(on_db({"sql", "UPDATE cifs_share_option SET cifs_access='readonly' WHERE "
-                            "share_id=(SELECT id FROM share WHERE name='public')"})
-                  .status,
-              0);
+                            "share_id=(SELECT id FROM share WHERE name='public')"}).status, 0);
 
     auto before = snapshot();
     Outcome diff = on_db({"diff", "CIFS_SHARE"});
@@ -194,8 +186,7 @@ TEST_F(CliTest, DiffChangesNothingAndShowsWhatTheExportThenChanges) {
               replace_all(shares, "  writeable = 1\n", "  write list = \"+admin\",\"Administrator\"\n"));
     EXPECT_EQ(on_db({"diff", "CIFS_SHARE"}).out, "0 files would change\n");
 
-    // A failing export in the dry run gives its status and still changes
-    // nothing.
+    // A failing export in the dry run gives its status and still changes nothing.
     before = snapshot();
     Outcome bad = on_db({"diff", "HOTPLUG_USB"});
     EXPECT_EQ(bad.status, 4);
@@ -203,17 +194,14 @@ TEST_F(CliTest, DiffChangesNothingAndShowsWhatTheExportThenChanges) {
     EXPECT_EQ(snapshot(), before);
 }
 
-// An application of share 'docs' brings a Samba include file: the share
-// file names it, so Samba's checker reads it with the rest.
+// Guards: a checked export writing what Samba's checker (with the app's include) rejects.
 TEST_F(CliTest, CheckedExportRefusesWhatTheCheckerRejectsAndChangesNothing) {
     if (!have_program("testparm")) GTEST_SKIP() << "testparm is not installed (scripts/setup-deps)";
     demo_tree();
     ASSERT_EQ(on_db({"create"}).status, 0);
     ASSERT_EQ(on_db({"import", "ALL"}).status, 0);
     ASSERT_EQ(on_db({"sql", "INSERT INTO `$application_on_share` (zfs_name,app_name) "
-                            "VALUES('data/docs','media')"})
-                  .status,
-              0);
+                            "VALUES('data/docs','media')"}).status, 0);
     mkdirs(root_ + "/apps/media/etc");
     write_file(root_ + "/apps/media/etc/samba.include", "  no such parameter = 1\n");
 
@@ -256,12 +244,10 @@ TEST_F(CliTest, CheckedExportRefusesWhatTheCheckerRejectsAndChangesNothing) {
     EXPECT_FALSE(contains(read_file(root_ + "/etc/quillfold/samba/Shares.conf"), "writeable = 1"));
 }
 
-// One process holds a long read while another writes: in WAL mode neither
-// waits for the other (the library would retry a busy database for about
-// ten seconds).
+// Guards: a reader and a writer process waiting for each other (not WAL).
 TEST_F(CliTest, AReaderAndAWriterDoNotWaitForEachOther) {
-    ASSERT_EQ(ksdb({"--db", db_, "--log-level", "0", "create"}).status, 0);
-    EXPECT_EQ(ksdb({"--db", db_, "sql", "PRAGMA journal_mode"}).out,
+    ASSERT_EQ(quiet({"create"}).status, 0);
+    EXPECT_EQ(quiet({"sql", "PRAGMA journal_mode"}).out,
               "journal_mode\n------------\nwal\n(1 row)\n");
 
     const std::string trace = dir_ / "reader.trace";
@@ -284,8 +270,8 @@ TEST_F(CliTest, AReaderAndAWriterDoNotWaitForEachOther) {
     std::this_thread::sleep_for(std::chrono::milliseconds(200));
 
     auto t0 = std::chrono::steady_clock::now();
-    Outcome write = ksdb({"--db", db_, "--log-level", "0", "sql", "CREATE TABLE meanwhile (x)"});
-    Outcome read = ksdb({"--db", db_, "sql", "SELECT count(*) AS n FROM meanwhile"});
+    Outcome write = quiet({"sql", "CREATE TABLE meanwhile (x)"});
+    Outcome read = quiet({"sql", "SELECT count(*) AS n FROM meanwhile"});
     auto elapsed = std::chrono::steady_clock::now() - t0;
     int status = 0;
     EXPECT_EQ(waitpid(reader, &status, WNOHANG), 0) << "the reader stopped early";
@@ -299,17 +285,15 @@ TEST_F(CliTest, AReaderAndAWriterDoNotWaitForEachOther) {
 
 // Guards: queue tables in the configuration database; the queue file options.
 TEST_F(CliTest, TheQueueKeepsItsOwnDatabase) {
-    ASSERT_EQ(ksdb({"--db", db_, "--log-level", "0", "create"}).status, 0);
-    ASSERT_EQ(ksdb({"--db", db_, "--log-level", "0", "queue", "create"}).status, 0);
+    ASSERT_EQ(quiet({"create"}).status, 0);
+    ASSERT_EQ(quiet({"queue", "create"}).status, 0);
     EXPECT_TRUE(exists(dir_ / "queue.db"));
     // The configuration database keeps its schema and works on.
-    EXPECT_EQ(ksdb({"--db", db_, "sql", "PRAGMA user_version"}).out,
+    EXPECT_EQ(quiet({"sql", "PRAGMA user_version"}).out,
               "user_version\n------------\n23\n(1 row)\n");
     Outcome import = ksdb({"--db", db_, "--log-level", "1", "import", "VOLUME"});
     EXPECT_EQ(import.status, 0) << import.err;
-    EXPECT_EQ(ksdb({"--db", db_, "sql", "SELECT count(*) AS n FROM sqlite_master WHERE "
-                                        "name IN ('queue','config')"})
-                  .out,
+    EXPECT_EQ(quiet({"sql", "SELECT count(*) AS n FROM sqlite_master WHERE name IN ('queue','config')"}).out,
               "n\n-\n0\n(1 row)\n");
 
     // --queue-db and $KSDB_QUEUE_DB name another file.
@@ -318,21 +302,19 @@ TEST_F(CliTest, TheQueueKeepsItsOwnDatabase) {
     ASSERT_EQ(ksdb({"--queue-db", other, "--log-level", "0", "queue", "push", "hello"}).status, 0);
     EXPECT_EQ(ksdb({"--log-level", "0", "queue", "stat"}, "KSDB_QUEUE_DB='" + other + "' ").out,
               "1\n");
-    EXPECT_EQ(ksdb({"--db", db_, "--log-level", "0", "queue", "stat"}).out, "0\n");
+    EXPECT_EQ(quiet({"queue", "stat"}).out, "0\n");
 }
 
 // Guards: the queue commands' output and statuses.
 TEST_F(CliTest, QueueCommands) {
-    ASSERT_EQ(ksdb({"--db", db_, "--log-level", "0", "queue", "create"}).status, 0);
+    ASSERT_EQ(quiet({"queue", "create"}).status, 0);
     auto q = [&](std::vector<std::string> args) {
-        args.insert(args.begin(), {"--db", db_, "--log-level", "0", "queue"});
-        return ksdb(args);
+        args.insert(args.begin(), "queue");
+        return quiet(args);
     };
     EXPECT_EQ(q({"push", "--src", "ui", "--dst", "daemon", "--pri", "5", "hello"}).status, 0);
     EXPECT_EQ(q({"push", "--src", "ui", "--dst", "daemon", "--at", "+3600", "later"}).status, 0);
-    EXPECT_EQ(q({"push", "--src", "cron", "--dst", "daemon", "--at", "2000-01-01 00:00:00", "old"})
-                  .status,
-              0);
+    EXPECT_EQ(q({"push", "--src", "cron", "--dst", "daemon", "--at", "2000-01-01 00:00:00", "o"}).status, 0);
     EXPECT_EQ(q({"stat"}).out, "2\n");  // the message of the future is not counted yet
     EXPECT_EQ(q({"stat", "--src", "ui"}).out, "1\n");
 
@@ -357,7 +339,7 @@ TEST_F(CliTest, QueueCommands) {
 
 // Guards: the table and JSON forms of a result.
 TEST_F(CliTest, SqlPrintsAnAlignedTableOrJsonLines) {
-    ASSERT_EQ(ksdb({"--db", db_, "--log-level", "0", "create"}).status, 0);
+    ASSERT_EQ(quiet({"create"}).status, 0);
     Outcome table = ksdb({"--db", db_, "sql",
                       "SELECT 'a' AS name, 12345 AS n UNION ALL SELECT 'longer name', NULL"});
     EXPECT_EQ(table.status, 0);
@@ -367,10 +349,10 @@ TEST_F(CliTest, SqlPrintsAnAlignedTableOrJsonLines) {
               "a            12345\n"
               "longer name  NULL\n"
               "(2 rows)\n");
-    Outcome json = ksdb({"--db", db_, "sql", "--json", "SELECT 'say \"hi\"' AS text, NULL AS empty"});
+    Outcome json = quiet({"sql", "--json", "SELECT 'say \"hi\"' AS text, NULL AS empty"});
     EXPECT_EQ(json.out, "{\"text\":\"say \\\"hi\\\"\",\"empty\":null}\n");
     // Scratch tables of the connection are there to query.
-    EXPECT_EQ(ksdb({"--db", db_, "sql", "SELECT COUNT(*) AS n FROM _volume WHERE id='media'"}).out,
+    EXPECT_EQ(quiet({"sql", "SELECT COUNT(*) AS n FROM _volume WHERE id='media'"}).out,
               "n\n-\n1\n(1 row)\n");
 }
 

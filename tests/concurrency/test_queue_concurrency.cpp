@@ -1,14 +1,8 @@
-// Consumers in several threads and several processes drain one queue: every
-// message is delivered exactly once, and each consumer sees its messages in
-// delivery order.
-//
-// Caller-side set-up that makes consumers in several processes practical
-// (the library's transactions begin with a deferred BEGIN, so a pop reads
-// before it writes): WAL journal mode, so readers never block the writer;
-// extended result codes, so a pop whose snapshot another process's delete
-// overtook gets SQLITE_BUSY_SNAPSHOT (517), which is not retried: the pop
-// returns 3 and the consumer pops again with a fresh snapshot; and
-// synchronous=NORMAL to keep the run short.
+// Consumers in several threads and processes drain one queue: every message is
+// delivered once, each consumer in delivery order.  Caller-side set-up: WAL (readers
+// never block the writer); extended result codes, so a pop whose snapshot another
+// process overtook gets SQLITE_BUSY_SNAPSHOT (517), returns 3 and is retried with a
+// fresh snapshot; synchronous=NORMAL to keep the run short.
 #define KSDB_MODULE "test_queue_concurrency"
 #include "core/ksdb_internal.h"
 #include "tests/support/test_support.h"

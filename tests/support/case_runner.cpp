@@ -138,7 +138,7 @@ class CaseTest : public RootTest {
     void check_log() {
         const std::string text = log();
         for (const std::string &l : spec_.log_lines)
-            EXPECT_NE(text.find(l), std::string::npos) << "the log lacks: " << l;
+            EXPECT_TRUE(contains(text, l)) << "the log lacks: " << l;
     }
 
     void export_law() {

@@ -101,6 +101,9 @@ class CaptureFile {
     std::string path_;
 };
 
+// Rows of a query, lines of a text, names: what most comparisons are made of.
+using Rows = std::vector<std::string>;
+
 std::vector<std::string> lines(const std::string &text);
 inline bool contains(const std::string &text, const std::string &part) {
     return text.find(part) != std::string::npos;
