@@ -8,8 +8,6 @@
 #include "tests/support/case_runner.h"
 #include "tests/support/test_support.h"
 
-#include <signal.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <chrono>
@@ -81,31 +79,15 @@ TEST_P(CrashSafetyTest, KillAtAnyMomentLeavesEveryFileWholeAndTheNextExportSweep
 
     std::mt19937 rng(20261124);
     std::uniform_int_distribution<long> delay_us(0, 3 * took.count() + 1000);
+    Handle::Options opts;
+    opts.root = root().c_str();
+    Handle quiet(opts);  // no log: the child must not write into the test's capture
     std::set<std::string> seen;  // the states of the whole tree met after kills
     for (int round = 0; round < 300; ++round) {
-        int ready[2];
-        ASSERT_EQ(pipe(ready), 0);
-        const pid_t pid = fork();
-        ASSERT_GE(pid, 0);
-        if (pid == 0) {
-            close(ready[0]);
-            Handle::Options opts;
-            opts.root = root().c_str();
-            Handle quiet(opts);  // no log: the child must not write into the test's capture
-            (void)!::write(ready[1], "r", 1);
-            for (;;) {
-                kc.run(quiet, db());
-                sqlite3_exec(db(), toggle.c_str(), nullptr, nullptr, nullptr);
-            }
-        }
-        close(ready[1]);
-        char c;
-        (void)!::read(ready[0], &c, 1);
-        close(ready[0]);
-        usleep(static_cast<useconds_t>(delay_us(rng)));
-        kill(pid, SIGKILL);
-        int status = 0;
-        ASSERT_EQ(waitpid(pid, &status, 0), pid);
+        ASSERT_TRUE(kill_while_running([&] {
+            kc.run(quiet, db());
+            sqlite3_exec(db(), toggle.c_str(), nullptr, nullptr, nullptr);
+        }, delay_us(rng)));
         std::string state;
         for (const auto &[rel, texts] : versions) {
             const std::string live = at("/" + rel);

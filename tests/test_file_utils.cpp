@@ -6,11 +6,9 @@
 #include "tests/support/test_support.h"
 
 #include <fcntl.h>
-#include <signal.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <chrono>
@@ -330,32 +328,18 @@ TEST_F(FileUtilsTest, KillAtAnyMomentLeavesEveryTargetWhole) {
     std::vector<std::set<std::string>> seen(targets.size());
     const auto started = std::chrono::steady_clock::now();
     for (int round = 0; round < 300; ++round) {
-        int ready[2];
-        ASSERT_EQ(pipe(ready), 0);
-        const pid_t pid = fork();
-        ASSERT_GE(pid, 0);
-        if (pid == 0) {
-            close(ready[0]);
-            (void)!::write(ready[1], "r", 1);
-            for (unsigned i = 0;; ++i) {
-                ksdb::ManagedFileSet set(quiet);
-                for (size_t k = 0; k + 1 < targets.size(); ++k)
-                    set.add(targets[k].live.c_str()).write(i % 2 ? targets[k].a : targets[k].b);
-                set.commit();
-                ksdb_file_spec spec;
-                ksdb_file_spec_lookup(targets.back().live.c_str(), &spec);
-                const std::string tmp = make_tmp(quiet, spec, i % 2 ? targets.back().a : targets.back().b);
-                if (!tmp.empty()) ksdb_file_update(quiet, &spec, tmp.c_str());
-            }
-        }
-        close(ready[1]);
-        char c;
-        (void)!::read(ready[0], &c, 1);
-        close(ready[0]);
-        usleep(static_cast<useconds_t>(delay_us(rng)));
-        kill(pid, SIGKILL);
-        int status = 0;
-        ASSERT_EQ(waitpid(pid, &status, 0), pid);
+        unsigned i = 0;
+        ASSERT_TRUE(kill_while_running([&] {
+            ++i;
+            ksdb::ManagedFileSet set(quiet);
+            for (size_t k = 0; k + 1 < targets.size(); ++k)
+                set.add(targets[k].live.c_str()).write(i % 2 ? targets[k].a : targets[k].b);
+            set.commit();
+            ksdb_file_spec spec;
+            ksdb_file_spec_lookup(targets.back().live.c_str(), &spec);
+            const std::string tmp = make_tmp(quiet, spec, i % 2 ? targets.back().a : targets.back().b);
+            if (!tmp.empty()) ksdb_file_update(quiet, &spec, tmp.c_str());
+        }, delay_us(rng)));
         for (size_t k = 0; k < targets.size(); ++k) {
             const std::string target = at(targets[k].live);
             ASSERT_TRUE(exists(target)) << "round " << round << ": " << target << " is missing";

@@ -5,6 +5,7 @@
 #include <apr_general.h>
 #include <dirent.h>
 #include <sched.h>
+#include <signal.h>
 #include <sys/mount.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
@@ -327,6 +328,26 @@ std::vector<FakeCall> RootTest::fake_calls(const std::string &program) const {
     for (auto &c : fake_calls())
         if (!c.empty() && c[0] == program) out.push_back(c);
     return out;
+}
+
+bool kill_while_running(const std::function<void()> &work, long delay_us) {
+    int ready[2];
+    if (pipe(ready) != 0) return false;
+    const pid_t pid = fork();
+    if (pid < 0) return false;
+    if (pid == 0) {
+        close(ready[0]);
+        (void)!::write(ready[1], "r", 1);
+        for (;;) work();
+    }
+    close(ready[1]);
+    char c;
+    (void)!::read(ready[0], &c, 1);
+    close(ready[0]);
+    usleep(static_cast<useconds_t>(delay_us));
+    kill(pid, SIGKILL);
+    int status = 0;
+    return waitpid(pid, &status, 0) == pid;
 }
 
 }  // namespace ksdb_test

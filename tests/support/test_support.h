@@ -13,6 +13,7 @@
 #include <cstdio>
 #include <map>
 #include <memory>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -135,6 +136,11 @@ std::string replace_all(std::string text, const std::string &from, const std::st
 // printed in *output.
 int run_checker(const std::string &script, const std::string &file, std::string *output);
 bool have_program(const char *name);
+
+// Runs `work` in a forked child, again and again, and kills the child with
+// SIGKILL `delay_us` microseconds after it has started: false when the
+// child could not be started or waited for.
+bool kill_while_running(const std::function<void()> &work, long delay_us);
 
 // Sets an environment variable for the scope of the object.
 class ScopedEnv {
