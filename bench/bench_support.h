@@ -15,6 +15,7 @@ struct Ratio {
     std::string subject;
     std::string baseline;
     double target;
+    bool guide = false;
 };
 
 // A ratio a benchmark measured itself (memory at two points of a run, for
@@ -24,10 +25,17 @@ struct Measured {
     std::string baseline;
     double ratio;
     double target;
+    bool guide = false;
 };
 inline std::vector<Measured> &measured() {
     static std::vector<Measured> list;
     return list;
+}
+
+// A ratio over its target is "MISSED", or only "over" when the target is
+// a guide (set for larger sizes than the run's).
+inline const char *verdict(bool ok, bool guide) {
+    return ok ? "ok" : guide ? "over (the target is set for larger sizes)" : "MISSED";
 }
 
 // Collects the time per iteration of every run while printing as usual.
@@ -54,15 +62,15 @@ class RatioReporter : public benchmark::ConsoleReporter {
             if (s == ns_.end() || b == ns_.end() || b->second <= 0) continue;
             double ratio = s->second / b->second;
             bool ok = ratio <= r.target;
-            if (!ok) ++missed;
+            if (!ok && !r.guide) ++missed;
             std::printf("%-48s %-32s %8.3f %8.2f %s\n", r.subject.c_str(), r.baseline.c_str(),
-                        ratio, r.target, ok ? "ok" : "MISSED");
+                        ratio, r.target, verdict(ok, r.guide));
         }
         for (const auto &m : measured()) {
             bool ok = m.ratio <= m.target;
-            if (!ok) ++missed;
+            if (!ok && !m.guide) ++missed;
             std::printf("%-48s %-32s %8.3f %8.2f %s\n", m.subject.c_str(), m.baseline.c_str(),
-                        m.ratio, m.target, ok ? "ok" : "MISSED");
+                        m.ratio, m.target, verdict(ok, m.guide));
         }
         return missed;
     }
