@@ -206,28 +206,13 @@ BENCHMARK(BM_ksdb_queue_pop)
 }  // namespace
 
 int main(int argc, char **argv) {
-    // Five repetitions unless the command line says otherwise: the ratios
-    // then compare medians, which a busy machine disturbs far less than a
-    // single run.
-    std::vector<char *> args(argv, argv + argc);
-    bool repetitions_given = false;
-    for (char *a : args)
-        if (std::strncmp(a, "--benchmark_repetitions", 23) == 0) repetitions_given = true;
-    static char repetitions[] = "--benchmark_repetitions=5";
-    static char aggregates[] = "--benchmark_display_aggregates_only=true";
-    if (!repetitions_given) {
-        args.push_back(repetitions);
-        args.push_back(aggregates);
-    }
-    int count = static_cast<int>(args.size());
-    args.push_back(nullptr);
     return ksdb_bench::run_with_ratios(
-        count, args.data(),
+        argc, argv,
         {{"BM_ksdb_queue_push", "BM_bare_push", 1.15},
          {"BM_ksdb_queue_pop/queued:1000/by_name:0", "BM_bare_pop/queued:1000/by_name:0", 1.15},
          {"BM_ksdb_queue_pop/queued:100000/by_name:0", "BM_bare_pop/queued:100000/by_name:0", 1.15},
          {"BM_ksdb_queue_pop/queued:100000/by_name:1", "BM_bare_pop/queued:100000/by_name:1", 1.15},
          // A flat queue: the longest against the shortest.
          {"BM_ksdb_queue_pop/queued:100000/by_name:0", "BM_ksdb_queue_pop/queued:1000/by_name:0", 1.5},
-         {"BM_ksdb_queue_pop/queued:100000/by_name:1", "BM_ksdb_queue_pop/queued:1000/by_name:1", 1.5}});
+         {"BM_ksdb_queue_pop/queued:100000/by_name:1", "BM_ksdb_queue_pop/queued:1000/by_name:1", 1.5}}, 5);
 }

@@ -95,20 +95,8 @@ BENCHMARK(BM_ksdb_snapshots_import_zfs)
 }  // namespace
 
 int main(int argc, char **argv) {
-    std::vector<char *> args(argv, argv + argc);
-    bool repetitions_given = false;
-    for (char *a : args)
-        if (std::strncmp(a, "--benchmark_repetitions", 23) == 0) repetitions_given = true;
-    static char repetitions[] = "--benchmark_repetitions=3";
-    static char aggregates[] = "--benchmark_display_aggregates_only=true";
-    if (!repetitions_given) {
-        args.push_back(repetitions);
-        args.push_back(aggregates);
-    }
-    int count = static_cast<int>(args.size());
-    args.push_back(nullptr);
     return ksdb_bench::run_with_ratios(
-        count, args.data(),
+        argc, argv,
         {{"BM_ksdb_snapshots_import_zfs/10000/real_time",
-          "BM_ksdb_snapshots_import_zfs/1000/real_time", 12.0}});
+          "BM_ksdb_snapshots_import_zfs/1000/real_time", 12.0}}, 3);
 }

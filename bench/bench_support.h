@@ -5,6 +5,7 @@
 #include <benchmark/benchmark.h>
 
 #include <cstdio>
+#include <cstring>
 #include <map>
 #include <string>
 #include <vector>
@@ -79,7 +80,25 @@ class RatioReporter : public benchmark::ConsoleReporter {
     std::map<std::string, double> ns_;
 };
 
-inline int run_with_ratios(int argc, char **argv, const std::vector<Ratio> &ratios) {
+// Runs the benchmarks and prints the ratios.  With `repetitions` > 0 each
+// benchmark is repeated that often unless the command line says otherwise,
+// and only the aggregates are shown: the ratios then compare medians, which
+// a busy machine disturbs far less than a single run.
+inline int run_with_ratios(int argc, char **argv, const std::vector<Ratio> &ratios,
+                           int repetitions = 0) {
+    std::vector<char *> args(argv, argv + argc);
+    bool given = false;
+    for (char *a : args)
+        if (std::strncmp(a, "--benchmark_repetitions", 23) == 0) given = true;
+    std::string repeat = "--benchmark_repetitions=" + std::to_string(repetitions);
+    static char aggregates[] = "--benchmark_display_aggregates_only=true";
+    if (repetitions > 0 && !given) {
+        args.push_back(repeat.data());
+        args.push_back(aggregates);
+    }
+    argc = static_cast<int>(args.size());
+    args.push_back(nullptr);
+    argv = args.data();
     benchmark::Initialize(&argc, argv);
     RatioReporter reporter;
     benchmark::RunSpecifiedBenchmarks(&reporter);
