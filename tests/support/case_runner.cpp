@@ -3,7 +3,6 @@
 
 #include "tests/support/test_support.h"
 
-#include <dirent.h>
 #include <sys/stat.h>
 #include <sys/statvfs.h>
 #include <unistd.h>
@@ -12,40 +11,27 @@
 
 #include <algorithm>
 #include <cctype>
+#include <filesystem>
 #include <map>
 #include <sstream>
 
 namespace ksdb_test {
-namespace {
-
-// Every regular file below `dir`, as paths relative to it ("etc/exports").
-void walk(const std::string &dir, const std::string &rel, std::vector<std::string> *out) {
-    for (const std::string &n : list_dir(dir + rel)) {
-        const std::string r = rel.empty() ? n : rel + "/" + n;
-        struct stat st;
-        if (lstat((dir + "/" + r).c_str(), &st) != 0) continue;
-        if (S_ISDIR(st.st_mode))
-            walk(dir, "/" + r, out);
-        else
-            out->push_back(r[0] == '/' ? r.substr(1) : r);
-    }
-}
-
-}  // namespace
 
 std::vector<std::string> files_below(const std::string &dir) {
     std::vector<std::string> out;
-    walk(dir, "", &out);
+    std::error_code ec;
+    for (const auto &e : std::filesystem::recursive_directory_iterator(dir, ec))
+        if (!e.is_directory() || e.is_symlink()) out.push_back(e.path().lexically_relative(dir));
+    std::sort(out.begin(), out.end());
     return out;
 }
 
 void copy_tree(const std::string &from, const std::string &to) {
     for (const std::string &rel : files_below(from)) {
-        const size_t slash = rel.rfind('/');
-        const std::string base = slash == std::string::npos ? rel : rel.substr(slash + 1);
-        if (slash != std::string::npos) mkdirs(to + "/" + rel.substr(0, slash));
-        if (base == ".keep") continue;
-        write_file(to + "/" + rel, read_file(from + "/" + rel));
+        if (std::filesystem::path(rel).filename() == ".keep")
+            mkdirs(to + "/" + std::filesystem::path(rel).parent_path().string());
+        else
+            write_file(to + "/" + rel, read_file(from + "/" + rel));
     }
 }
 
@@ -173,11 +159,7 @@ class CaseTest : public RootTest {
         if (exists(spec_.dir + "/calls")) {
             std::vector<FakeCall> want;
             for (const std::string &line : data_lines(spec_.dir + "/calls")) {
-                want.emplace_back();
-                for (size_t p = 0, q = 0; q != std::string::npos; p = q + 1) {
-                    q = line.find('\t', p);
-                    want.back().push_back(replace_all(line.substr(p, q - p), "{root}", root()));
-                }
+                want.push_back(split(replace_all(line, "{root}", root()), '\t'));
             }
             EXPECT_EQ(fake_calls(), want);
         }
@@ -243,6 +225,9 @@ void run_export_law(const CaseSpec &spec) {
     law.TestBody();
 }
 
+namespace {
+
+// A category by name (any case) or number; -1 when unknown.
 int category_from_text(const std::string &text) {
     const std::string t = trim(text);
     if (!t.empty() && std::all_of(t.begin(), t.end(), ::isdigit)) {
@@ -253,6 +238,8 @@ int category_from_text(const std::string &text) {
         if (strcasecmp(ksdb_cat2str(c), t.c_str()) == 0) return c;
     return -1;
 }
+
+}  // namespace
 
 std::vector<CaseSpec> find_cases(const std::string &root) {
     std::vector<CaseSpec> out;

@@ -95,7 +95,4 @@ int run_case_call(const CaseSpec &spec, bool exporting, ksdb_handle *h, sqlite3 
 // character but letters and digits becomes "_").
 void register_case_tests(const std::string &root);
 
-// A category by name (any case) or number; -1 when unknown.
-int category_from_text(const std::string &text);
-
 }  // namespace ksdb_test

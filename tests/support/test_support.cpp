@@ -1,9 +1,10 @@
 #include "tests/support/test_support.h"
 
+#include "tests/support/case_runner.h"
+
 #include <gtest/gtest.h>
 
 #include <apr_general.h>
-#include <dirent.h>
 #include <sched.h>
 #include <signal.h>
 #include <sys/mount.h>
@@ -15,23 +16,13 @@
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
+#include <filesystem>
 #include <fstream>
 #include <sstream>
 
 namespace ksdb_test {
 
 namespace {
-
-void remove_tree(const std::string &path) {
-    struct stat st;
-    if (lstat(path.c_str(), &st) != 0) return;
-    if (!S_ISDIR(st.st_mode)) {
-        unlink(path.c_str());
-        return;
-    }
-    for (const std::string &n : list_dir(path)) remove_tree(path + "/" + n);
-    rmdir(path.c_str());
-}
 
 struct AprInit {
     AprInit() { apr_initialize(); }
@@ -47,7 +38,10 @@ TempDir::TempDir() {
     path_ = made;
 }
 
-TempDir::~TempDir() { remove_tree(path_); }
+TempDir::~TempDir() {
+    std::error_code ec;
+    std::filesystem::remove_all(path_, ec);
+}
 
 ScopedTmpfs::ScopedTmpfs(const std::string &dir, size_t bytes) : dir_(dir) {
     // Once per process: a mount namespace of its own, with nothing
@@ -158,15 +152,8 @@ bool exists(const std::string &path) {
 }
 
 void mkdirs(const std::string &path) {
-    std::string cur;
-    std::stringstream ss(path);
-    std::string part;
-    if (!path.empty() && path[0] == '/') cur = "";
-    while (std::getline(ss, part, '/')) {
-        if (part.empty()) continue;
-        cur += "/" + part;
-        mkdir(cur.c_str(), 0755);
-    }
+    std::error_code ec;
+    std::filesystem::create_directories(path, ec);
 }
 
 CaptureFile::CaptureFile() {
@@ -192,25 +179,14 @@ std::string CaptureFile::unflushed_on_disk() { return read_file(path_); }
 
 std::map<std::string, std::string> file_tree(const std::string &dir) {
     std::map<std::string, std::string> out;
-    for (const std::string &n : list_dir(dir)) {
-        const std::string p = dir + "/" + n;
-        struct stat st;
-        if (lstat(p.c_str(), &st) != 0) continue;
-        if (S_ISDIR(st.st_mode))
-            for (auto &[k, v] : file_tree(p)) out[n + "/" + k] = v;
-        else
-            out[n] = read_file(p);
-    }
+    for (const std::string &rel : files_below(dir)) out[rel] = read_file(dir + "/" + rel);
     return out;
 }
 
 std::vector<std::string> list_dir(const std::string &dir) {
     std::vector<std::string> out;
-    if (DIR *d = opendir(dir.c_str())) {
-        while (dirent *e = readdir(d))
-            if (std::strcmp(e->d_name, ".") && std::strcmp(e->d_name, "..")) out.push_back(e->d_name);
-        closedir(d);
-    }
+    std::error_code ec;
+    for (const auto &e : std::filesystem::directory_iterator(dir, ec)) out.push_back(e.path().filename());
     std::sort(out.begin(), out.end());
     return out;
 }
@@ -227,6 +203,15 @@ ScopedCwd::~ScopedCwd() {
     if (!old_.empty()) {
         EXPECT_EQ(chdir(old_.c_str()), 0);
     }
+}
+
+std::vector<std::string> split(const std::string &text, char sep) {
+    std::vector<std::string> out;
+    for (size_t p = 0, q = 0; q != std::string::npos; p = q + 1) {
+        q = text.find(sep, p);
+        out.push_back(text.substr(p, q == std::string::npos ? q : q - p));
+    }
+    return out;
 }
 
 std::vector<std::string> lines(const std::string &text) {
@@ -301,23 +286,9 @@ RootTest::~RootTest() {
 
 std::vector<FakeCall> RootTest::fake_calls() const {
     std::vector<FakeCall> calls;
-    std::string text = read_file(fake_log_);
-    size_t start = 0;
-    while (start < text.size()) {
-        size_t end = text.find('\036', start);
-        if (end == std::string::npos) end = text.size();
-        FakeCall call;
-        std::string record = text.substr(start, end - start);
-        size_t p = 0;
-        while (true) {
-            size_t q = record.find('\037', p);
-            call.push_back(record.substr(p, q == std::string::npos ? std::string::npos : q - p));
-            if (q == std::string::npos) break;
-            p = q + 1;
-        }
-        calls.push_back(call);
-        start = end + 1;
-    }
+    std::vector<std::string> records = split(read_file(fake_log_), '\036');
+    records.pop_back();  // every record ends with the separator
+    for (const std::string &record : records) calls.push_back(split(record, '\037'));
     return calls;
 }
 

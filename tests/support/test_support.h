@@ -106,6 +106,8 @@ class CaptureFile {
 using Rows = std::vector<std::string>;
 
 std::vector<std::string> lines(const std::string &text);
+// The fields of a text between separators ("a,,b" -> "a", "", "b").
+std::vector<std::string> split(const std::string &text, char sep);
 inline bool contains(const std::string &text, const std::string &part) {
     return text.find(part) != std::string::npos;
 }
