@@ -1,5 +1,5 @@
-// The managed-file layer: the one writer (also under SIGKILL and on a full file
-// system), the readers, the C temporary-file pair, the mover, the share folders.
+// The managed-file layer: the one writer (also on a full file system), the
+// readers, the C temporary-file pair, the mover, the share folders.
 #define KSDB_MODULE "test_file_utils"
 #include "util/ksdb_file_utils.h"
 
@@ -11,11 +11,8 @@
 #include <sys/un.h>
 #include <unistd.h>
 
-#include <chrono>
 #include <climits>
 #include <cstring>
-#include <random>
-#include <set>
 
 using namespace ksdb_test;
 
@@ -306,69 +303,6 @@ TEST_F(FileUtilsTest, FullFileSystemKeepsTheOldTarget) {
     EXPECT_EQ(read_file(tmp), big);
     EXPECT_EQ(list_dir(at("/etc")), Names{"exports"});
 }
-
-// Guards: a target partial, mixed or missing after a SIGKILL at any moment (writer and C pair).
-TEST_F(FileUtilsTest, KillAtAnyMomentLeavesEveryTargetWhole) {
-    ScopedTmpfs etc(at("/etc"), 64 << 20);
-    if (!etc.ok()) GTEST_SKIP() << etc.why();
-    struct Target {
-        std::string live, a, b;
-    };
-    const std::vector<Target> targets = {
-        {"/etc/exports", std::string(40000, 'a'), std::string(3000, 'b')},
-        {"/etc/quillfold/samba/Shares.conf", std::string(7, 'a'), std::string(120000, 'b')},
-        {"/etc/passwd", std::string(65536, 'a'), std::string(65537, 'b')},
-        {"/etc/group", std::string(5000, 'a'), std::string(9000, 'b')},  // through the C pair
-    };
-    for (const auto &t : targets) put(t.live, t.a);
-    Handle quiet({nullptr, 0, nullptr, root().c_str()});  // no log: the child must not write into the capture
-
-    std::mt19937 rng(20240611);
-    std::uniform_int_distribution<int> delay_us(0, 3000);
-    std::vector<std::set<std::string>> seen(targets.size());
-    const auto started = std::chrono::steady_clock::now();
-    for (int round = 0; round < 300; ++round) {
-        unsigned i = 0;
-        ASSERT_TRUE(kill_while_running([&] {
-            ++i;
-            ksdb::ManagedFileSet set(quiet);
-            for (size_t k = 0; k + 1 < targets.size(); ++k)
-                set.add(targets[k].live.c_str()).write(i % 2 ? targets[k].a : targets[k].b);
-            set.commit();
-            ksdb_file_spec spec;
-            ksdb_file_spec_lookup(targets.back().live.c_str(), &spec);
-            const std::string tmp = make_tmp(quiet, spec, i % 2 ? targets.back().a : targets.back().b);
-            if (!tmp.empty()) ksdb_file_update(quiet, &spec, tmp.c_str());
-        }, delay_us(rng)));
-        for (size_t k = 0; k < targets.size(); ++k) {
-            const std::string target = at(targets[k].live);
-            ASSERT_TRUE(exists(target)) << "round " << round << ": " << target << " is missing";
-            const std::string text = read_file(target);
-            ASSERT_TRUE(text == targets[k].a || text == targets[k].b)
-                << "round " << round << ": " << target << " holds " << text.size()
-                << " bytes of partial or mixed content";
-            seen[k].insert(text);
-            if (exists(target + ".bak")) {
-                const std::string bak = read_file(target + ".bak");
-                ASSERT_TRUE(bak == targets[k].a || bak == targets[k].b) << "round " << round;
-            }
-        }
-        for (const auto &f : list_dir(at("/tmp"))) unlink(at("/tmp/" + f).c_str());
-    }
-    EXPECT_LT(std::chrono::steady_clock::now() - started, std::chrono::seconds(50));
-    for (size_t k = 0; k < targets.size(); ++k)
-        EXPECT_EQ(seen[k].size(), 2u) << targets[k].live << ": the child never got through";
-
-    ksdb::ManagedFileSet set(h());
-    for (const auto &t : targets) set.add(t.live.c_str()).write("final\n");
-    ASSERT_EQ(set.commit(), 0);
-    for (const auto &t : targets) {
-        EXPECT_EQ(get(t.live), "final\n");
-        const std::string dir = at(t.live.substr(0, t.live.rfind('/')));
-        for (const std::string &name : list_dir(dir)) EXPECT_FALSE(contains(name, ".ksdb-")) << dir;
-    }
-}
-
 
 // Guards: a temporary name taken over a planted link or file, readable by others.
 TEST_F(FileUtilsTest, TemporaryFileIsPrivateNewAndBelowTheRoot) {
