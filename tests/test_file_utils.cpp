@@ -26,6 +26,12 @@ struct stat stat_of(const std::string &path) {
 
 unsigned mode_of(const std::string &path) { return stat_of(path).st_mode & 07777; }
 
+// "<uid>:<gid> <mode>" of a path, not following a link.
+std::string owner_mode(const std::string &path) {
+    const struct stat st = stat_of(path);
+    return ksdb::strprintf("%u:%u %04o", st.st_uid, st.st_gid, st.st_mode & 07777);
+}
+
 using Names = std::vector<std::string>;
 
 // Writes a temporary file the way a C caller does and returns its path.
@@ -82,21 +88,13 @@ class FileUtilsTest : public RootTest {
 
 // Guards: a pattern matching in a subfolder, a path matching by prefix, the wrong owner or mode.
 TEST(FileSpecTable, LookupMatchesWholePathsAndPatternsWithinOneFolder) {
-    struct Case {
-        const char *path;
-        int result, uid, gid, mode;
-    } cases[] = {
-        {"/etc/shadow", 1, 0, 0, 0400},
-        {"/etc/avahi/services/afp.service", 1, 0, 0, 0644},
-        {"/etc/avahi/services/old/afp.service", 0, 0, 0, 0644},
-        {"/etc/shadow-", 0, 0, 0, 0644},
-    };
-    for (const auto &c : cases) {
+    for (auto [path, found] : std::vector<std::pair<const char *, const char *>>{
+             {"/etc/shadow", "1 0 0 0400"}, {"/etc/avahi/services/afp.service", "1 0 0 0644"},
+             {"/etc/avahi/services/old/afp.service", "0 0 0 0644"}, {"/etc/shadow-", "0 0 0 0644"}}) {
         ksdb_file_spec spec{"x", 7, 7, 07777};
-        EXPECT_EQ(ksdb_file_spec_lookup(c.path, &spec), c.result) << c.path;
-        EXPECT_EQ(spec.path, c.path);
-        EXPECT_EQ(ksdb::strprintf("%d %d %04o", spec.uid, spec.gid, spec.mode),
-                  ksdb::strprintf("%d %d %04o", c.uid, c.gid, c.mode)) << c.path;
+        const int rc = ksdb_file_spec_lookup(path, &spec);
+        EXPECT_EQ(spec.path, path);
+        EXPECT_EQ(ksdb::strprintf("%d %d %d %04o", rc, spec.uid, spec.gid, spec.mode), found) << path;
     }
 }
 
@@ -176,29 +174,22 @@ TEST_F(FileUtilsTest, CommitComparesBeforeReplacing) {
     const std::string live = "/etc/exports", target = at(live), bak = target + ".bak";
     Seen seen;
     ASSERT_EQ(commit(live, "one\n"), 0);
-    struct stat st = stat_of(target);
-    EXPECT_EQ(st.st_uid, 98u);
-    EXPECT_EQ(st.st_gid, 98u);
-    EXPECT_EQ(st.st_mode & 07777, 0644u);
-    EXPECT_FALSE(exists(bak));
+    EXPECT_EQ(owner_mode(target), "98:98 0644");
 
     // The same content: nothing is written.
     set_old_mtime(live);
     const ino_t first = stat_of(target).st_ino;
+    const std::string untouched = std::to_string(first) + " 1000000000 98:98 0644";
+    auto identity = [&] { return std::to_string(stat_of(target).st_ino) + " " +
+                                 std::to_string(stat_of(target).st_mtime) + " " + owner_mode(target); };
     ASSERT_EQ(commit(live, "one\n"), 0);
-    st = stat_of(target);
-    EXPECT_EQ(st.st_ino, first);
-    EXPECT_EQ(st.st_mtime, 1000000000);
+    EXPECT_EQ(identity(), untouched);
 
     // Only owner and mode differ: they are fixed in place.
     ASSERT_EQ(chown(target.c_str(), 1, 1), 0);
     ASSERT_EQ(chmod(target.c_str(), 0666), 0);
     ASSERT_EQ(commit(live, "one\n"), 0);
-    st = stat_of(target);
-    EXPECT_EQ(st.st_ino, first);
-    EXPECT_EQ(st.st_mtime, 1000000000);
-    EXPECT_EQ(st.st_uid, 98u);
-    EXPECT_EQ(st.st_mode & 07777, 0644u);
+    EXPECT_EQ(identity(), untouched);
     EXPECT_FALSE(exists(bak));
 
     // New content: a new file; the old one stays as the backup, itself.
@@ -342,8 +333,7 @@ TEST_F(FileUtilsTest, UpdatePutsTheTemporaryFileInPlaceThroughTheWriter) {
     ASSERT_EQ(ksdb_file_update(h(), &spec, tmp.c_str()), 0);
     const std::string target = at("/etc/quillfold/samba/Shares.conf");
     EXPECT_EQ(read_file(target), "[s1]\n");
-    EXPECT_EQ(mode_of(target), 0600u);
-    EXPECT_EQ(stat_of(target).st_uid, 98u);
+    EXPECT_EQ(owner_mode(target), "98:98 0600");
     EXPECT_EQ(mode_of(at("/etc/quillfold/samba")), 0755u);
     EXPECT_FALSE(exists(tmp));
     EXPECT_TRUE(contains(log(), "Update " + target + "\n")) << log();
@@ -439,14 +429,11 @@ TEST_F(FileUtilsTest, ShareConfSpecMakesTheFoldersBelowTheRoot) {
 
 using Found = std::vector<std::pair<std::string, std::string>>;
 
+int g_collect_rc = 0;  // what each call of collect() returns
+
 int collect(ksdb_handle *, sqlite3 *, const char *volume, const char *subvolume, void *arg) {
     static_cast<Found *>(arg)->emplace_back(volume, subvolume);
-    return 0;
-}
-
-int stop_at_first(ksdb_handle *, sqlite3 *, const char *volume, const char *subvolume, void *arg) {
-    static_cast<Found *>(arg)->emplace_back(volume, subvolume);
-    return 7;
+    return g_collect_rc;
 }
 
 // Guards: subvolume names cut at a blank or a line end.
@@ -488,12 +475,13 @@ TEST_F(FileUtilsTest, ShareEnumeratorFindsEveryShareOfEveryVolume) {
                          {"btrfs", "subvolume", "list", at("/vol1/._share/..")}}));
     EXPECT_FALSE(exists(tmp_ / "MARK"));
 
-    found.clear();
-    EXPECT_EQ(ksdb_foreach_share_subvolume(h(), db(), stop_at_first, &found, 1), 7);
-    EXPECT_EQ(found.size(), 1u);
-    found.clear();
-    EXPECT_EQ(ksdb_foreach_share_subvolume(h(), db(), stop_at_first, &found, 0), 0);
-    EXPECT_EQ(found.size(), 4u);
+    g_collect_rc = 7;
+    for (int stop : {1, 0}) {
+        found.clear();
+        EXPECT_EQ(ksdb_foreach_share_subvolume(h(), db(), collect, &found, stop), stop ? 7 : 0);
+        EXPECT_EQ(found.size(), stop ? 1u : 4u);
+    }
+    g_collect_rc = 0;
 }
 
 // Guards: a plain tree (the tool cannot list subvolumes) giving no shares or wrong ones.
@@ -534,8 +522,7 @@ TEST(OneLineFiles, ReadTheFirstUnindentedLineAndWriteOne) {
     ASSERT_EQ(chmod((dir / "f").c_str(), 0640), 0);
     EXPECT_EQ(ksdb_file_put_one_line((dir / "f").c_str(), "no"), 0);
     EXPECT_EQ(read_file(dir / "f"), "no\n");
-    EXPECT_EQ(mode_of(dir / "f"), 0640u);
-    EXPECT_EQ(stat_of(dir / "f").st_gid, 3u);
+    EXPECT_EQ(owner_mode(dir / "f"), "98:3 0640");
     EXPECT_EQ(ksdb_file_put_one_line((dir / "new").c_str(), "x"), 0);
     EXPECT_EQ(mode_of(dir / "new"), 0644u);
     EXPECT_EQ(ksdb_file_put_one_line((dir / "no/such").c_str(), "x"), -1);
