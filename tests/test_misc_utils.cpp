@@ -170,56 +170,39 @@ TEST_F(MiscTest, HostnameIsReadBelowTheDebugRoot) {
     EXPECT_EQ(std::string(ksdb_get_hostname(h())), std::string(127, 'h'));
 }
 
-// ksdb_check_vfat runs "mount |grep <device> |grep vfat": a stand-in for
-// mount, first on PATH, prints a fixed table and records each run; the
-// test runs in its own folder, where an injected "touch" would leave a file.
-class VfatTest : public RootTest {
-  protected:
-    VfatTest() : cwd_(tmp_.path()) {
-        write_file(tmp_ / "bin/mount", "#!/bin/sh\necho run >>\"" + tmp_ / "mount-runs" + "\"\ncat \"" +
-                                           tmp_ / "mount-table" + "\"\n");
-        chmod((tmp_ / "bin/mount").c_str(), 0755);
-        path_ = std::make_unique<ScopedEnv>("PATH", tmp_ / "bin" + ":" + std::getenv("PATH"));
-    }
-    void table(const std::string &text) { write_file(tmp_ / "mount-table", text); }
-    size_t runs() { return lines(read_file(tmp_ / "mount-runs")).size(); }
-    bool injected() {
-        for (const char *f : {"pwned1", "pwned2", "pwned3", "pwned4"})
-            if (exists(tmp_ / f)) return true;
-        return false;
-    }
+// Guards: a hostile device name split by the shell or running a command; a non-vfat
+// mount found; an overlong (247), option-like or empty name looked up.
+TEST_F(MiscTest, CheckVfatFindsVfatMountsAndPassesTheNameToGrepAsOneWord) {
+    // ksdb_check_vfat runs "mount |grep <device> |grep vfat": a stand-in for
+    // mount, first on PATH, prints a fixed table and records each run; the
+    // test runs in its own folder, where an injected "touch" would leave a file.
+    ScopedCwd cwd(tmp_.path());
+    write_file(tmp_ / "bin/mount", "#!/bin/sh\necho run >>\"" + tmp_ / "mount-runs" + "\"\ncat \"" +
+                                       tmp_ / "mount-table" + "\"\n");
+    chmod((tmp_ / "bin/mount").c_str(), 0755);
+    ScopedEnv path("PATH", tmp_ / "bin" + ":" + std::getenv("PATH"));
+    auto runs = [&] { return lines(read_file(tmp_ / "mount-runs")).size(); };
 
-    ScopedCwd cwd_;
-    std::unique_ptr<ScopedEnv> path_;
-};
-
-// Guards: a hostile device name split by the shell or running a command.
-TEST_F(VfatTest, HostileDeviceNameReachesGrepAsOneWord) {
     const std::string hostile = "x y;touch pwned1;$(touch pwned2)`touch pwned3`'\"|touch pwned4 &";
-    table("/dev/sda1 on / type ext4 (rw)\n" + hostile + " on /mnt/odd type vfat (rw)\n");
+    const std::string ext4 = "/dev/sda1 on / type ext4 (rw)\n";
+    write_file(tmp_ / "mount-table", ext4 + hostile + " on /mnt/odd type vfat (rw)\n");
     EXPECT_EQ(ksdb_check_vfat(h(), hostile.c_str()), 1);
-    table("/dev/sdz1 on /mnt/usb type vfat (rw)\n");
+    const std::string fits(222, 'd'), too_long(223, 'd');
+    write_file(tmp_ / "mount-table",
+               ext4 + "/dev/sdz1 on /mnt/usb type vfat (rw,noatime)\n" + fits + "1 on /mnt type vfat (rw)\n");
     EXPECT_EQ(ksdb_check_vfat(h(), "sdq\ntouch pwned1"), 0);
     EXPECT_EQ(ksdb_check_vfat(h(), "'; touch pwned2; '"), 0);
-    EXPECT_FALSE(injected());
-    EXPECT_EQ(runs(), 3u);
-}
-
-// Guards: a non-vfat mount found; an overlong (247), option-like or empty name looked up.
-TEST_F(VfatTest, FindsVfatMountsAndLooksUpNoOverlongOrOptionLikeName) {
-    const std::string fits(222, 'd'), too_long(223, 'd');
-    table("/dev/sda1 on / type ext4 (rw)\n/dev/sdz1 on /mnt/usb type vfat (rw,noatime)\n" + fits +
-          "1 on /mnt type vfat (rw)\n");
+    for (const char *f : {"pwned1", "pwned2", "pwned3", "pwned4"}) EXPECT_FALSE(exists(tmp_ / f)) << f;
     EXPECT_EQ(ksdb_check_vfat(h(), "/dev/sdz1"), 1);
     EXPECT_EQ(ksdb_check_vfat(h(), "/dev/sda1"), 0);
     EXPECT_EQ(ksdb_check_vfat(h(), fits.c_str()), 1);
     EXPECT_TRUE(contains(log(), "ksdb_check_vfat return: 1\n"));
     EXPECT_TRUE(contains(log(), "ksdb_check_vfat return: 0\n"));
-    EXPECT_EQ(runs(), 3u);
+    EXPECT_EQ(runs(), 6u);
     for (const std::string &name : {too_long, std::string(60, '\''), std::string("-r"), std::string("")})
         EXPECT_EQ(ksdb_check_vfat(h(), name.c_str()), 0) << name;
     EXPECT_EQ(ksdb_check_vfat(h(), nullptr), 0);
-    EXPECT_EQ(runs(), 3u);
+    EXPECT_EQ(runs(), 6u);
 }
 
 }  // namespace

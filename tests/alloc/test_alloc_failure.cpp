@@ -68,21 +68,15 @@ void fail_each_allocation(const char *name, const std::function<void()> &call) {
 // Guards: an exception crossing the C interface when an allocation fails.
 TEST(AllocationFailure, NoExceptionCrossesTheCInterface) {
     TempDir dir;
-    const std::string root = dir.path();
-    mkdirs(root + "/tmp");
-    mkdirs(root + "/etc");
+    const std::string root = dir.path(), ini = root + "/etc/x.ini", one = root + "/one";
+    for (const char *folder : {"/tmp", "/vol1/._share", "/vol1/docs"}) mkdirs(root + folder);
     write_file(root + "/etc/hostname", "nas1\n");
-    write_file(root + "/etc/x.ini", "[s]\nk = v\n");
-    mkdirs(root + "/vol1/._share");
-    mkdirs(root + "/vol1/docs");
-    Handle::Options opts;
-    opts.root = root.c_str();
-    Handle h(opts);
+    write_file(ini, "[s]\nk = v\n");
+    Handle h({nullptr, 0, nullptr, root.c_str()});
     Db db;
     db.exec("CREATE TABLE t(v TEXT); INSERT INTO t VALUES('value');");
     const char *const pieces[] = {"a = {SQL{SELECT v FROM t}}\n", nullptr};
     const ksdb_file_spec spec{"/etc/exports", -1, -1, 0644};
-    const std::string ini = root + "/etc/x.ini";
 
     fail_each_allocation("ksdb_shell_quote", [&] { ksdb_shell_quote(h, "it's"); });
     fail_each_allocation("escape_for_shell", [&] { escape_for_shell(h, "a b"); });
@@ -107,7 +101,6 @@ TEST(AllocationFailure, NoExceptionCrossesTheCInterface) {
         std::fclose(f);
         ksdb_file_update(h, &spec, tmp);
     });
-    const std::string one = root + "/one";
     fail_each_allocation("ksdb_file_put_one_line", [&] { ksdb_file_put_one_line(one.c_str(), "x"); });
     fail_each_allocation("ksdb_foreach_share_subvolume", [&] {
         ksdb_foreach_share_subvolume(
