@@ -6,9 +6,7 @@
 #include "tests/support/test_support.h"
 
 #include <fcntl.h>
-#include <sys/socket.h>
 #include <sys/stat.h>
-#include <sys/un.h>
 #include <unistd.h>
 
 #include <climits>
@@ -64,11 +62,14 @@ struct Seen {
     ~Seen() { ksdb_set_observer(nullptr); }
 };
 
-// The letters of the next temporary names: "AAAAAA", "BBBBBB", ...
-namespace scripted {
-int next = 0;
-void letters(char out[6]) { std::memset(out, 'A' + next++, 6); }
-}  // namespace scripted
+// The letters of the next temporary names for the scope of the object: "AAAAAA", "BBBBBB", ...
+struct ScriptedLetters {
+    static inline int next = 0;
+    ksdb::TempLetters previous =
+        ksdb::set_temp_letters([](char out[6]) { std::memset(out, 'A' + next++, 6); });
+    ScriptedLetters() { next = 0; }
+    ~ScriptedLetters() { ksdb::set_temp_letters(previous); }
+};
 
 class FileUtilsTest : public RootTest {
   protected:
@@ -78,10 +79,6 @@ class FileUtilsTest : public RootTest {
         int rc = out.commit();
         if (outcome) *outcome = out.outcome();
         return rc;
-    }
-    void set_old_mtime(const std::string &live) {
-        struct timespec t[2] = {{1000000000, 0}, {1000000000, 0}};
-        ASSERT_EQ(utimensat(AT_FDCWD, at(live).c_str(), t, AT_SYMLINK_NOFOLLOW), 0);
     }
 };
 
@@ -173,7 +170,8 @@ TEST_F(FileUtilsTest, CommitComparesBeforeReplacing) {
     EXPECT_EQ(owner_mode(target), "98:98 0644");
 
     // The same content: nothing is written.
-    set_old_mtime(live);
+    const struct timespec old[2] = {{1000000000, 0}, {1000000000, 0}};
+    ASSERT_EQ(utimensat(AT_FDCWD, target.c_str(), old, AT_SYMLINK_NOFOLLOW), 0);
     const ino_t first = stat_of(target).st_ino;
     const std::string untouched = std::to_string(first) + " 1000000000 98:98 0644";
     auto identity = [&] { return std::to_string(stat_of(target).st_ino) + " " +
@@ -226,11 +224,8 @@ TEST_F(FileUtilsTest, LinksAreNeverFollowed) {
     // At the temporary name the writer tries first.
     const std::string planted = at("/etc/.exports.ksdb-AAAAAA");
     ASSERT_EQ(symlink((tmp_ / "made").c_str(), planted.c_str()), 0);
-    scripted::next = 0;
-    auto previous = ksdb::set_temp_letters(scripted::letters);
-    int rc = commit("/etc/exports", "three\n");
-    ksdb::set_temp_letters(previous);
-    ASSERT_EQ(rc, 0);
+    ScriptedLetters letters;
+    ASSERT_EQ(commit("/etc/exports", "three\n"), 0);
     EXPECT_EQ(get("/etc/exports"), "three\n");
     EXPECT_TRUE(S_ISLNK(stat_of(planted).st_mode));
     EXPECT_FALSE(exists(tmp_ / "made"));
@@ -298,13 +293,11 @@ TEST_F(FileUtilsTest, TemporaryFileIsPrivateNewAndBelowTheRoot) {
     const std::string victim = tmp_ / "victim";
     ASSERT_EQ(symlink(victim.c_str(), at("/tmp/Shares.conf.AAAAAA").c_str()), 0);
     write_file(at("/tmp/Shares.conf.BBBBBB"), "planted");
-    scripted::next = 0;
-    auto previous = ksdb::set_temp_letters(scripted::letters);
+    ScriptedLetters letters;
     mode_t old_umask = umask(0);
     char *tmp = nullptr;
     FILE *f = ksdb_file_open_tempfile(h(), &spec, &tmp);
     umask(old_umask);
-    ksdb::set_temp_letters(previous);
     ASSERT_NE(f, nullptr);
     std::fclose(f);
     EXPECT_EQ(std::string(tmp), at("/tmp/Shares.conf.CCCCCC"));
@@ -380,16 +373,8 @@ TEST(CopyFile, GivesItsNegativeCodes) {
     mkdirs(dir / "folder/inner");
     EXPECT_EQ(ksdb::_copy_file((dir / "src").c_str(), (dir / "folder").c_str()), -12);
     EXPECT_EQ(read_file(dir / "src"), "S");
-    int sock = socket(AF_UNIX, SOCK_STREAM, 0);
-    ASSERT_GE(sock, 0);
-    sockaddr_un addr{};
-    addr.sun_family = AF_UNIX;
-    std::string sock_path = dir / "sock";
-    ASSERT_LT(sock_path.size(), sizeof addr.sun_path);
-    std::strcpy(addr.sun_path, sock_path.c_str());
-    ASSERT_EQ(bind(sock, reinterpret_cast<sockaddr *>(&addr), sizeof addr), 0);
-    EXPECT_EQ(ksdb::_copy_file(sock_path.c_str(), (dir / "folder").c_str()), -11);
-    close(sock);
+    ASSERT_EQ(mknod((dir / "sock").c_str(), S_IFSOCK | 0644, 0), 0);
+    EXPECT_EQ(ksdb::_copy_file((dir / "sock").c_str(), (dir / "folder").c_str()), -11);
 }
 
 
