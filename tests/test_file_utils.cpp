@@ -286,37 +286,9 @@ TEST_F(FileUtilsTest, FullFileSystemKeepsTheOldTarget) {
     EXPECT_EQ(list_dir(at("/etc")), Names{"exports"});
 }
 
-// Guards: a temporary name taken over a planted link or file, readable by others.
-TEST_F(FileUtilsTest, TemporaryFileIsPrivateNewAndBelowTheRoot) {
-    ksdb_file_spec spec{"/etc/quillfold/samba/Shares.conf", 98, 98, 0600};
-    // Names already taken, by a link and by a file, are given up.
-    const std::string victim = tmp_ / "victim";
-    ASSERT_EQ(symlink(victim.c_str(), at("/tmp/Shares.conf.AAAAAA").c_str()), 0);
-    write_file(at("/tmp/Shares.conf.BBBBBB"), "planted");
-    ScriptedLetters letters;
-    mode_t old_umask = umask(0);
-    char *tmp = nullptr;
-    FILE *f = ksdb_file_open_tempfile(h(), &spec, &tmp);
-    umask(old_umask);
-    ASSERT_NE(f, nullptr);
-    std::fclose(f);
-    EXPECT_EQ(std::string(tmp), at("/tmp/Shares.conf.CCCCCC"));
-    EXPECT_EQ(mode_of(tmp), 0600u);
-    EXPECT_FALSE(exists(victim));
-    EXPECT_EQ(read_file(at("/tmp/Shares.conf.BBBBBB")), "planted");
-
-    // A fresh root without its /tmp gets one.
-    std::string other = tmp_ / "other";
-    mkdirs(other);
-    Handle fresh({nullptr, 0, nullptr, other.c_str()});
-    f = ksdb_file_open_tempfile(fresh, &spec, &tmp);
-    ASSERT_NE(f, nullptr);
-    std::fclose(f);
-    EXPECT_EQ(std::string(tmp).rfind(other + "/tmp/Shares.conf.", 0), 0u) << tmp;
-}
-
-// Guards: the C pair bypassing the writer (owner, mode, backup, clean-up).
-TEST_F(FileUtilsTest, UpdatePutsTheTemporaryFileInPlaceThroughTheWriter) {
+// Guards: the C pair bypassing the writer (owner, mode, backup, clean-up); a temporary
+// name taken over a planted link or file, readable by others.
+TEST_F(FileUtilsTest, CPairMakesPrivateTemporaryFilesAndPutsThemInPlaceThroughTheWriter) {
     ksdb_file_spec spec{"/etc/quillfold/samba/Shares.conf", 98, 98, 0600};
     std::string tmp = make_tmp(h(), spec, "[s1]\n");
     ASSERT_EQ(ksdb_file_update(h(), &spec, tmp.c_str()), 0);
@@ -339,6 +311,26 @@ TEST_F(FileUtilsTest, UpdatePutsTheTemporaryFileInPlaceThroughTheWriter) {
     EXPECT_EQ(ksdb_file_update(h(), &spec, at("/tmp/gone").c_str()), 0);
     EXPECT_TRUE(contains(log(), "Skipping update of non-existent " + at("/tmp/gone") + "\n"));
     EXPECT_EQ(read_file(target), "[s2]\n");
+
+    // Names already taken, by a link and by a file, are given up.
+    const std::string victim = tmp_ / "victim";
+    ASSERT_EQ(symlink(victim.c_str(), at("/tmp/Shares.conf.AAAAAA").c_str()), 0);
+    write_file(at("/tmp/Shares.conf.BBBBBB"), "planted");
+    ScriptedLetters letters;
+    mode_t old_umask = umask(0);
+    tmp = make_tmp(h(), spec, "");
+    umask(old_umask);
+    EXPECT_EQ(tmp, at("/tmp/Shares.conf.CCCCCC"));
+    EXPECT_EQ(mode_of(tmp), 0600u);
+    EXPECT_FALSE(exists(victim));
+    EXPECT_EQ(read_file(at("/tmp/Shares.conf.BBBBBB")), "planted");
+
+    // A fresh root without its /tmp gets one.
+    const std::string other = tmp_ / "other";
+    mkdirs(other);
+    Handle fresh({nullptr, 0, nullptr, other.c_str()});
+    tmp = make_tmp(fresh, spec, "");
+    EXPECT_EQ(tmp.rfind(other + "/tmp/Shares.conf.", 0), 0u) << tmp;
 }
 
 
