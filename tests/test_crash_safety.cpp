@@ -60,9 +60,7 @@ TEST_P(CrashSafetyTest, KillAtAnyMomentLeavesEveryFileWholeAndTheNextExportSweep
 
     std::mt19937 rng(20261124);
     std::uniform_int_distribution<long> delay_us(0, 3 * took.count() + 1000);
-    Handle::Options opts;
-    opts.root = root().c_str();
-    Handle quiet(opts);  // no log: the child must not write into the test's capture
+    Handle quiet({nullptr, 0, nullptr, root().c_str()});  // no log: the child must not write into our capture
     std::set<std::string> seen;  // the states of the whole tree met after kills
     for (int round = 0; round < 300; ++round) {
         ASSERT_TRUE(kill_while_running([&] {
