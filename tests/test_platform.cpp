@@ -113,8 +113,9 @@ class PlatformQgroup : public RootTest {
     }
 };
 
-// Guards: the quota-group figures, the snapshots counted, the status of each failure.
-TEST_F(PlatformQgroup, FiguresOfTheSubvolumeAndItsSnapshots) {
+// Guards: the quota-group figures, the snapshots counted, the status of each failure; a
+// snapshot path outside the share or a missing one given.
+TEST_F(PlatformQgroup, FiguresAndPathsOfTheSubvolumeAndItsSnapshots) {
     mkdirs(at("/vol1/share1/.snapshots/1/snapshot"));
     put("/vol1/share1/.snapshots/1/snapshot/.fake-qgroup", "100000 40000 none");
     mkdirs(at("/vol1/share1/.snapshots/2"));  // no snapshot folder inside: ignored
@@ -143,17 +144,10 @@ TEST_F(PlatformQgroup, FiguresOfTheSubvolumeAndItsSnapshots) {
     EXPECT_EQ(info(at("/vol1/share1")), std::to_string(-EPROTO));
     ScopedEnv fail("KSDB_FAKE_FAIL", "btrfs");
     EXPECT_EQ(info(at("/vol1/share1")), std::to_string(-EIO));
-}
 
-// Guards: a snapshot path outside the share or a missing one given.
-TEST(PlatformSnapshots, FindsTheSnapshotFolderAndRefusesBadNames) {
-    TempDir root;
-    const std::string share = root / "vol1/share1";
-    mkdirs(share + "/.snapshots/7/snapshot");
-    mkdirs(share + "/.snapshots/8");  // no snapshot folder inside
-    mkdirs(root / "vol1/._share/share1/.snapshot/m_daily");
+    const std::string share = at("/vol1/share1");
     mkdirs(share + "/.snapshots/both/snapshot");
-    mkdirs(root / "vol1/._share/share1/.snapshot/both");
+    mkdirs(at("/vol1/._share/share1/.snapshot/both"));
     auto path_of = [&](const std::string &s, const char *name) -> std::string {
         char *path = reinterpret_cast<char *>(0x1);
         int rc = snapshot_get_path(s.c_str(), name, &path);
@@ -162,13 +156,12 @@ TEST(PlatformSnapshots, FindsTheSnapshotFolderAndRefusesBadNames) {
         else EXPECT_EQ(path, nullptr);
         return out;
     };
-    EXPECT_EQ(path_of(share, "7"), share + "/.snapshots/7/snapshot");
-    EXPECT_EQ(path_of(share + "/", "m_daily"), root / "vol1/._share/share1/.snapshot/m_daily");
+    EXPECT_EQ(path_of(share, "1"), share + "/.snapshots/1/snapshot");
+    EXPECT_EQ(path_of(share + "/", "m_daily"), at("/vol1/._share/share1/.snapshot/m_daily"));
     EXPECT_EQ(path_of(share, "both"), share + "/.snapshots/both/snapshot");
-    for (const char *missing : {"8", "nothing"}) EXPECT_EQ(path_of(share, missing), "-2");
+    for (const char *missing : {"2", "nothing"}) EXPECT_EQ(path_of(share, missing), "-2");
     for (const char *bad : {"..", "../../share1", ""}) EXPECT_EQ(path_of(share, bad), "-22");
 }
-
 
 namespace {
 
