@@ -84,10 +84,8 @@ TEST(AllocationFailure, NoExceptionCrossesTheCInterface) {
     fail_each_allocation("ksdb_normalize_smb_path", [&] { ksdb_normalize_smb_path(h, "a//b/"); });
     fail_each_allocation("ksdb_get_hostname", [&] { ksdb_get_hostname(h); });
     fail_each_allocation("ksdb_file_load", [&] { ksdb_file_load(h, "/etc/hostname", 0, nullptr); });
-    fail_each_allocation("ini_parse_file", [&] {
-        ini_parse_file(ini.c_str(), [](void *, const char *, const char *, const char *) { return 1; },
-                       nullptr);
-    });
+    auto ignore = [](void *, const char *, const char *, const char *) { return 1; };
+    fail_each_allocation("ini_parse_file", [&] { ini_parse_file(ini.c_str(), ignore, nullptr); });
     CaptureFile out;
     fail_each_allocation("ksdb_template_write", [&] { ksdb_template_write(h, db, out.get(), pieces); });
     int round = 0;
@@ -102,11 +100,9 @@ TEST(AllocationFailure, NoExceptionCrossesTheCInterface) {
         ksdb_file_update(h, &spec, tmp);
     });
     fail_each_allocation("ksdb_file_put_one_line", [&] { ksdb_file_put_one_line(one.c_str(), "x"); });
-    fail_each_allocation("ksdb_foreach_share_subvolume", [&] {
-        ksdb_foreach_share_subvolume(
-            h, db, [](ksdb_handle *, sqlite3 *, const char *, const char *, void *) { return 0; },
-            nullptr, 0);
-    });
+    auto none = [](ksdb_handle *, sqlite3 *, const char *, const char *, void *) { return 0; };
+    fail_each_allocation("ksdb_foreach_share_subvolume",
+                         [&] { ksdb_foreach_share_subvolume(h, db, none, nullptr, 0); });
 }
 
 }  // namespace
