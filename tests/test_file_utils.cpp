@@ -506,7 +506,7 @@ TEST(ConfValue, TakesTheTextAfterTheFirstEquals) {
 }
 
 // Guards: continuation lines joined wrongly; a duplicate key keeping its first value.
-TEST(ConfReader, JoinedLinesAndTheLastValueOfADuplicateKey) {
+TEST_F(FileUtilsTest, JoinedLinesAndTheLastValueOfADuplicateKey) {
     std::string text = "a = 1 \\ \t\n  b\nc\\\nd \\\n\n#x\nlast\\";
     std::vector<std::string> got;
     ksdb::for_each_joined_line(text.data(), [&](char *line, const char *) {
@@ -517,11 +517,9 @@ TEST(ConfReader, JoinedLinesAndTheLastValueOfADuplicateKey) {
     // a backslash that ends the text without a newline stays.
     EXPECT_EQ(got, (Names{"a = 1    b", "c d  ", "#x", "last\\"}));
 
-    TempDir dir;
-    Handle h({nullptr, 0, nullptr, dir.path().c_str()});
-    write_file(dir / "x.ini", "[s]\nk = first\nother = 1\nk = second\n");
+    put("/x.ini", "[s]\nk = first\nother = 1\nk = second\n");
     ksdb::IniFile ini;
-    ASSERT_EQ(ksdb::read_ini(h, "/x.ini", &ini), 0);
+    ASSERT_EQ(ksdb::read_ini(h(), "/x.ini", &ini), 0);
     const ksdb::KeyValues *s = ini.section("s");
     ASSERT_NE(s, nullptr);
     EXPECT_EQ(s->items(), (std::vector<std::pair<std::string, std::string>>{{"k", "second"},

@@ -103,9 +103,9 @@ TEST(MiscCommand, ExecScanfAndSafeSystem) {
 
 // Guards: admin names matched by case or prefix; the domain admin outside "ads"; guest ids.
 TEST_F(MiscTest, AdminsAndGuests) {
-    for (const char *admin : {"ADMIN", "admin", "administrator"})
-        EXPECT_EQ(ksdb_is_admin_user(h(), admin), 1);
-    for (const char *other : {"@ADMIN", "root", "admin2"}) EXPECT_EQ(ksdb_is_admin_user(h(), other), 0);
+    for (auto [name, admin] : {std::pair{"ADMIN", 1}, {"admin", 1}, {"administrator", 1}, {"@ADMIN", 0},
+                               {"root", 0}, {"admin2", 0}})
+        EXPECT_EQ(ksdb_is_admin_user(h(), name), admin) << name;
     EXPECT_DEATH(ksdb_is_admin_user(h(), nullptr), "username");
 
     const char *plain = "\"+admin\",\"Administrator\"";  // also without a service_cifs table

@@ -166,32 +166,28 @@ int record(void *user, const char *section, const char *name, const char *value)
     return std::string(name) != "reject";
 }
 
-int parse(const std::string &text, Fields *seen) {
+// The calls ini_parse_file makes on a file holding `text`, then its status.
+Fields parse(const std::string &text) {
     TempDir dir;
     write_file(dir / "x.ini", text);
-    return ini_parse_file((dir / "x.ini").c_str(), record, seen);
+    Fields seen;
+    const int rc = ini_parse_file((dir / "x.ini").c_str(), record, &seen);
+    seen.push_back(std::to_string(rc));
+    return seen;
 }
 
 // Guards: comments in values, ":" separators, blanks, the first bad line, the limits.
 TEST(StringIni, SectionsCommentsBadLinesAndLimits) {
+    EXPECT_EQ(parse(read_file(KSDB_TEST_DATA_DIR "/A-ini-forms.ini")),
+              (Fields{"|top|1", "global|name|value", "global|key|colon value", "global|a:b|c",
+                      "global|path|/x;y", "global|empty|", "global|semi|", " spaced |k|v", "0"}));
+    EXPECT_EQ(parse("[s]\na=1\nreject=1\nkey value\n[unclosed\nc=3\n"),
+              (Fields{"s|a|1", "s|reject|1", "s|c|3", "3"}));
+    const std::string too_long = std::string(60, 'n') + "=" + std::string(5000, 'v') + "\nbad\n";
+    EXPECT_EQ(parse("[" + std::string(60, 's') + "]\n" + too_long),
+              (Fields{std::string(50, 's') + "|" + std::string(50, 'n') + "|" + std::string(4095 - 61, 'v'),
+                      "3"}));
     Fields seen;
-    EXPECT_EQ(parse("; comment\n# comment\n\ntop=1\n  [global]  \n  name = value  \n"
-                    "key:colon value\na:b=c\npath = /x;y ; a comment\nempty =\r\n"
-                    "semi=;all comment\n[ spaced ]\nk=v",
-                    &seen),
-              0);
-    EXPECT_EQ(seen, (Fields{"|top|1", "global|name|value", "global|key|colon value", "global|a:b|c",
-                            "global|path|/x;y", "global|empty|", "global|semi|", " spaced |k|v"}));
-    seen.clear();
-    EXPECT_EQ(parse("[s]\na=1\nreject=1\nkey value\n[unclosed\nc=3\n", &seen), 3);
-    EXPECT_EQ(seen, (Fields{"s|a|1", "s|reject|1", "s|c|3"}));
-    seen.clear();
-    EXPECT_EQ(parse("[" + std::string(60, 's') + "]\n" + std::string(60, 'n') + "=" +
-                        std::string(5000, 'v') + "\nbad\n",
-                    &seen),
-              3);
-    EXPECT_EQ(seen, (Fields{std::string(50, 's') + "|" + std::string(50, 'n') + "|" +
-                            std::string(4095 - 61, 'v')}));
     EXPECT_EQ(ini_parse_file("/nonexistent/dir/x.ini", record, &seen), -1);
     EXPECT_EQ(ini_parse_file(nullptr, record, &seen), -1);
 }
