@@ -363,8 +363,8 @@ TEST_F(FileUtilsTest, ShareConfSpecMakesTheFoldersBelowTheRoot) {
     mkdirs(at("/vol1"));
     ksdb_file_spec spec{};
     ASSERT_EQ(ksdb_share_conf_spec(h(), "vol1", "s1", "samba", &spec), 0);
-    EXPECT_STREQ(spec.path, "/vol1/._share/s1/samba.conf");
-    EXPECT_EQ(ksdb::strprintf("%d %d %04o", spec.uid, spec.gid, spec.mode), "98 98 0644");
+    EXPECT_EQ(ksdb::strprintf("%s %d %d %04o", spec.path, spec.uid, spec.gid, spec.mode),
+              "/vol1/._share/s1/samba.conf 98 98 0644");
     EXPECT_EQ(mode_of(at("/vol1/._share")), 0755u);
     EXPECT_TRUE(S_ISDIR(stat_of(at("/vol1/._share/s1")).st_mode));
     EXPECT_EQ(fake_calls(), (std::vector<FakeCall>{
@@ -375,10 +375,8 @@ TEST_F(FileUtilsTest, ShareConfSpecMakesTheFoldersBelowTheRoot) {
     EXPECT_TRUE(fake_calls().empty());
 
     // Failures: the tool fails, names climb out of the volume.
-    {
-        ScopedEnv fail("KSDB_FAKE_FAIL", "btrfs");
-        EXPECT_EQ(ksdb_share_conf_spec(h(), "vol2", "s1", "samba", &spec), -1);
-    }
+    ScopedEnv fail("KSDB_FAKE_FAIL", "btrfs");
+    EXPECT_EQ(ksdb_share_conf_spec(h(), "vol2", "s1", "samba", &spec), -1);
     clear_fake_calls();
     const char *const bad[][3] = {
         {"../out", "s1", "samba"}, {"vol1", "..", "samba"}, {"vol1", "s1", "../../x"}, {"", "s1", "samba"}};
