@@ -487,8 +487,19 @@ TEST(OneLineFiles, ReadTheFirstUnindentedLineAndWriteOne) {
     EXPECT_EQ(ksdb_file_put_one_line((dir / "file/x").c_str(), "x"), -1);
 }
 
-// Guards: values cut wrongly, defaults not given.
-TEST(ConfValue, TakesTheTextAfterTheFirstEquals) {
+// Guards: continuation lines joined wrongly; a duplicate key keeping its first value;
+// values cut wrongly, defaults not given.
+TEST_F(FileUtilsTest, JoinedLinesValuesAndTheLastValueOfADuplicateKey) {
+    std::string text = "a = 1 \\ \t\n  b\nc\\\nd \\\n\n#x\nlast\\";
+    std::vector<std::string> got;
+    ksdb::for_each_joined_line(text.data(), [&](char *line, const char *) {
+        got.push_back(line);
+        return true;
+    });
+    // The backslash, the blanks after it and the newline become one blank;
+    // a backslash that ends the text without a newline stays.
+    EXPECT_EQ(got, (Names{"a = 1    b", "c d  ", "#x", "last\\"}));
+
     char line[] = "key =  \tvalue here\nnext=1";
     EXPECT_STREQ(ksdb_conf_value(line), "value here");
     char none[] = "no equals sign\n";
@@ -501,19 +512,6 @@ TEST(ConfValue, TakesTheTextAfterTheFirstEquals) {
     EXPECT_EQ(ksdb_conf_value_int("nothing"), -1);
     EXPECT_EQ(ksdb_conf_value_ulong("size = 18446744073709551615\n"), ULONG_MAX);
     EXPECT_EQ(ksdb_conf_value_ulong("nothing"), ~0ul);
-}
-
-// Guards: continuation lines joined wrongly; a duplicate key keeping its first value.
-TEST_F(FileUtilsTest, JoinedLinesAndTheLastValueOfADuplicateKey) {
-    std::string text = "a = 1 \\ \t\n  b\nc\\\nd \\\n\n#x\nlast\\";
-    std::vector<std::string> got;
-    ksdb::for_each_joined_line(text.data(), [&](char *line, const char *) {
-        got.push_back(line);
-        return true;
-    });
-    // The backslash, the blanks after it and the newline become one blank;
-    // a backslash that ends the text without a newline stays.
-    EXPECT_EQ(got, (Names{"a = 1    b", "c d  ", "#x", "last\\"}));
 
     put("/x.ini", "[s]\nk = first\nother = 1\nk = second\n");
     ksdb::IniFile ini;

@@ -26,7 +26,8 @@ class MiscTest : public RootTest {
 };
 
 // Guards: fields not replaced or rescanned; no row, NULL or a failure writing; text
-// before a failing field, a query over 2047 characters, "%", a line added.
+// before a failing field, a query over 2047 characters, "%", a line added; template
+// values taken from the caller's result pool.
 TEST_F(MiscTest, TemplatesReplaceFieldsAndStopAtTheFirstBadOne) {
     sql().exec("CREATE TABLE lang(val TEXT); INSERT INTO lang VALUES('zh_TW');"
                "CREATE TABLE t(v TEXT); INSERT INTO t VALUES('{SQL{SELECT 9}}');"
@@ -55,12 +56,10 @@ TEST_F(MiscTest, TemplatesReplaceFieldsAndStopAtTheFirstBadOne) {
         EXPECT_TRUE(contains(log(), c.log)) << c.log;
     }
     EXPECT_EQ(ksdb_template_write(h(), db(), stdout, nullptr), 0);
-}
 
-// Guards: template values taken from the caller's result pool.
-TEST_F(MiscTest, TemplateValuesDoNotGrowTheCallersPool) {
-    // The pool is a bump allocator: two small blocks are neighbours exactly
-    // when nothing was allocated from it in between.
+    // Values do not come from the caller's result pool.  The pool is a bump
+    // allocator: two small blocks are neighbours exactly when nothing was
+    // allocated from it in between.
     apr_pool_t *pool = nullptr;
     apr_pool_create(&pool, handle_->pool());
     h()->call_pool = pool;

@@ -21,15 +21,6 @@ std::string run(std::vector<const char *> argv, size_t size, int expected_rc = 0
     return size ? std::string(out.data()) : std::string();
 }
 
-// A volume list released on scope exit.
-struct Volumes {
-    ksdb_volume_list list{};
-    ~Volumes() { free_volume(&list); }
-    std::vector<uint16_t> uuid(int i) const {
-        return std::vector<uint16_t>(list.volumes[i].uuid, list.volumes[i].uuid + 8);
-    }
-};
-
 }  // namespace
 
 // Guards: output cut wrongly, a child blocked on a full pipe, arguments given to a shell.
@@ -57,10 +48,11 @@ TEST(PlatformExec, CapturesTruncatesDrainsReportsStatusAndPassesArgumentsUnchang
 // Guards: folders taken for volumes wrongly, figures or uuids, the volume limit.
 TEST(PlatformVolumes, FoldersWithAShareFolderAreVolumesUnderADebugRoot) {
     TempDir root;
-    Volumes none;
-    none.list.count = 7;
-    EXPECT_EQ(volume_scan(root.path().c_str(), &none.list), 0);
-    EXPECT_EQ(none.list.count, 0);
+    ksdb_volume_list v{}, again{};
+    v.count = 7;
+    EXPECT_EQ(volume_scan(root.path().c_str(), &v), 0);
+    EXPECT_EQ(v.count, 0);
+    free_volume(&v);
     EXPECT_EQ(volume_scan(root.path().c_str(), nullptr), -EINVAL);
 
     mkdirs(root / "vol2/._share");
@@ -69,13 +61,13 @@ TEST(PlatformVolumes, FoldersWithAShareFolderAreVolumesUnderADebugRoot) {
     mkdirs(root / ".hidden/._share");    // hidden folder: not a volume
     write_file(root / "vol3", "a file");
     write_file(root / "vol4/._share", "a file, not a folder");
-    Volumes v;
-    ASSERT_EQ(volume_scan(root.path().c_str(), &v.list), 0);
-    ASSERT_EQ(v.list.count, 2);
+    ASSERT_EQ(volume_scan(root.path().c_str(), &v), 0);
+    ASSERT_EQ(v.count, 2);
     struct statvfs sv;
     ASSERT_EQ(statvfs((root / "vol1").c_str(), &sv), 0);
+    auto uuid = [](const ksdb_volume_entry &e) { return std::vector<uint16_t>(e.uuid, e.uuid + 8); };
     for (int i = 0; i < 2; ++i) {
-        const ksdb_volume_entry &e = v.list.volumes[i];
+        const ksdb_volume_entry &e = v.volumes[i];
         EXPECT_STREQ(e.name, i ? "vol2" : "vol1");
         EXPECT_EQ(e.status * 100 + e.flags * 10 + e.ndevices, 100) << e.name;
         EXPECT_EQ(e.blk_total, static_cast<uint64_t>(sv.f_blocks) * sv.f_frsize / 1024);
@@ -84,19 +76,19 @@ TEST(PlatformVolumes, FoldersWithAShareFolderAreVolumesUnderADebugRoot) {
         EXPECT_EQ(e.uuid[3] >> 12, 8);
         EXPECT_EQ(e.uuid[4] >> 14, 2);
     }
-    EXPECT_NE(v.uuid(0), v.uuid(1));
+    EXPECT_NE(uuid(v.volumes[0]), uuid(v.volumes[1]));
     // The UUID follows the name, whatever the spelling of the root.
-    Volumes again;
-    ASSERT_EQ(volume_scan((root.path() + "//").c_str(), &again.list), 0);
-    EXPECT_EQ(again.uuid(1), v.uuid(1));
-    free_volume(&again.list);
-    EXPECT_EQ(again.list.volumes, nullptr);
+    ASSERT_EQ(volume_scan((root.path() + "//").c_str(), &again), 0);
+    EXPECT_EQ(uuid(again.volumes[1]), uuid(v.volumes[1]));
+    free_volume(&again);
+    free_volume(&v);
+    EXPECT_EQ(again.volumes, nullptr);
 
     for (int i = 0; i < 260; ++i) mkdirs(root / ("v" + std::to_string(1000 + i) + "/._share"));
-    Volumes many;
-    ASSERT_EQ(volume_scan(root.path().c_str(), &many.list), 0);
-    ASSERT_EQ(many.list.count, KSDB_MAX_VOLUMES);
-    EXPECT_STREQ(many.list.volumes[255].name, "v1255");
+    ASSERT_EQ(volume_scan(root.path().c_str(), &v), 0);
+    ASSERT_EQ(v.count, KSDB_MAX_VOLUMES);
+    EXPECT_STREQ(v.volumes[255].name, "v1255");
+    free_volume(&v);
 }
 
 class PlatformQgroup : public RootTest {
