@@ -197,9 +197,8 @@ TEST_F(FileUtilsTest, CommitComparesBeforeReplacing) {
                                                KSDB_FILE_CHANGED}));
     // The old member sees the new content before each commit, and the
     // status after.
-    EXPECT_EQ(seen.file, (Names{"0 0 one\n", "1 0 <none>", "0 0 one\n",
-                                                   "1 0 one\n", "0 0 one\n", "1 0 one\n",
-                                                   "0 0 two\n", "1 0 <none>"}));
+    EXPECT_EQ(seen.file, (Names{"0 0 one\n", "1 0 <none>", "0 0 one\n", "1 0 one\n", "0 0 one\n",
+                                "1 0 one\n", "0 0 two\n", "1 0 <none>"}));
 }
 
 // Guards: the writer following a link at the backup or a temporary name (a link at
@@ -460,18 +459,17 @@ TEST_F(FileUtilsTest, ShareEnumeratorFindsEveryShareOfEveryVolume) {
 // Guards: the one-line reader taking an indented line; the writer dropping owner and mode.
 TEST(OneLineFiles, ReadTheFirstUnindentedLineAndWriteOne) {
     TempDir dir;
-    char buf[64];
-    write_file(dir / "a", "  indented\n\tnote\nvalue\r\nlater\n");
-    EXPECT_EQ(ksdb_file_get_one_line((dir / "a").c_str(), buf, sizeof buf), 0);
-    EXPECT_STREQ(buf, "value");
-    write_file(dir / "b", "  first\n  last\r\n");  // every line indented: the last
-    EXPECT_EQ(ksdb_file_get_one_line((dir / "b").c_str(), buf, sizeof buf), 0);
-    EXPECT_STREQ(buf, "  last");
-    char small[4];
-    write_file(dir / "long", "abcdefgh\n");
-    EXPECT_EQ(ksdb_file_get_one_line((dir / "long").c_str(), small, sizeof small), 0);
-    EXPECT_STREQ(small, "abc");
-    EXPECT_EQ(ksdb_file_get_one_line((dir / "missing").c_str(), buf, sizeof buf), -1);
+    // The status and the line read from a file holding `text` into `size` bytes.
+    auto first_line = [&](const char *name, const char *text, size_t size) {
+        if (text) write_file(dir / name, text);
+        std::vector<char> buf(size, 'x');
+        const int rc = ksdb_file_get_one_line((dir / name).c_str(), buf.data(), size);
+        return std::to_string(rc) + " " + buf.data();
+    };
+    EXPECT_EQ(first_line("a", "  indented\n\tnote\nvalue\r\nlater\n", 64), "0 value");
+    EXPECT_EQ(first_line("b", "  first\n  last\r\n", 64), "0   last");  // every line indented: the last
+    EXPECT_EQ(first_line("long", "abcdefgh\n", 4), "0 abc");
+    EXPECT_EQ(first_line("missing", nullptr, 64), "-1 ");
 
     // The writer keeps an existing file's owner and mode.
     write_file(dir / "f", "old\n");
@@ -524,12 +522,9 @@ TEST_F(FileUtilsTest, JoinedLinesValuesAndTheLastValueOfADuplicateKey) {
 
 // Guards: a device found by a prefix of its name.
 TEST(DevMounted, MatchesTheWholeDeviceNameAtTheStartOfAMountsLine) {
-    std::string mounts = read_file("/proc/mounts"), dev;
-    for (const auto &line : lines(mounts))
-        if (line.rfind("/dev/", 0) == 0) {
-            dev = line.substr(5, line.find(' ') - 5);
-            break;
-        }
+    std::string dev;  // the first device mounted here
+    for (const auto &line : lines(read_file("/proc/mounts")))
+        if (dev.empty() && line.rfind("/dev/", 0) == 0) dev = line.substr(5, line.find(' ') - 5);
     EXPECT_EQ(ksdb_is_dev_mounted("ksdb-no-such-device"), 0);
     if (dev.empty()) GTEST_SKIP() << "no /dev device is mounted here";
     EXPECT_EQ(ksdb_is_dev_mounted(dev.c_str()), 1) << dev;

@@ -91,22 +91,21 @@ TEST(PlatformVolumes, FoldersWithAShareFolderAreVolumesUnderADebugRoot) {
     free_volume(&v);
 }
 
-class PlatformQgroup : public RootTest {
-  protected:
+class PlatformQgroup : public RootTest {};
+
+// Guards: the quota-group figures, the snapshots counted, the status of each failure; a
+// snapshot path outside the share or a missing one given.
+TEST_F(PlatformQgroup, FiguresAndPathsOfTheSubvolumeAndItsSnapshots) {
     // The figures as "referenced exclusive max snapshots ratio+texts", or the error.
-    std::string info(const std::string &path) {
+    auto info = [](const std::string &path) {
         ksdb_qgroup_info i;
         std::memset(&i, 0x5a, sizeof i);
         if (int rc = btrfs_get_qgroup_info(path.c_str(), &i)) return std::to_string(rc);
         return std::to_string(i.referenced) + " " + std::to_string(i.exclusive) + " " +
                std::to_string(i.max_referenced) + " " + std::to_string(i.snapshots_used) + " " +
                i.compressratio + i.logbias + i.origin + i.sync;
-    }
-};
+    };
 
-// Guards: the quota-group figures, the snapshots counted, the status of each failure; a
-// snapshot path outside the share or a missing one given.
-TEST_F(PlatformQgroup, FiguresAndPathsOfTheSubvolumeAndItsSnapshots) {
     mkdirs(at("/vol1/share1/.snapshots/1/snapshot"));
     put("/vol1/share1/.snapshots/1/snapshot/.fake-qgroup", "100000 40000 none");
     mkdirs(at("/vol1/share1/.snapshots/2"));  // no snapshot folder inside: ignored

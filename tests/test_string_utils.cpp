@@ -18,12 +18,6 @@ std::string in_place(const std::string &s, F f) {
 
 char kUntouched[] = "untouched";
 
-std::string every_byte() {
-    std::string s;
-    for (int c = 1; c < 256; ++c) s += static_cast<char>(c);
-    return s;
-}
-
 // Guards: a Latin-1 no-break space taken for a blank; "not found" not at the end.
 TEST(StringCursor, SkipsCLocaleSpacesAndToCharacters) {
     auto b = buf(" \t\n\v\f\r \xA0x");
@@ -123,8 +117,10 @@ TEST(StringEscaping, ShellUrlAndXmlEdgesAndRoundTrips) {
     EXPECT_STREQ(ksdb_escape_xml(p, "<a href=\"x\">Tom & Jerry's</a>"),
                  "&lt;a href=&quot;x&quot;&gt;Tom &amp; Jerry&apos;s&lt;/a&gt;");
     EXPECT_STREQ(ksdb_unescape_xml(p, "&amp;lt; &unknown; & &amp &#38;"), "&lt; &unknown; & &amp &#38;");
+    std::string every_byte;
+    for (int c = 1; c < 256; ++c) every_byte += static_cast<char>(c);
     for (const std::string &s : {std::string("a\\"), std::string("$(rm -rf /)"), std::string("%25"),
-                                 std::string("&&lt;;"), every_byte()}) {
+                                 std::string("&&lt;;"), every_byte}) {
         EXPECT_EQ(in_place(escape_for_shell(h, s.c_str()), unescape_for_shell), s);
         EXPECT_EQ(std::string(ksdb_unescape_url(p, ksdb_escape_url(p, s.c_str()))), s);
         EXPECT_EQ(std::string(ksdb_unescape_xml(p, ksdb_escape_xml(p, s.c_str()))), s);
