@@ -19,55 +19,36 @@ using namespace ksdb_test;
 
 namespace {
 
-struct KillCase {
-    const char *name;
-    const char *folder;  // the case folder whose export state is run
-    const char *toggle;  // SQL flipping some values between two states
-    int (*run)(ksdb_handle *h, sqlite3 *db);
-};
+// One line per export: the case folder whose state is run, a blank, and SQL
+// flipping some of its values between two states.
+const std::vector<std::string> kCases = lines(read_file(KSDB_TEST_DATA_DIR "/A-kill-toggles"));
 
-const KillCase kCases[] = {
-    {"CIFS_SHARE", "cifs-share/volume-shares",
-     "UPDATE share SET comment=CASE WHEN comment LIKE '%!' THEN substr(comment,1,length(comment)-1) "
-     "ELSE comment||'!' END",
-     [](ksdb_handle *h, sqlite3 *db) { return ksdb_export(h, db, KSDB_CAT_CIFS_SHARE); }},
-    {"ALL_SERVICE", "all-service/small-appliance",
-     "UPDATE service_cifs SET workgroup=CASE workgroup WHEN 'WORKGROUP' THEN 'OFFICE' ELSE "
-     "'WORKGROUP' END;UPDATE service_nfs SET threads=24-threads;UPDATE service_ftp SET "
-     "masquerade=CASE masquerade WHEN '192.0.2.10' THEN '192.0.2.11' ELSE '192.0.2.10' END;"
-     "UPDATE service_misc SET val=CASE val WHEN 'de' THEN 'fr' ELSE 'de' END WHERE key='LANGUAGE'",
-     [](ksdb_handle *h, sqlite3 *db) { return ksdb_export(h, db, KSDB_CAT_ALL_SERVICE); }},
-    {"accounts", "account-export/whole",
-     "UPDATE `$user` SET uname=CASE uname WHEN 'alice' THEN 'alicia' ELSE 'alice' END WHERE id=1000",
-     [](ksdb_handle *h, sqlite3 *db) { return ksdb_account_export(h, db); }},
-};
-
-class CrashSafetyTest : public RootTest, public ::testing::WithParamInterface<KillCase> {};
+class CrashSafetyTest : public RootTest, public ::testing::WithParamInterface<std::string> {};
 
 // Guards: a target empty, partial or missing after a kill at any moment of
 // an export; temporary files left behind by a killed export.
 TEST_P(CrashSafetyTest, KillAtAnyMomentLeavesEveryFileWholeAndTheNextExportSweeps) {
-    const KillCase &kc = GetParam();
+    const std::string folder = GetParam().substr(0, GetParam().find(' '));
     ScopedTmpfs files(root(), 64 << 20);
     if (!files.ok()) GTEST_SKIP() << files.why();
     ScopedTmpfs tmp(at("/tmp"), 8 << 20);
     ASSERT_TRUE(tmp.ok()) << tmp.why();
     CaseSpec spec;
     for (const CaseSpec &c : find_cases(KSDB_CASES_DIR))
-        if (c.dir == std::string(KSDB_CASES_DIR "/") + kc.folder) spec = c;
-    ASSERT_FALSE(spec.dir.empty()) << kc.folder;
+        if (c.dir == KSDB_CASES_DIR "/" + folder) spec = c;
+    ASSERT_FALSE(spec.dir.empty()) << folder;
     ASSERT_EQ(ksdb_create(h(), db()), 0) << log();
     stage_case(spec, true, root(), db());
 
     // One step from one state to the other, whenever the child is killed.
-    const std::string toggle = std::string("BEGIN;") + kc.toggle + ";COMMIT";
+    const std::string toggle = "BEGIN;" + GetParam().substr(folder.size() + 1) + ";COMMIT";
     // The two versions of every file the export writes, and how long an
     // export and a toggle take: the kills fall anywhere in the first three.
     std::map<std::string, std::set<std::string>> versions;
     auto took = std::chrono::microseconds(0);
     for (int i = 0; i < 2; ++i) {
         const auto t0 = std::chrono::steady_clock::now();
-        ASSERT_EQ(kc.run(h(), db()), 0) << log();
+        ASSERT_EQ(run_case_call(spec, true, h(), db()), 0) << log();
         for (const std::string &rel : files_below(root()))
             if (rel.find(".bak") == std::string::npos) versions[rel].insert(read_file(at("/" + rel)));
         sql().exec(toggle);
@@ -79,13 +60,11 @@ TEST_P(CrashSafetyTest, KillAtAnyMomentLeavesEveryFileWholeAndTheNextExportSweep
 
     std::mt19937 rng(20261124);
     std::uniform_int_distribution<long> delay_us(0, 3 * took.count() + 1000);
-    Handle::Options opts;
-    opts.root = root().c_str();
-    Handle quiet(opts);  // no log: the child must not write into the test's capture
+    Handle quiet({nullptr, 0, nullptr, root().c_str()});  // no log: the child must not write into our capture
     std::set<std::string> seen;  // the states of the whole tree met after kills
     for (int round = 0; round < 300; ++round) {
         ASSERT_TRUE(kill_while_running([&] {
-            kc.run(quiet, db());
+            run_case_call(spec, true, quiet, db());
             sqlite3_exec(db(), toggle.c_str(), nullptr, nullptr, nullptr);
         }, delay_us(rng)));
         std::string state;
@@ -101,12 +80,14 @@ TEST_P(CrashSafetyTest, KillAtAnyMomentLeavesEveryFileWholeAndTheNextExportSweep
     }
     EXPECT_GE(seen.size(), 2u) << "the child never got through an export";
 
-    ASSERT_EQ(kc.run(h(), db()), 0) << log();
+    ASSERT_EQ(run_case_call(spec, true, h(), db()), 0) << log();
     for (const std::string &rel : files_below(root()))
         EXPECT_EQ(rel.find(".ksdb-"), std::string::npos) << "/" << rel << " left behind";
 }
 
 INSTANTIATE_TEST_SUITE_P(Exports, CrashSafetyTest, ::testing::ValuesIn(kCases),
-                         [](const auto &info) { return std::string(info.param.name); });
+                         [](const auto &info) {
+                             return replace_all(info.param.substr(0, info.param.find('/')), "-", "_");
+                         });
 
 }  // namespace

@@ -18,12 +18,6 @@ std::string in_place(const std::string &s, F f) {
 
 char kUntouched[] = "untouched";
 
-std::string every_byte() {
-    std::string s;
-    for (int c = 1; c < 256; ++c) s += static_cast<char>(c);
-    return s;
-}
-
 // Guards: a Latin-1 no-break space taken for a blank; "not found" not at the end.
 TEST(StringCursor, SkipsCLocaleSpacesAndToCharacters) {
     auto b = buf(" \t\n\v\f\r \xA0x");
@@ -106,30 +100,28 @@ TEST(StringTrim, OneOrAllOfEachSetAndQuotes) {
         EXPECT_EQ(in_place(unchanged, ksdb_strip_quotes), unchanged);
 }
 
-// Guards: the special set escaped wrongly; unescaping not the inverse; shell quotes.
-TEST(StringShell, EscapesExactlyTheSpecialSetAndRoundTrips) {
+// Guards: the special set escaped wrongly; unescaping not the inverse; shell quotes;
+// reserved characters left bare, bad escapes misread, entities decoded twice.
+TEST(StringEscaping, ShellUrlAndXmlEdgesAndRoundTrips) {
     Handle h;
+    apr_pool_t *p = h.pool();
     EXPECT_STREQ(escape_for_shell(h, "! \t\\&()|^<>?*[]$`\"'{}"),
                  "\\!\\ \\\t\\\\\\&\\(\\)\\|\\^\\<\\>\\?\\*\\[\\]\\$\\`\\\"\\'\\{\\}");
     EXPECT_STREQ(escape_for_shell(h, "a;b#c~d%e=f:g/h,i"), "a;b#c~d%e=f:g/h,i");
     EXPECT_STREQ(escape_for_shell(h, nullptr), "");
-    for (const std::string &s : {std::string("a\\"), std::string("$(rm -rf /)"), every_byte()})
-        EXPECT_EQ(in_place(escape_for_shell(h, s.c_str()), unescape_for_shell), s);
     EXPECT_EQ(in_place("'a  b'\"c\\\"d\\n\"\\ e", ksdb_unquote_shell_word), "a  bc\"d\\n e");
     EXPECT_EQ(in_place("it's \"open", ksdb_unquote_shell_word), "it's \"open");
-}
-
-// Guards: reserved characters left bare, bad escapes misread, entities decoded twice.
-TEST(StringEscaping, UrlAndXmlEdgesAndRoundTrips) {
-    Handle h;
-    apr_pool_t *p = h.pool();
     EXPECT_STREQ(ksdb_escape_url(p, "/vol1/my share/100%"), "/vol1/my%20share/100%25");
     EXPECT_STREQ(ksdb_escape_url(p, "a-b_c.d~e/F9?\xC3\xA9"), "a-b_c.d~e/F9%3F%C3%A9");
     EXPECT_STREQ(ksdb_unescape_url(p, "%41%4a+b 50% %4 %zz %%41 %2541"), "AJ+b 50% %4 %zz %A %41");
     EXPECT_STREQ(ksdb_escape_xml(p, "<a href=\"x\">Tom & Jerry's</a>"),
                  "&lt;a href=&quot;x&quot;&gt;Tom &amp; Jerry&apos;s&lt;/a&gt;");
     EXPECT_STREQ(ksdb_unescape_xml(p, "&amp;lt; &unknown; & &amp &#38;"), "&lt; &unknown; & &amp &#38;");
-    for (const std::string &s : {std::string("%25"), std::string("&&lt;;"), every_byte()}) {
+    std::string every_byte;
+    for (int c = 1; c < 256; ++c) every_byte += static_cast<char>(c);
+    for (const std::string &s : {std::string("a\\"), std::string("$(rm -rf /)"), std::string("%25"),
+                                 std::string("&&lt;;"), every_byte}) {
+        EXPECT_EQ(in_place(escape_for_shell(h, s.c_str()), unescape_for_shell), s);
         EXPECT_EQ(std::string(ksdb_unescape_url(p, ksdb_escape_url(p, s.c_str()))), s);
         EXPECT_EQ(std::string(ksdb_unescape_xml(p, ksdb_escape_xml(p, s.c_str()))), s);
     }
@@ -166,32 +158,28 @@ int record(void *user, const char *section, const char *name, const char *value)
     return std::string(name) != "reject";
 }
 
-int parse(const std::string &text, Fields *seen) {
+// The calls ini_parse_file makes on a file holding `text`, then its status.
+Fields parse(const std::string &text) {
     TempDir dir;
     write_file(dir / "x.ini", text);
-    return ini_parse_file((dir / "x.ini").c_str(), record, seen);
+    Fields seen;
+    const int rc = ini_parse_file((dir / "x.ini").c_str(), record, &seen);
+    seen.push_back(std::to_string(rc));
+    return seen;
 }
 
 // Guards: comments in values, ":" separators, blanks, the first bad line, the limits.
 TEST(StringIni, SectionsCommentsBadLinesAndLimits) {
+    EXPECT_EQ(parse(read_file(KSDB_TEST_DATA_DIR "/A-ini-forms.ini")),
+              (Fields{"|top|1", "global|name|value", "global|key|colon value", "global|a:b|c",
+                      "global|path|/x;y", "global|empty|", "global|semi|", " spaced |k|v", "0"}));
+    EXPECT_EQ(parse("[s]\na=1\nreject=1\nkey value\n[unclosed\nc=3\n"),
+              (Fields{"s|a|1", "s|reject|1", "s|c|3", "3"}));
+    const std::string too_long = std::string(60, 'n') + "=" + std::string(5000, 'v') + "\nbad\n";
+    EXPECT_EQ(parse("[" + std::string(60, 's') + "]\n" + too_long),
+              (Fields{std::string(50, 's') + "|" + std::string(50, 'n') + "|" + std::string(4095 - 61, 'v'),
+                      "3"}));
     Fields seen;
-    EXPECT_EQ(parse("; comment\n# comment\n\ntop=1\n  [global]  \n  name = value  \n"
-                    "key:colon value\na:b=c\npath = /x;y ; a comment\nempty =\r\n"
-                    "semi=;all comment\n[ spaced ]\nk=v",
-                    &seen),
-              0);
-    EXPECT_EQ(seen, (Fields{"|top|1", "global|name|value", "global|key|colon value", "global|a:b|c",
-                            "global|path|/x;y", "global|empty|", "global|semi|", " spaced |k|v"}));
-    seen.clear();
-    EXPECT_EQ(parse("[s]\na=1\nreject=1\nkey value\n[unclosed\nc=3\n", &seen), 3);
-    EXPECT_EQ(seen, (Fields{"s|a|1", "s|reject|1", "s|c|3"}));
-    seen.clear();
-    EXPECT_EQ(parse("[" + std::string(60, 's') + "]\n" + std::string(60, 'n') + "=" +
-                        std::string(5000, 'v') + "\nbad\n",
-                    &seen),
-              3);
-    EXPECT_EQ(seen, (Fields{std::string(50, 's') + "|" + std::string(50, 'n') + "|" +
-                            std::string(4095 - 61, 'v')}));
     EXPECT_EQ(ini_parse_file("/nonexistent/dir/x.ini", record, &seen), -1);
     EXPECT_EQ(ini_parse_file(nullptr, record, &seen), -1);
 }

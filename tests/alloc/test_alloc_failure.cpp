@@ -68,21 +68,15 @@ void fail_each_allocation(const char *name, const std::function<void()> &call) {
 // Guards: an exception crossing the C interface when an allocation fails.
 TEST(AllocationFailure, NoExceptionCrossesTheCInterface) {
     TempDir dir;
-    const std::string root = dir.path();
-    mkdirs(root + "/tmp");
-    mkdirs(root + "/etc");
+    const std::string root = dir.path(), ini = root + "/etc/x.ini", one = root + "/one";
+    for (const char *folder : {"/tmp", "/vol1/._share", "/vol1/docs"}) mkdirs(root + folder);
     write_file(root + "/etc/hostname", "nas1\n");
-    write_file(root + "/etc/x.ini", "[s]\nk = v\n");
-    mkdirs(root + "/vol1/._share");
-    mkdirs(root + "/vol1/docs");
-    Handle::Options opts;
-    opts.root = root.c_str();
-    Handle h(opts);
+    write_file(ini, "[s]\nk = v\n");
+    Handle h({nullptr, 0, nullptr, root.c_str()});
     Db db;
     db.exec("CREATE TABLE t(v TEXT); INSERT INTO t VALUES('value');");
     const char *const pieces[] = {"a = {SQL{SELECT v FROM t}}\n", nullptr};
     const ksdb_file_spec spec{"/etc/exports", -1, -1, 0644};
-    const std::string ini = root + "/etc/x.ini";
 
     fail_each_allocation("ksdb_shell_quote", [&] { ksdb_shell_quote(h, "it's"); });
     fail_each_allocation("escape_for_shell", [&] { escape_for_shell(h, "a b"); });
@@ -90,10 +84,8 @@ TEST(AllocationFailure, NoExceptionCrossesTheCInterface) {
     fail_each_allocation("ksdb_normalize_smb_path", [&] { ksdb_normalize_smb_path(h, "a//b/"); });
     fail_each_allocation("ksdb_get_hostname", [&] { ksdb_get_hostname(h); });
     fail_each_allocation("ksdb_file_load", [&] { ksdb_file_load(h, "/etc/hostname", 0, nullptr); });
-    fail_each_allocation("ini_parse_file", [&] {
-        ini_parse_file(ini.c_str(), [](void *, const char *, const char *, const char *) { return 1; },
-                       nullptr);
-    });
+    auto ignore = [](void *, const char *, const char *, const char *) { return 1; };
+    fail_each_allocation("ini_parse_file", [&] { ini_parse_file(ini.c_str(), ignore, nullptr); });
     CaptureFile out;
     fail_each_allocation("ksdb_template_write", [&] { ksdb_template_write(h, db, out.get(), pieces); });
     int round = 0;
@@ -107,13 +99,10 @@ TEST(AllocationFailure, NoExceptionCrossesTheCInterface) {
         std::fclose(f);
         ksdb_file_update(h, &spec, tmp);
     });
-    const std::string one = root + "/one";
     fail_each_allocation("ksdb_file_put_one_line", [&] { ksdb_file_put_one_line(one.c_str(), "x"); });
-    fail_each_allocation("ksdb_foreach_share_subvolume", [&] {
-        ksdb_foreach_share_subvolume(
-            h, db, [](ksdb_handle *, sqlite3 *, const char *, const char *, void *) { return 0; },
-            nullptr, 0);
-    });
+    auto none = [](ksdb_handle *, sqlite3 *, const char *, const char *, void *) { return 0; };
+    fail_each_allocation("ksdb_foreach_share_subvolume",
+                         [&] { ksdb_foreach_share_subvolume(h, db, none, nullptr, 0); });
 }
 
 }  // namespace
