@@ -70,14 +70,6 @@ TEST_F(DictionaryTest, FailedStatementsDoNotStopTheLoad) {
               (std::vector<std::string>{"1|en", "2|de"}));
     EXPECT_EQ(messages(), (std::vector<std::string>{"a|1|A", "b|1|B", "a|2|Ä"}));
 
-    // Through the driver the failure rolls the whole load back.
-    sql().exec("DELETE FROM _dictionary; DELETE FROM _lang_supported");
-    sql().exec("INSERT INTO _lang_supported VALUES(5,'it','Italiano')");
-    EXPECT_EQ(ksdb_import(h(), db(), KSDB_CAT_DICTIONARY), KSDB_E_DB);
-    EXPECT_EQ(sql().rows("SELECT id,lang FROM _lang_supported"),
-              std::vector<std::string>{"5|it"});
-    EXPECT_TRUE(messages().empty());
-
     // A failing item insert is remembered too, and the next item is tried.
     dictionary(R"(<Language code="en" spell="English"><item key="a">A</item><item key="b">B</item>
 </Language>)");
