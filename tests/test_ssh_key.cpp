@@ -13,14 +13,9 @@ using namespace ksdb_test;
 namespace {
 
 // Public keys made with ssh-keygen for these tests, with the MD5
-// fingerprints "ssh-keygen -l -E md5" gives for them.
+// fingerprint "ssh-keygen -l -E md5" gives for the second.
 const std::string kEd =
     "AAAAC3NzaC1lZDI1NTE5AAAAIGz4+KYb3MPMaW2u7DM+tlh+DY0lQD1maKsoDw/m40jO";
-const std::string kEdPrint = "f8:33:7c:af:f4:b5:88:cb:a1:bd:42:57:f0:68:b5:45";
-const std::string kEcdsa =
-    "AAAAE2VjZHNhLXNoYTItbmlzdHAyNTYAAAAIbmlzdHAyNTYAAABBBKOcn3seYLuY/vbEu8QGeLtB8zTkOnYzsxF0"
-    "rotN8J0VUPGnFy78z4zgM0AuK30HoQvhdUXARzSnTScH39N4BVg=";
-const std::string kEcdsaPrint = "cf:35:dd:54:96:a5:8b:79:e2:c1:67:4d:e5:a5:a4:be";
 const std::string kAdmin = "AAAAC3NzaC1lZDI1NTE5AAAAIKxo70ySongRVyUMvSiDBpPdnpGULY2q1sjM6BTKubxo";
 const std::string kAdminPrint = "61:ab:16:d1:b9:aa:1e:c0:c9:8b:2a:c1:4d:be:d7:e1";
 
@@ -45,26 +40,16 @@ class SshKeyTest : public RootTest {
     static std::string str(const char *s) { return s ? s : "<NULL>"; }
 };
 
-// Guards: options, comments or fingerprints read wrongly; non-keys kept.
-TEST_F(SshKeyTest, ParserReadsOptionsCommentsAndSkipsWhatIsNoKey) {
-    auto keys = parse("# a comment\n\n"
-                      "command=\"/usr/bin/rsync --server\" ssh-ed25519 " + kEd + " alice@laptop\n"
-                      "no-pty ssh-ed25519 " + kEd + " options other than command\n"
-                      "sk-ssh-ed25519@openssh.com " + kEd + " security key\n"
-                      "ssh-ed25519\n"
-                      "  ecdsa-sha2-nistp256 " + kEcdsa + "   root at  console  \n"
+// Guards: the command option read wrongly; a key written back wrongly (the case
+// folder ssh-key/replisync-key-lines holds the other lines of a key file).
+TEST_F(SshKeyTest, ParserReadsTheCommandOptionAndWritesTheKeyBack) {
+    auto keys = parse("command=\"/usr/bin/rsync --server\" ssh-ed25519 " + kEd + " alice@laptop\n"
                       "ssh-ed25519 " + kAdmin + "\n");
-    std::vector<std::string> got;
-    for (const auto &k : keys)
-        got.push_back(str(k.command) + "|" + str(k.type) + "|" + str(k.key) + "|" + str(k.comment) + "|" +
-                      str(k.fingerprint));
-    ASSERT_EQ(got, (std::vector<std::string>{
-                       "/usr/bin/rsync --server|ssh-ed25519|" + kEd + "|alice@laptop|" + kEdPrint,
-                       "<NULL>|ecdsa-sha2-nistp256|" + kEcdsa + "|root at  console|" + kEcdsaPrint,
-                       "<NULL>|ssh-ed25519|" + kAdmin + "|<NULL>|" + kAdminPrint}));
+    ASSERT_EQ(keys.size(), 2u);
+    EXPECT_EQ(str(keys[0].command) + "|" + str(keys[1].command), "/usr/bin/rsync --server|<NULL>");
     EXPECT_EQ(str(ksdb_ssh_public_key_to_string(h(), &keys[0])),
               "command=\"/usr/bin/rsync --server\" ssh-ed25519 " + kEd + " alice@laptop");
-    EXPECT_EQ(str(ksdb_ssh_public_key_to_string(h(), &keys[2])), "ssh-ed25519 " + kAdmin);
+    EXPECT_EQ(str(ksdb_ssh_public_key_to_string(h(), &keys[1])), "ssh-ed25519 " + kAdmin);
 }
 
 // Guards: a converted copy left behind; a bad foreign key accepted.
