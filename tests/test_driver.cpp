@@ -211,11 +211,7 @@ TEST_F(DriverTest, SyncAfterExportChainsAllRunsAndThePerShareExport) {
     // The per-share export: only share attributes, synced, no exit log.
     g_syncs = 0;
     EXPECT_EQ(ksdb_export_per_share(h_, db_, KSDB_CAT_CIFS_SHARE, "data"), KSDB_E_INVAL);
-    // The tables the attribute export reads, without a row for the share.
-    db_.exec("ALTER TABLE share ADD COLUMN type TEXT");
-    db_.exec("ALTER TABLE share ADD COLUMN volume_id TEXT");
-    db_.exec("CREATE TABLE zfs_attr (share_id INT, mb_refquota INT, compression INT, "
-             "bit_rot_protection INT)");
+    ASSERT_EQ(ksdb_create(h_, db_), 0);  // the attribute export's tables, without a row for the share
     EXPECT_EQ(ksdb_export_per_share(h_, db_, KSDB_CAT_SHARE_FS_ATTRIBUTE, "data"), 0);
     EXPECT_EQ(g_syncs, 2);
     EXPECT_FALSE(contains(log_.text(), "ksdb_export_per_share"));
