@@ -1,5 +1,5 @@
 // SSH public keys beyond the case folders: the parser, a broken store, a
-// planted .ssh link, a home outside its place, the look-ups.
+// planted .ssh link, the look-ups.
 #include "tests/support/test_support.h"
 
 #include <sys/stat.h>
@@ -109,14 +109,6 @@ TEST_F(SshKeyTest, ALinkInPlaceOfTheSshFolderIsNeverFollowed) {
     EXPECT_TRUE(contains(log(), "Cannot chown directory to /home/alice/.ssh"));
     // The other users still get their keys.
     EXPECT_EQ(get("/home/admin/.ssh/ssh_authorized_keys"), "ssh-ed25519 " + kAdmin + " \n");
-}
-
-// Guards: a home folder climbing out of /home written to.
-TEST_F(SshKeyTest, AHomeOutsideItsPlaceIsRefused) {
-    sql().exec("UPDATE `$user` SET home='/home/../etc' WHERE id=1000");
-    EXPECT_EQ(ksdb_export(h(), db(), KSDB_CAT_AUTHORIZED_SSH_PUBLIC_KEY), KSDB_E_INVAL);
-    EXPECT_FALSE(exists(at("/etc/quillfold/ssh_authorized_keys.conf")));
-    EXPECT_TRUE(contains(log(), "Refused $user.home of 'alice'"));
 }
 
 // Guards: the key look-ups and the purpose check.
