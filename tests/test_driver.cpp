@@ -100,10 +100,6 @@ Names expand(const std::map<std::string, Names> &plans, const std::string &key) 
     return out;
 }
 
-size_t count(const Names &calls, const std::string &name) {
-    return static_cast<size_t>(std::count(calls.begin(), calls.end(), name));
-}
-
 }  // namespace
 
 // Guards: a plan running or describing other steps than the written one.
@@ -133,7 +129,8 @@ TEST_F(DriverTest, EveryCategoryRunsAndDescribesItsPlan) {
     ASSERT_EQ(ksdb_category_steps(KSDB_CAT_CIFS_SHARE, 1, one, 1), 1);
     EXPECT_EQ(one[0].state, KSDB_STEP_PROVIDED);
     // One transaction per run, the composite ones included.
-    EXPECT_EQ(count(traced_statements(), "BEGIN"), 2u * KSDB_CATEGORY_COUNT);
+    const Names statements = traced_statements();
+    EXPECT_EQ(std::count(statements.begin(), statements.end(), "BEGIN"), 2 * KSDB_CATEGORY_COUNT);
     EXPECT_TRUE(contains(log_.text(), "(info) _ksdb_all_export\n"));
 }
 

@@ -12,29 +12,20 @@ using namespace ksdb_test;
 
 namespace {
 
-struct JournalRecord {
-    std::string message;
-    int priority;
-    std::string file;
-    int line;
-    std::string category;
-    bool operator==(const JournalRecord &) const = default;
-};
-std::vector<JournalRecord> g_journal;
-
-class JournalCapture {
-  public:
+// The records sent to the journal while the object lives, as
+// "message|priority|file|line|category".
+std::vector<std::string> g_journal;
+struct JournalCapture {
     JournalCapture() {
         g_journal.clear();
-        previous_ = ksdb::set_journal_sink(
-            [](const char *message, int priority, const char *file, int line, const char *cat) {
-                g_journal.push_back({message, priority, file, line, cat});
-            });
+        previous = ksdb::set_journal_sink([](const char *message, int priority, const char *file, int line,
+                                             const char *cat) {
+            g_journal.push_back(std::string(message) + "|" + std::to_string(priority) + "|" + file + "|" +
+                                std::to_string(line) + "|" + cat);
+        });
     }
-    ~JournalCapture() { ksdb::set_journal_sink(previous_); }
-
-  private:
-    ksdb::JournalSink previous_;
+    ~JournalCapture() { ksdb::set_journal_sink(previous); }
+    ksdb::JournalSink previous;
 };
 
 const std::string kStamp = R"(\[\d\d/\d\d/\d\d \d\d:\d\d:\d\d\])";
@@ -73,12 +64,26 @@ TEST(Log, StreamLinesCarryThePrefixAndPassTheLevelFilter) {
         << trace4.text();
 }
 
-// Guards: output at level 0; lines flushed at the wrong levels.
-TEST(Log, LevelZeroWritesNothingWarnIsBufferedErrorAndDebugAreFlushed) {
+// Guards: partial or empty lines, priorities or categories sent to the journal;
+// output at level 0; lines flushed at the wrong levels.
+TEST(Log, JournalGetsOnlyCompleteNonEmptyLinesLevelZeroNothingAndWarnIsBuffered) {
     JournalCapture journal;
+    Handle h({nullptr, 5});  // without a log file lines go to the journal
+    ksdb_log(h, "ksdb_cifs", 10, KSDB_LOG_WARN, 0, "first\nsecond");
+    ksdb_log(h, "m", 1, KSDB_LOG_ERROR, 0, "\n\nword\n");
+    ksdb_log(h, "m", 1, KSDB_LOG_ERROR, 1, "never sent");  // append_newline plays no part
+    ksdb_log(h, "m", 2, KSDB_LOG_FATAL, 0, "a\n");
+    ksdb_log(h, "m", 3, KSDB_LOG_INFO, 0, "b\n");
+    ksdb_log(h, "m", 4, KSDB_LOG_DEBUG, 0, "c\n");
+    ksdb_trace(h, "ksdb_queue", 3, " ==> %d:%d (%s)\n", 0, 0, "success");
+    EXPECT_EQ(g_journal, (std::vector<std::string>{"first|4|ksdb_cifs|10|ksdb.log", "word|3|m|1|ksdb.log",
+                                                   "a|0|m|2|ksdb.log", "b|6|m|3|ksdb.log", "c|7|m|4|ksdb.log",
+                                                   " ==> 0:0 (success)|7|ksdb_queue|3|ksdb.jnl"}));
+
+    g_journal.clear();
     CaptureFile log, trace;
-    Handle h({log.get(), 0, trace.get()}), hj({nullptr, 0, nullptr});
-    for (ksdb_handle *x : {h.get(), hj.get()}) {
+    Handle h0({log.get(), 0, trace.get()}), hj({nullptr, 0, nullptr});
+    for (ksdb_handle *x : {h0.get(), hj.get()}) {
         ksdb_log(x, "m", 1, KSDB_LOG_FATAL, 0, "x\n");
         ksdb_trace(x, "m", 1, "sql=%s\n", "SELECT 1");
     }
@@ -93,27 +98,6 @@ TEST(Log, LevelZeroWritesNothingWarnIsBufferedErrorAndDebugAreFlushed) {
     EXPECT_TRUE(contains(info.unflushed_on_disk(), "buffered"));
     ksdb_log(hd, "m", 1, KSDB_LOG_INFO, 0, "info\n");
     EXPECT_TRUE(contains(dbg.unflushed_on_disk(), "info"));
-}
-
-// Guards: partial or empty lines, priorities or categories sent to the journal.
-TEST(Log, JournalGetsOnlyCompleteNonEmptyLines) {
-    JournalCapture journal;
-    Handle h({nullptr, 5});
-    ksdb_log(h, "ksdb_cifs", 10, KSDB_LOG_WARN, 0, "first\nsecond");
-    ksdb_log(h, "m", 1, KSDB_LOG_ERROR, 0, "\n\nword\n");
-    ksdb_log(h, "m", 1, KSDB_LOG_ERROR, 1, "never sent");  // append_newline plays no part
-    ksdb_log(h, "m", 2, KSDB_LOG_FATAL, 0, "a\n");
-    ksdb_log(h, "m", 3, KSDB_LOG_INFO, 0, "b\n");
-    ksdb_log(h, "m", 4, KSDB_LOG_DEBUG, 0, "c\n");
-    ksdb_trace(h, "ksdb_queue", 3, " ==> %d:%d (%s)\n", 0, 0, "success");
-    EXPECT_EQ(g_journal, (std::vector<JournalRecord>{
-                             {"first", 4, "ksdb_cifs", 10, "ksdb.log"},
-                             {"word", 3, "m", 1, "ksdb.log"},
-                             {"a", 0, "m", 2, "ksdb.log"},
-                             {"b", 6, "m", 3, "ksdb.log"},
-                             {"c", 7, "m", 4, "ksdb.log"},
-                             {" ==> 0:0 (success)", 7, "ksdb_queue", 3, "ksdb.jnl"},
-                         }));
 }
 
 // Guards: a bad debug root accepted, paths not below it, the result pool.

@@ -164,10 +164,7 @@ TEST_F(CliTest, ImportExportAndTheDiffThatChangesNothingButShowsWhatTheExportThe
 
     EXPECT_TRUE(contains(diff.out, text("diff-hunk") + "\n")) << diff.out;
     EXPECT_TRUE(contains(diff.out, "--- a/data/._share/public/samba.conf\n"));
-    const std::string tail = "\n2 files would change\n";
-    EXPECT_TRUE(diff.out.size() > tail.size() &&
-                diff.out.compare(diff.out.size() - tail.size(), tail.size(), tail) == 0)
-        << diff.out;
+    EXPECT_TRUE(diff.out.ends_with("\n2 files would change\n")) << diff.out;
 
     // The export then makes exactly that change.
     std::string shares = read_file(root_ + "/etc/quillfold/samba/Shares.conf");
