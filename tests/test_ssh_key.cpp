@@ -69,7 +69,8 @@ TEST_F(SshKeyTest, ForeignFormatsAreConvertedAndBadOnesRefused) {
     EXPECT_TRUE(contains(log(), "Cannot open file /upload/missing"));
 }
 
-// Guards: a broken key store kept or its keys imported.
+// Guards: a broken key store kept (the case folders ssh-key/broken-store-* hold
+// what each one logs, and that no key is imported).
 TEST_F(SshKeyTest, ABrokenStoreIsReplacedByAnEmptyOne) {
     for (const char *broken :
          {"{ not json", "[]", "{\"version\":\"1\",\"ssh_authorized_keys\":[]}",
@@ -77,19 +78,9 @@ TEST_F(SshKeyTest, ABrokenStoreIsReplacedByAnEmptyOne) {
           "{\"version\":1,\"ssh_authorized_keys\":[{\"title\":\"t\",\"user_id\":\"1000\","
           "\"serve_for\":\"all\",\"type\":\"ssh-ed25519\",\"key\":\"AAAA\"}]}"}) {
         put("/etc/quillfold/ssh_authorized_keys.conf", broken);
-        sql().exec("INSERT OR IGNORE INTO ssh_public_key (user_id,type,key,fingerprint,Title) "
-                   "VALUES(1000,'ssh-ed25519','AAAA','x','t')");
         ASSERT_EQ(ksdb_import(h(), db(), KSDB_CAT_AUTHORIZED_SSH_PUBLIC_KEY), 0) << log();
         EXPECT_EQ(get("/etc/quillfold/ssh_authorized_keys.conf"), kEmptyStore) << broken;
-        EXPECT_EQ(sql().scalar("SELECT count(*) FROM ssh_public_key"), "0") << broken;
     }
-    EXPECT_NE(log().find("Failed to import rsync authorized key configuration! Try to create a "
-                         "default rsync authorized key configuration."),
-              std::string::npos);
-    for (const char *m : {"Failed to get json object from config", "Invalid value of key version",
-                          "key ssh_authorized_keys is not an array",
-                          "Invalid ssh public key json object!"})
-        EXPECT_TRUE(contains(log(), m)) << m;
 }
 
 // Guards: keys written through a planted link.
