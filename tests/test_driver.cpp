@@ -6,7 +6,6 @@
 #include "tests/core_support.h"
 
 #include <sys/mman.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <array>
