@@ -81,14 +81,18 @@ class CliTest : public ::testing::Test {
 
 }  // namespace
 
-// Guards: the usage text, create's versions, a failure's message or exit status.
-TEST_F(CliTest, HelpCreateAndFailuresGiveOneLineAndTheLibraryStatus) {
+// Guards: the usage text, create's versions, log or trace lines lost, an unwritable
+// log accepted, a failure's message or exit status.
+TEST_F(CliTest, HelpCreateLogTraceAndFailuresGiveOneLineAndTheLibraryStatus) {
     Outcome r = ksdb({"--help"});
     EXPECT_EQ(r.status, 0);
     for (const std::string &line : lines(text("help"))) EXPECT_TRUE(contains(r.out, line)) << line;
-    Outcome first = ksdb({"--db", db_, "--log-level", "1", "create"});
+    const std::string log = dir_ / "ksdb.log", trace = dir_ / "trace.log";
+    Outcome first = ksdb({"--db", db_, "--log", log, "--trace", trace, "--log-level", "5", "create"});
     EXPECT_EQ(first.status, 0);
     EXPECT_EQ(first.out, "schema version: new -> 23\n");
+    EXPECT_TRUE(contains(read_file(log), "ksdb_create() ==> 0"));
+    EXPECT_TRUE(contains(read_file(trace), "sql=PRAGMA user_version"));
     EXPECT_EQ(ksdb({"--db", db_, "--log-level", "1", "create"}).out, "schema version: 23 -> 23\n");
 
     // The arguments ("db" standing for "--db DB --log-level 0"), the status and
@@ -103,6 +107,7 @@ TEST_F(CliTest, HelpCreateAndFailuresGiveOneLineAndTheLibraryStatus) {
         {{}, 4, "ksdb: which command?" + help},
         {{"frobnicate"}, 4, "ksdb: unknown command 'frobnicate'" + help},
         {{"--log-level", "9", "create"}, 4, ""},
+        {{"db", "--log", dir_ / "no/dir/x.log", "create"}, 5, ""},
         {{"--db", dir_ / "no/such/dir/k.db", "create"}, 5,
          "ksdb: cannot open database " + (dir_ / "no/such/dir/k.db") + ": directory " +
              (dir_ / "no/such/dir") + " does not exist (status 5: a file, buffer or parse failure)\n"},
@@ -331,16 +336,6 @@ TEST_F(CliTest, CategoriesListAllWithWhatTheyRun) {
     EXPECT_EQ(count, 47);
     for (const char *category : {"category-21", "category-24", "category-16"})
         EXPECT_TRUE(contains(r.out, text(category) + "\n")) << category << "\n" << r.out;
-}
-
-// Guards: log or trace lines lost; an unwritable log accepted.
-TEST_F(CliTest, LogAndTraceGoToTheirFiles) {
-    const std::string log = dir_ / "ksdb.log", trace = dir_ / "trace.log";
-    ASSERT_EQ(ksdb({"--db", db_, "--log", log, "--trace", trace, "--log-level", "5", "create"}).status,
-              0);
-    EXPECT_TRUE(contains(read_file(log), "ksdb_create() ==> 0"));
-    EXPECT_TRUE(contains(read_file(trace), "sql=PRAGMA user_version"));
-    EXPECT_EQ(ksdb({"--db", db_, "--log", dir_ / "no/dir/x.log", "create"}).status, 5);
 }
 
 // Guards: the demo failing, writing to standard error or exporting unchecked.
