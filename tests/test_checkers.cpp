@@ -33,13 +33,10 @@ int check(const std::string &live, const char *script, std::string text, std::st
     for (const std::string &line : lines(text))
         if (line.rfind("\"/", 0) == 0) mkdirs(root / line.substr(1, line.find('"', 1) - 1));
     write_file(root.path() + live, text);
-    if (script == std::string("ssh-keygen")) {  // it reads a file of one key line
-        int rc = 0;
-        for (const std::string &line : lines(text)) {
-            write_file(root / "key", line + "\n");
-            rc |= std::system(("ssh-keygen -l -f '" + root / "key" + "' >/dev/null 2>&1").c_str());
-        }
-        return rc;
+    if (script == std::string("ssh-keygen")) {  // one key line at a time: it passes over bad ones
+        const std::string cmd = "cd '" + root.path() + "' && while IFS= read -r l; do printf '%s\\n' \"$l\" "
+                                ">k && ssh-keygen -l -f k || exit 1; done <'." + live + "' >/dev/null 2>&1";
+        return std::system(cmd.c_str());
     }
     ScopedEnv exports_root("KSDB_EXPORTS_ROOT", root.path());
     const int rc = run_checker(script, root.path() + live, out);
