@@ -34,11 +34,13 @@ TEST_F(AccountTest, GeneratedFilesPassTheShadowSuiteCheckers) {
 }
 
 // Guards: the temporary copies of shadow and gshadow (every hash) readable
-// by others under umask 0; the files' own modes.
+// by others under umask 0; the files' own modes; delete-marked rows left in the
+// tables by the export; domain rows dropped.
 std::map<std::string, unsigned> g_temp_modes;
 
-TEST_F(AccountTest, SecretFilesAreNeverReadableByOthers) {
+TEST_F(AccountTest, SecretFilesAreNeverReadableByOthersAndDeleteMarkedRowsGo) {
     sql().exec(read_file(kWhole + "/db.sql"));
+    sql().exec("INSERT INTO `$user` (id,uname,is_privileged,rid) VALUES(200001,'jdoe',0,1105)");
     ksdb_observer obs{};
     obs.file = [](void *, const char *target, const char *tmp_path, int phase, int) {
         struct stat st {};
@@ -54,22 +56,19 @@ TEST_F(AccountTest, SecretFilesAreNeverReadableByOthers) {
     ASSERT_TRUE(g_temp_modes.count("shadow") && g_temp_modes.count("gshadow"));
     EXPECT_EQ(g_temp_modes["shadow"] & 077, 0u);
     EXPECT_EQ(g_temp_modes["gshadow"] & 07, 0u);
-}
-
-// Guards: delete-marked rows left in the tables by the export; domain rows dropped.
-TEST_F(AccountTest, ExportDropsDeleteMarkedRowsAndLeavesDomainRows) {
-    sql().exec(read_file(kWhole + "/db.sql"));
-    sql().exec("INSERT INTO `$user` (id,uname,is_privileged,rid) VALUES(200001,'jdoe',0,1105)");
-    ASSERT_EQ(ksdb_account_export(h(), db()), 0) << log();
     EXPECT_EQ(sql().scalar("SELECT group_concat(uname) FROM (SELECT uname FROM `$user` ORDER BY id)"),
               "root,admin,alice,bob,guest,jdoe");
     EXPECT_EQ(sql().scalar("SELECT group_concat(gname) FROM (SELECT gname FROM `$group` ORDER BY id)"),
               "root,admin,users,staff,guest,Domain Users");
 }
 
-// Guards: the lock asked of the machine's accounts (no "-R"), of another name, split by a shell.
-TEST_F(AccountTest, ImportAsksPasswdForTheLockOfEachStoredNameAsOneWord) {
+// Guards: the lock asked of the machine's accounts (no "-R"), of another name, split
+// by a shell; the defaults file not written back with the first real volume, a
+// vanished home volume kept, the file changed without a volume to take; its owner
+// and mode.
+TEST_F(AccountTest, ImportAsksPasswdForEachLockAndWritesTheDefaultsBackWithAVolumeThatExists) {
     put_accounts();
+    sql().exec("INSERT INTO _volume (id,lv_name,blk_size) VALUES('media','media',0),('vol1','vol1',1024)");
     ScopedEnv locked("KSDB_FAKE_PASSWD_STATUS", "L");
     ASSERT_EQ(ksdb_import(h(), db(), KSDB_CAT_ACCOUNT), 0) << log();
     EXPECT_EQ(sql().scalar("SELECT count(*) FROM `$user` WHERE is_locked=1"), "5");
@@ -77,22 +76,6 @@ TEST_F(AccountTest, ImportAsksPasswdForTheLockOfEachStoredNameAsOneWord) {
     for (const char *n : {"root", "admin", "alice", "bob", "guest", "guest"})  // "nobody" is stored as guest
         want.push_back({"passwd", "-S", n, "-R", root()});
     EXPECT_EQ(fake_calls("passwd"), want);
-
-    clear_fake_calls();
-    const std::string name = "x'$(touch " + root() + "/pwned);y z";
-    put("/etc/passwd", name + ":x:1000:100::/home/x:/bin/sh\n");
-    put("/etc/shadow", name + ":!:1:0:99999:7:::\n");
-    ASSERT_EQ(ksdb_import(h(), db(), KSDB_CAT_ACCOUNT), 0) << log();
-    EXPECT_EQ(fake_calls("passwd"), (std::vector<FakeCall>{{"passwd", "-S", name, "-R", root()}}));
-    EXPECT_FALSE(exists(at("/pwned")));
-}
-
-// Guards: the defaults file not written back with the first real volume, a vanished
-// home volume kept, the file changed without a volume to take; its owner and mode.
-TEST_F(AccountTest, TheDefaultsFileIsWrittenBackWithAVolumeThatExists) {
-    put_accounts();
-    sql().exec("INSERT INTO _volume (id,lv_name,blk_size) VALUES('media','media',0),('vol1','vol1',1024)");
-    ASSERT_EQ(ksdb_import(h(), db(), KSDB_CAT_ACCOUNT), 0) << log();
     const std::string rest = "home_folder_capacity_limit!!0\ngroup_membership!!";
     const std::string tail =
         "private_time_machine!!0\nprivate_time_machine_space!!500\nsnapshot_protection!!0\n";
@@ -118,6 +101,15 @@ TEST_F(AccountTest, TheDefaultsFileIsWrittenBackWithAVolumeThatExists) {
     sql().exec("DELETE FROM _volume");
     ASSERT_EQ(ksdb_import(h(), db(), KSDB_CAT_ACCOUNT), 0) << log();
     EXPECT_EQ(get("/etc/quillfold/account.conf"), "home_volume!!gone\n");
+
+    // A name the shell would split or run is handed to passwd as one word.
+    clear_fake_calls();
+    const std::string name = "x'$(touch " + root() + "/pwned);y z";
+    put("/etc/passwd", name + ":x:1000:100::/home/x:/bin/sh\n");
+    put("/etc/shadow", name + ":!:1:0:99999:7:::\n");
+    ASSERT_EQ(ksdb_import(h(), db(), KSDB_CAT_ACCOUNT), 0) << log();
+    EXPECT_EQ(fake_calls("passwd"), (std::vector<FakeCall>{{"passwd", "-S", name, "-R", root()}}));
+    EXPECT_FALSE(exists(at("/pwned")));
 }
 
 // Guards: home folders for reserved or unknown ids; a failing helper; the look-ups.

@@ -25,27 +25,15 @@ class DictionaryTest : public RootTest {
     }
     void TearDown() override { ksdb_platform_set(nullptr); }
 
-    void dictionary(const std::string &languages) {
-        put("/quillfold/dashboard/dictionary.xml",
-            "<?xml version=\"1.0\" encoding=\"utf-8\"?>\n<d>\n" + languages + "</d>\n");
-    }
+    void dictionary(const std::string &file) { put("/quillfold/dashboard/dictionary.xml", read_file(file)); }
     std::vector<std::string> messages() {
         return sql().rows("SELECT id,lang_id,str FROM _dictionary ORDER BY lang_id,id");
     }
 };
 
-constexpr char kHardwareItems[] = R"(<Language code="en" spell="English">
-  <item key="fan">generic fan</item>
-  <item key="fan" systype="N2800">two fans</item>
-  <item key="bays" systype="N5550">five bays</item>
-  <item key="bays">some bays</item>
-  <item key="lcd" systype="N2800" product="kestravaos">small display</item>
-</Language>
-)";
-
 // Guards: items of other hardware kept; an unnamed type treated as known.
 TEST_F(DictionaryTest, OnKnownHardwareOnlyItemsOfItsTypeAreKept) {
-    dictionary(kHardwareItems);
+    dictionary(KSDB_TEST_DATA_DIR "/D-dictionary-hardware.xml");
     h()->sys_info->hw_type = 2;
     ASSERT_EQ(ksdb_import(h(), db(), KSDB_CAT_DICTIONARY), 0) << log();
     EXPECT_EQ(messages(), (std::vector<std::string>{"bays|1|five bays", "fan|1|generic fan"}));
@@ -60,27 +48,19 @@ TEST_F(DictionaryTest, OnKnownHardwareOnlyItemsOfItsTypeAreKept) {
 // Guards: a failing statement stopping the load or not logged; the items of a
 // language whose row cannot be stored not kept under the language before it.
 TEST_F(DictionaryTest, FailedStatementsDoNotStopTheLoad) {
-    dictionary(R"(<Language code="en" spell="English"><item key="a">A</item></Language>
-<Language code="xx"><item key="b">B</item><item key="a">stray A</item></Language>
-<Language code="de" spell="Deutsch"><item key="a">Ä</item></Language>
-)");
+    // The file of the case whose load through the driver is rolled back.
+    dictionary(KSDB_CASES_DIR
+               "/dictionary/failed-language-rolls-back/given/quillfold/dashboard/dictionary.xml");
     ASSERT_EQ(ksdb_dictionary_import(h(), db()), KSDB_E_DB);
     EXPECT_TRUE(contains(log(), "(error) Failed to UPDATE _lang_supported\n")) << log();
     EXPECT_EQ(sql().rows("SELECT id,lang FROM _lang_supported ORDER BY id"),
               (std::vector<std::string>{"1|en", "2|de"}));
     EXPECT_EQ(messages(), (std::vector<std::string>{"a|1|A", "b|1|B", "a|2|Ä"}));
 
-    // Through the driver the failure rolls the whole load back.
-    sql().exec("DELETE FROM _dictionary; DELETE FROM _lang_supported");
-    sql().exec("INSERT INTO _lang_supported VALUES(5,'it','Italiano')");
-    EXPECT_EQ(ksdb_import(h(), db(), KSDB_CAT_DICTIONARY), KSDB_E_DB);
-    EXPECT_EQ(sql().rows("SELECT id,lang FROM _lang_supported"),
-              std::vector<std::string>{"5|it"});
-    EXPECT_TRUE(messages().empty());
-
     // A failing item insert is remembered too, and the next item is tried.
-    dictionary(R"(<Language code="en" spell="English"><item key="a">A</item><item key="b">B</item>
-</Language>)");
+    put("/quillfold/dashboard/dictionary.xml",
+        R"(<d><Language code="en" spell="English"><item key="a">A</item><item key="b">B</item>)"
+        R"(</Language></d>)");
     sql().exec("CREATE TEMP TRIGGER no_a BEFORE INSERT ON _dictionary WHEN NEW.id='a' "
                "BEGIN SELECT RAISE(ABORT,'refused'); END");
     EXPECT_EQ(ksdb_dictionary_import(h(), db()), KSDB_E_DB);

@@ -1,11 +1,10 @@
-// SSH public keys beyond the case folders: the parser, ssh-keygen's verdicts, a
-// broken store, a planted .ssh link, the look-ups.
+// SSH public keys beyond the case folders: the parser, a broken store, a
+// planted .ssh link, the look-ups.
 #include "tests/support/test_support.h"
 
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <cstdlib>
 #include <string>
 #include <vector>
 
@@ -14,14 +13,9 @@ using namespace ksdb_test;
 namespace {
 
 // Public keys made with ssh-keygen for these tests, with the MD5
-// fingerprints "ssh-keygen -l -E md5" gives for them.
+// fingerprint "ssh-keygen -l -E md5" gives for the second.
 const std::string kEd =
     "AAAAC3NzaC1lZDI1NTE5AAAAIGz4+KYb3MPMaW2u7DM+tlh+DY0lQD1maKsoDw/m40jO";
-const std::string kEdPrint = "f8:33:7c:af:f4:b5:88:cb:a1:bd:42:57:f0:68:b5:45";
-const std::string kEcdsa =
-    "AAAAE2VjZHNhLXNoYTItbmlzdHAyNTYAAAAIbmlzdHAyNTYAAABBBKOcn3seYLuY/vbEu8QGeLtB8zTkOnYzsxF0"
-    "rotN8J0VUPGnFy78z4zgM0AuK30HoQvhdUXARzSnTScH39N4BVg=";
-const std::string kEcdsaPrint = "cf:35:dd:54:96:a5:8b:79:e2:c1:67:4d:e5:a5:a4:be";
 const std::string kAdmin = "AAAAC3NzaC1lZDI1NTE5AAAAIKxo70ySongRVyUMvSiDBpPdnpGULY2q1sjM6BTKubxo";
 const std::string kAdminPrint = "61:ab:16:d1:b9:aa:1e:c0:c9:8b:2a:c1:4d:be:d7:e1";
 
@@ -44,34 +38,18 @@ class SshKeyTest : public RootTest {
                     : std::vector<ksdb_ssh_public_key>{};
     }
     static std::string str(const char *s) { return s ? s : "<NULL>"; }
-    // ssh-keygen's judgement of one key line: its exit status.
-    int keygen_reads(const std::string &line) {
-        const std::string f = root() + "/one-key";
-        write_file(f, line + "\n");
-        return std::system(("ssh-keygen -l -f '" + f + "' >/dev/null 2>&1").c_str());
-    }
 };
 
-// Guards: options, comments or fingerprints read wrongly; non-keys kept.
-TEST_F(SshKeyTest, ParserReadsOptionsCommentsAndSkipsWhatIsNoKey) {
-    auto keys = parse("# a comment\n\n"
-                      "command=\"/usr/bin/rsync --server\" ssh-ed25519 " + kEd + " alice@laptop\n"
-                      "no-pty ssh-ed25519 " + kEd + " options other than command\n"
-                      "sk-ssh-ed25519@openssh.com " + kEd + " security key\n"
-                      "ssh-ed25519\n"
-                      "  ecdsa-sha2-nistp256 " + kEcdsa + "   root at  console  \n"
+// Guards: the command option read wrongly; a key written back wrongly (the case
+// folder ssh-key/replisync-key-lines holds the other lines of a key file).
+TEST_F(SshKeyTest, ParserReadsTheCommandOptionAndWritesTheKeyBack) {
+    auto keys = parse("command=\"/usr/bin/rsync --server\" ssh-ed25519 " + kEd + " alice@laptop\n"
                       "ssh-ed25519 " + kAdmin + "\n");
-    std::vector<std::string> got;
-    for (const auto &k : keys)
-        got.push_back(str(k.command) + "|" + str(k.type) + "|" + str(k.key) + "|" + str(k.comment) + "|" +
-                      str(k.fingerprint));
-    ASSERT_EQ(got, (std::vector<std::string>{
-                       "/usr/bin/rsync --server|ssh-ed25519|" + kEd + "|alice@laptop|" + kEdPrint,
-                       "<NULL>|ecdsa-sha2-nistp256|" + kEcdsa + "|root at  console|" + kEcdsaPrint,
-                       "<NULL>|ssh-ed25519|" + kAdmin + "|<NULL>|" + kAdminPrint}));
+    ASSERT_EQ(keys.size(), 2u);
+    EXPECT_EQ(str(keys[0].command) + "|" + str(keys[1].command), "/usr/bin/rsync --server|<NULL>");
     EXPECT_EQ(str(ksdb_ssh_public_key_to_string(h(), &keys[0])),
               "command=\"/usr/bin/rsync --server\" ssh-ed25519 " + kEd + " alice@laptop");
-    EXPECT_EQ(str(ksdb_ssh_public_key_to_string(h(), &keys[2])), "ssh-ed25519 " + kAdmin);
+    EXPECT_EQ(str(ksdb_ssh_public_key_to_string(h(), &keys[1])), "ssh-ed25519 " + kAdmin);
 }
 
 // Guards: a converted copy left behind; a bad foreign key accepted.
@@ -91,35 +69,8 @@ TEST_F(SshKeyTest, ForeignFormatsAreConvertedAndBadOnesRefused) {
     EXPECT_TRUE(contains(log(), "Cannot open file /upload/missing"));
 }
 
-// Guards: a key line ssh-keygen cannot read; the purpose matched by case.
-TEST_F(SshKeyTest, EveryGeneratedKeyLineIsReadBySshKeygen) {
-    if (!have_program("ssh-keygen")) GTEST_SKIP() << "ssh-keygen (openssh-client) is missing";
-    mkdirs(at("/home/alice"));
-    mkdirs(at("/root"));
-    sql().exec("INSERT INTO ssh_public_key (user_id,serve_for,type,key,comment,fingerprint,Title) "
-               "VALUES(1000,'rsync','ssh-ed25519','" + kEd + "','alice@laptop','x','a'),"
-               "(1000,'RSYNC','ecdsa-sha2-nistp256','" + kEcdsa + "','with blanks in it','x','b'),"
-               "(0,'all','ssh-ed25519','" + kAdmin + "',NULL,'x','c')");
-    sql().exec("INSERT INTO replisync_key (title,type,key,fingerprint) VALUES"
-               "('replica-1','ssh-ed25519','" + kEd + "','x')");
-    ASSERT_EQ(ksdb_export(h(), db(), KSDB_CAT_AUTHORIZED_SSH_PUBLIC_KEY), 0) << log();
-    ASSERT_EQ(ksdb_export(h(), db(), KSDB_CAT_REPLISYNC_KEY), 0) << log();
-    int seen = 0;
-    for (const char *f : {"/home/alice/.ssh/ssh_authorized_keys", "/root/.ssh/ssh_authorized_keys",
-                          "/etc/replisync/authorized_keys"}) {
-        for (const std::string &line : lines(get(f))) {
-            EXPECT_EQ(keygen_reads(line), 0) << f << ": " << line;
-            ++seen;
-        }
-    }
-    EXPECT_EQ(seen, 4);
-    // The purpose compares as its column does: "RSYNC" is an rsync key too.
-    for (const std::string &line : lines(get("/home/alice/.ssh/ssh_authorized_keys")))
-        EXPECT_EQ(line.rfind("command=\"/quillfold/bin/validate-rsync\" ", 0), 0u) << line;
-    EXPECT_NE(keygen_reads("ssh-ed25519 AAAAnotakey"), 0) << "the checker accepts anything";
-}
-
-// Guards: a broken key store kept or its keys imported.
+// Guards: a broken key store kept (the case folders ssh-key/broken-store-* hold
+// what each one logs, and that no key is imported).
 TEST_F(SshKeyTest, ABrokenStoreIsReplacedByAnEmptyOne) {
     for (const char *broken :
          {"{ not json", "[]", "{\"version\":\"1\",\"ssh_authorized_keys\":[]}",
@@ -127,19 +78,9 @@ TEST_F(SshKeyTest, ABrokenStoreIsReplacedByAnEmptyOne) {
           "{\"version\":1,\"ssh_authorized_keys\":[{\"title\":\"t\",\"user_id\":\"1000\","
           "\"serve_for\":\"all\",\"type\":\"ssh-ed25519\",\"key\":\"AAAA\"}]}"}) {
         put("/etc/quillfold/ssh_authorized_keys.conf", broken);
-        sql().exec("INSERT OR IGNORE INTO ssh_public_key (user_id,type,key,fingerprint,Title) "
-                   "VALUES(1000,'ssh-ed25519','AAAA','x','t')");
         ASSERT_EQ(ksdb_import(h(), db(), KSDB_CAT_AUTHORIZED_SSH_PUBLIC_KEY), 0) << log();
         EXPECT_EQ(get("/etc/quillfold/ssh_authorized_keys.conf"), kEmptyStore) << broken;
-        EXPECT_EQ(sql().scalar("SELECT count(*) FROM ssh_public_key"), "0") << broken;
     }
-    EXPECT_NE(log().find("Failed to import rsync authorized key configuration! Try to create a "
-                         "default rsync authorized key configuration."),
-              std::string::npos);
-    for (const char *m : {"Failed to get json object from config", "Invalid value of key version",
-                          "key ssh_authorized_keys is not an array",
-                          "Invalid ssh public key json object!"})
-        EXPECT_TRUE(contains(log(), m)) << m;
 }
 
 // Guards: keys written through a planted link.
@@ -159,14 +100,6 @@ TEST_F(SshKeyTest, ALinkInPlaceOfTheSshFolderIsNeverFollowed) {
     EXPECT_TRUE(contains(log(), "Cannot chown directory to /home/alice/.ssh"));
     // The other users still get their keys.
     EXPECT_EQ(get("/home/admin/.ssh/ssh_authorized_keys"), "ssh-ed25519 " + kAdmin + " \n");
-}
-
-// Guards: a home folder climbing out of /home written to.
-TEST_F(SshKeyTest, AHomeOutsideItsPlaceIsRefused) {
-    sql().exec("UPDATE `$user` SET home='/home/../etc' WHERE id=1000");
-    EXPECT_EQ(ksdb_export(h(), db(), KSDB_CAT_AUTHORIZED_SSH_PUBLIC_KEY), KSDB_E_INVAL);
-    EXPECT_FALSE(exists(at("/etc/quillfold/ssh_authorized_keys.conf")));
-    EXPECT_TRUE(contains(log(), "Refused $user.home of 'alice'"));
 }
 
 // Guards: the key look-ups and the purpose check.

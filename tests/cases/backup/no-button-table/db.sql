@@ -1,0 +1,1 @@
+DROP TABLE backup_button_jobs;

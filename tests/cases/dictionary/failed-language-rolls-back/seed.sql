@@ -1,0 +1,1 @@
+INSERT INTO _lang_supported (id,lang,spell) VALUES(5,'it','Italiano');
