@@ -52,15 +52,7 @@ class NfsTest : public RootTest {
 // Guards: a hostile value written where exportfs reads other exports or clients, or the
 // import another host name; a refusal that changes a file or does not name the row.
 TEST_F(NfsTest, HostileValuesAreRefusedOrReadBackExactly) {
-    sql().exec(
-        "INSERT INTO service_nfs (enabled,user_home_directory,threads,nfsv4) VALUES(1,0,8,1);"
-        "INSERT INTO _volume (id,lv_name,blk_size) VALUES('vol1','vol1',1);"
-        "INSERT INTO share (id,zfs_name,volume_id,name,path,user_id,group_id,visible_snapdir) "
-        "VALUES(1,'vol1/docs','vol1','docs','/vol1/docs',0,0,'/vol1/docs/snap');"
-        "INSERT INTO nfs_share_option (share_id,nfs_access,nfs_sync) VALUES(1,'readonly',1);"
-        "INSERT INTO host (id,name) VALUES(1,'pc*');"
-        "INSERT INTO host_acl (share_id,host_id,proto,read,write,root) VALUES(1,1,'nfs',1,1,1)");
-    // "pc*" is a pattern: exportfs keeps it as written instead of looking it up.
+    sql().exec(read_file(KSDB_TEST_DATA_DIR "/C-nfs-hostile.sql"));
     enum { kHost, kVolumeId, kName, kVolume, kSnap };
     const std::string base[] = {"pc*", "vol1", "docs", "vol1", "/vol1/docs/snap"};
     const struct {

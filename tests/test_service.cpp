@@ -26,25 +26,6 @@ class ServiceTest : public RootTest {
         std::erase_if(out, [](const auto &f) { return f.first.rfind("tmp/", 0) == 0; });
         return out;
     }
-    // A valid row in every table the exporters read.
-    void valid_rows() {
-        sql().exec(
-            "INSERT INTO service_cifs (user_home_directory,security,workgroup,realm,orgunit,"
-            "restrict_ou,no_sync_ads,oplocks,map_to_guest,password_server,allow_trusted_domains,"
-            "domain_admin_user,hostname_lookups,idmap_backend) VALUES(0,'user','WORKGROUP',"
-            "'EXAMPLE.COM','Sales','Staff','0',1,'Never','dc1',0,'Administrator',0,'rid');"
-            "INSERT INTO _volume (id,lv_name,uuid,blk_size) VALUES('1','c','1234-abcd',4096);"
-            "INSERT INTO share (id,zfs_name,type,name,path,user_id,group_id) "
-            "VALUES(1,'c/lun1','zvol','lun1','/c/lun 1',0,0);"
-            "INSERT INTO smb_username_map (id,unix_uname,smb_uname,type) VALUES(1,'alice','ALICE',"
-            "'UNAME');"
-            "INSERT INTO service_nfs (enabled,threads,nfsv4,domain) VALUES(1,8,1,'example.com');"
-            "INSERT INTO service_ftp (enabled,enable_masquerade,masquerade) VALUES(1,1,'192.0.2.10');"
-            "INSERT INTO service_replicate (enabled,owner) VALUES(1,'alice@example.com');"
-            "INSERT INTO service_misc VALUES('MOTTO','my files',NULL,NULL);"
-            "INSERT INTO service_snmp (enabled,allow_host,community,trap_destination,contact,"
-            "location) VALUES(1,'10.0.0.0/8','public','10.0.0.1','ops team','Server room 2')");
-    }
     // Exports samba's files and the shares, and checks a copy of smb.conf whose
     // include paths point below the root, with the include files the appliance
     // itself provides: the checker's status, its output in *out.
@@ -125,7 +106,7 @@ const std::vector<std::pair<const char *, const char *>> kHostile[] = {
 
 // Guards: a hostile value written, refused without its row or after a file was replaced.
 TEST_F(ServiceTest, HostileValuesInEveryGuardedColumnAreRefusedBeforeAnyFileIsWritten) {
-    valid_rows();
+    sql().exec(read_file(KSDB_TEST_DATA_DIR "/C-service-rows.sql"));
     for (int cat :
          {KSDB_CAT_DEFAULT_SERVICE, KSDB_CAT_CIFS_SERVICE, KSDB_CAT_NFS_SERVICE, KSDB_CAT_FTP_SERVICE,
           KSDB_CAT_REPLICATE_SERVICE, KSDB_CAT_SNMP_SERVICE, KSDB_CAT_ANTIVIRUS_SERVICE})
@@ -183,7 +164,7 @@ std::vector<std::string> source(const std::string &file, const std::vector<std::
     return out;
 }
 
-// Guards: a sourced value the shell runs or changes, or the import misreads; NFS defaults.
+// Guards: a sourced value the shell runs or changes, or the import misreads.
 TEST_F(ServiceTest, SourcingTheSettingsFilesGivesTheStoredTextsAndRunsNothing) {
     const std::string marker = at("/injected");
     const std::vector<std::string> values = {
@@ -212,12 +193,6 @@ TEST_F(ServiceTest, SourcingTheSettingsFilesGivesTheStoredTextsAndRunsNothing) {
         EXPECT_EQ(sql().scalar("SELECT val FROM service_misc WHERE key='FREE_" + std::to_string(i) + "'"),
                   values[i]);
     EXPECT_EQ(sql().scalar("SELECT location FROM service_snmp"), values[1]);
-
-    sql().exec("DELETE FROM service_nfs; INSERT INTO service_nfs (threads,nfsv4) VALUES(8,0)");
-    ASSERT_EQ(ksdb_export(h(), db(), KSDB_CAT_NFS_SERVICE), 0);
-    EXPECT_EQ(source(at("/etc/default/nfs-kernel-server"),
-                     {"RPCNFSDCOUNT", "RPCNFSDARGS", "RPCMOUNTDOPTS", "NEED_SVCGSSD"}),
-              (std::vector<std::string>{"8", "--no-nfs-version 4", "--manage-gids --no-nfs-version 4", ""}));
 }
 
 // Guards: a reader that opens a FIFO (it would hang) or a folder.
