@@ -1,5 +1,5 @@
 // Shares over NFS beyond their case folders: hostile values read back by the
-// kernel server's own exportfs, and a share file that cannot be replaced.
+// kernel server's own exportfs.
 #define KSDB_MODULE "test_nfs"
 #include "core/ksdb_internal.h"
 #include "tests/support/test_support.h"
@@ -122,20 +122,4 @@ TEST_F(NfsTest, HostileValuesAreRefusedOrReadBackExactly) {
             sql().exec(replace_all(columns[c].update, "%s", "'" + base[c] + "'"));
         }
     }
-}
-
-// Guards: /etc/exports replaced after a share's file could not be put in place.
-TEST_F(NfsTest, AShareFileThatCannotBeReplacedStopsTheExport) {
-    sql().exec(
-        "INSERT INTO _volume (id,lv_name,blk_size) VALUES('vol1','vol1',1);"
-        "INSERT INTO share (id,zfs_name,volume_id,name,path,user_id,group_id) VALUES"
-        " (1,'vol1/a','vol1','a','/vol1/a',0,0),(2,'vol1/b','vol1','b','/vol1/b',0,0);"
-        "INSERT INTO nfs_share_option (share_id,nfs_access,nfs_sync) "
-        "VALUES(1,'readonly',1),(2,'readonly',1)");
-    put("/etc/exports", "old\n");
-    mkdirs(at("/vol1/._share"));
-    ASSERT_EQ(symlink("missing", at("/vol1/._share/b").c_str()), 0);  // b's folder leads nowhere
-    EXPECT_EQ(export_nfs(), KSDB_E_FILE);
-    EXPECT_EQ(get("/etc/exports"), "old\n");
-    EXPECT_TRUE(contains(get("/vol1/._share/a/nfs.conf"), "\"/vol1/a\" *("));
 }

@@ -1,11 +1,9 @@
 // Shares over rsync beyond their case folders: hostile values read back by the
-// daemon's own reader (check-rsyncd.sh) and the importer, the export's failures.
+// daemon's own reader (check-rsyncd.sh) and the importer.
 #define KSDB_MODULE "test_rsync"
 #include "core/ksdb_areas.h"
 #include "core/ksdb_internal.h"
 #include "tests/support/share_tests.h"
-
-#include <filesystem>
 
 using namespace ksdb_test;
 
@@ -99,33 +97,4 @@ TEST_F(RsyncTest, HostileValuesAreRefusedOrReadBackAsExactlyOneValue) {
                          {":", ":"}, {",", ","}, {"dq", "\""}, {"sp", " "}, {"bs", "\\"},
                          {"/", "/"}, {"$()", "$(id)"}},
                         restore);
-}
-
-// Guards: files changed by a failed export.
-TEST_F(RsyncTest, AFailedExportKeepsTheFiles) {
-    sql().exec("INSERT INTO share (id,zfs_name,volume_id,name,path,user_id,group_id) VALUES"
-               "(1,'vol1/a','vol1','a','/vol1/a',0,0);"
-               "INSERT INTO rsync_share_option (share_id,available,passwordprotection,rsync_access)"
-               " VALUES(1,1,'enabled','readonly');"
-               "INSERT INTO rsync_user_password_acl (share_id,user,password) VALUES(1,'u','p')");
-    ASSERT_EQ(export_rsync(), 0) << log();
-
-    // The module file's place taken by a folder: 5, and the module file is
-    // not replaced (the secrets files come before it).
-    const std::string modules = get("/etc/quillfold/rsync/Shares.conf");
-    std::remove(at("/etc/quillfold/rsync/Shares.conf").c_str());
-    mkdirs(at("/etc/quillfold/rsync/Shares.conf/x"));
-    sql().exec("UPDATE rsync_user_password_acl SET password='new'");
-    EXPECT_EQ(export_rsync(), KSDB_E_FILE);
-    EXPECT_TRUE(contains(log(), "Cannot move file to /etc/quillfold/rsync/Shares.conf\n"));
-    EXPECT_EQ(get("/etc/quillfold/rsync/secrets/a"), "u:new\n");
-
-    // The host entries cannot be read: -1 and nothing written.
-    std::filesystem::remove_all(at("/etc/quillfold/rsync/Shares.conf"));
-    put("/etc/quillfold/rsync/Shares.conf", modules);
-    const auto before = file_tree(root());
-    sql().exec("DROP TABLE host");
-    EXPECT_EQ(export_rsync(), -1);
-    EXPECT_TRUE(contains(log(), "(error) Failed to get host_acl for share 'a'\n"));
-    EXPECT_EQ(file_tree(root()), before);
 }
