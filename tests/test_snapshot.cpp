@@ -85,8 +85,9 @@ TEST_F(SnapshotScanTest, RecordsBothKindsOfSnapshotWithTypeAndTimeAndFindsTheLat
     EXPECT_EQ(ksdb_getLatestSnapshotName(h(), db(), nullptr, &name), 4);
 }
 
-// Guards: a filter replacing other shares' snapshots.
-TEST_F(SnapshotScanTest, FiltersAndTheShareFilterReplacesThatShareOnly) {
+// Guards: a filter replacing other shares' snapshots; a snapshot without time recorded;
+// the caller's transaction ended.
+TEST_F(SnapshotScanTest, TheShareFilterReplacesThatShareOnlyAndATimelessSnapshotIsPassedOver) {
     sql().exec("INSERT INTO `$snapshot` (zfs_name,name,type,created_on) VALUES"
                "('data/archive','r_gone',3,1),('data/docs','m_old',2,1)");
     ASSERT_EQ(ksdb_snapshots_import_zfs(h(), db(), "other", nullptr), 0) << log();
@@ -97,12 +98,10 @@ TEST_F(SnapshotScanTest, FiltersAndTheShareFilterReplacesThatShareOnly) {
                                "data/docs|m_old|2|1",
                                "data/archive|r_from-nas2|3|1709816709",
                            }));
-}
 
-// Guards: a snapshot without time recorded; the caller's transaction ended.
-TEST_F(SnapshotScanTest, ASnapshotWithoutItsTimeEndsTheScanWithSuccess) {
+    // A snapshot without its time ends the scan with success, inside a
+    // transaction of the caller's, which the scan leaves open.
     manager_snapshot("archive", "7", "", "c_broken");
-    // Inside a transaction of the caller's, which the scan leaves open.
     sql().exec("BEGIN");
     EXPECT_EQ(ksdb_snapshots_import_zfs(h(), db(), nullptr, "archive"), 0) << log();
     EXPECT_EQ(sqlite3_get_autocommit(db()), 0);
