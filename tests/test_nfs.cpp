@@ -37,14 +37,6 @@ class NfsTest : public RootTest {
   protected:
     void SetUp() override { ASSERT_EQ(ksdb_create(h(), db()), 0); }
     int export_nfs() { return ksdb_export(h(), db(), KSDB_CAT_NFS_SHARE); }
-    // exportfs on the root's /etc/exports, the exported folders made first:
-    // its status (77: it cannot run here) and what it printed.
-    int exportfs(std::string *output) {
-        for (const std::string &line : lines(get("/etc/exports")))
-            mkdirs(at(line.substr(1, line.find('"', 1) - 1)));
-        ScopedEnv env("KSDB_EXPORTS_ROOT", root());
-        return run_checker("check-exports.sh", at("/etc/exports"), output);
-    }
 };
 
 }  // namespace
@@ -96,8 +88,14 @@ TEST_F(NfsTest, HostileValuesAreRefusedOrReadBackExactly) {
                 for (const std::string &p :
                      {"/run/nfs4" + share, "/run/nfs4" + e[kSnap], share, e[kSnap]})
                     want.insert({p + "|*|ro", p + "|" + e[kHost] + "|rw"});
+                // exportfs on the root's /etc/exports, the exported folders
+                // made first (77: it cannot run here).
+                for (const std::string &line : lines(get("/etc/exports")))
+                    mkdirs(at(line.substr(1, line.find('"', 1) - 1)));
+                ScopedEnv env("KSDB_EXPORTS_ROOT", root());
                 std::string out;
-                if (const int checked = exportfs(&out); checked != 77) {
+                if (const int checked = run_checker("check-exports.sh", at("/etc/exports"), &out);
+                    checked != 77) {
                     EXPECT_EQ(checked, 0) << what << "\n" << out;
                     EXPECT_EQ(exportfs_read(out, root()), want) << what << "\n" << out;
                 }

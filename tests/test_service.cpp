@@ -266,15 +266,13 @@ TEST_F(ServiceTest, ProftpdAcceptsTheGeneratedFilesInEveryState) {
         return run_checker("check-proftpd.sh", at("/proftpd.check.conf"), out);
     };
     std::string out;
-    // Samba without its row, masquerading on without an address.
-    sql().exec("INSERT INTO service_ftp (enabled,enable_masquerade,masquerade) VALUES(1,1,'')");
-    EXPECT_EQ(check(&out), 0) << out;
-    // Every switch on, TLS included, in a domain.
-    sql().exec("INSERT INTO service_cifs (user_home_directory,security) VALUES(0,'ads');"
-               "UPDATE service_ftp SET auth_mode='anonymous',masquerade='192.0.2.10',upload_resume=1,"
-               "user_home_directory=1,ftps=1,server_transfer_log=1,max_upload_rate=100,"
-               "max_download_rate=512,force_ftps=1,use_reverse_dns=1");
-    EXPECT_EQ(check(&out), 0) << out;
+    // The databases of two case folders: Samba without its row and masquerading
+    // on without an address; every switch on, TLS included, in a domain.
+    for (const char *c : {"masquerade-without-address", "every-switch-on"}) {
+        sql().exec("DELETE FROM service_ftp; DELETE FROM service_cifs;" +
+                   read_file(std::string(KSDB_CASES_DIR) + "/ftp-service/" + c + "/db.sql"));
+        EXPECT_EQ(check(&out), 0) << c << "\n" << out;
+    }
     put("/proftpd.check.conf", get("/proftpd.check.conf") + "NoSuchDirective on\n");
     EXPECT_NE(run_checker("check-proftpd.sh", at("/proftpd.check.conf"), &out), 0) << out;
 }
