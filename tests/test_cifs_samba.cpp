@@ -72,9 +72,6 @@ class CifsSambaTest : public RootTest {
         for (const char *v : {"/vol1/._share", "/vol2/._share", "/media/._share"}) mkdirs(at(v));
     }
     int export_cifs() { return ksdb_export(h(), db(), KSDB_CAT_CIFS_SHARE); }
-    Sections samba() {
-        return samba_reads(at("/etc/quillfold/samba/Shares.conf"), tmp_ / "smb-check.conf");
-    }
 };
 
 }  // namespace
@@ -95,7 +92,8 @@ TEST_F(CifsSambaTest, HostileValuesAreRefusedOrReadBackAsExactlyOneValue) {
     auto reads = [&](const Params &changed, const std::string &section = "docs") {
         Params p = base;
         for (const auto &[k, v] : changed) p[k] = v;
-        EXPECT_EQ(samba(), (Sections{{section, p}}));
+        EXPECT_EQ(samba_reads(at("/etc/quillfold/samba/Shares.conf"), tmp_ / "smb-check.conf"),
+                  (Sections{{section, p}}));
     };
     auto param = [&](const char *key, std::string before, std::string after) {
         return [=, &reads](const std::string &v) {

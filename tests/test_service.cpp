@@ -140,21 +140,12 @@ TEST_F(ServiceTest, HostileValuesInEveryGuardedColumnAreRefusedBeforeAnyFileIsWr
     }
 }
 
-// Sources `file` with sh and gives the values of `names`.
+// Sources `file` with sh and gives the values of `names` (none holds a line break).
 std::vector<std::string> source(const std::string &file, const std::vector<std::string> &names) {
-    std::string cmd = "sh -c '. \"$0\" && printf \"%s\\0\"";
+    std::string cmd = "sh -c '. \"$0\" && printf \"%s\\n\"";
     for (const std::string &n : names) cmd += " \"$" + n + "\"";
-    std::vector<std::string> out(1);
-    FILE *p = popen((cmd + "' '" + file + "'").c_str(), "r");
-    for (int c; p && (c = fgetc(p)) != EOF;) {
-        if (c)
-            out.back() += static_cast<char>(c);
-        else
-            out.emplace_back();
-    }
-    if (p) pclose(p);
-    out.pop_back();
-    return out;
+    EXPECT_EQ(std::system((cmd + "' '" + file + "' >'" + file + ".sourced'").c_str()), 0);
+    return lines(read_file(file + ".sourced"));
 }
 
 // Guards: a sourced value the shell runs or changes, or the import misreads.

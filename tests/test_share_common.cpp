@@ -21,8 +21,8 @@ class ShareCommonTest : public RootTest {
 
 }  // namespace
 
-// Guards: quoted separators split; long or unterminated names accepted.
-TEST_F(ShareCommonTest, StrictListsKeepQuotedSeparatorsAndRefuseLongOrOpenNames) {
+// Guards: quoted separators split; a name of 127 characters refused.
+TEST_F(ShareCommonTest, StrictListsKeepQuotedSeparatorsAndTakeNamesUpTo127) {
     std::vector<std::string> out;
     ASSERT_EQ(shares::split_list_strict(h(), "\"a, b\" ,c,, \"@d\"", ',', &out), 0);
     EXPECT_EQ(out, (Rows{"a, b", "c", "@d"}));

@@ -1,9 +1,8 @@
-// What the share exporters' tests share: the hostile-value walk (each
-// guarded column is set in turn to "pre" X "post" for every hostile X, a
-// trailing backslash as "pre\", and each export either refuses the value,
-// status 4 with the row named in the log and not one file below the root
-// changed, or writes it so that the check given reads back exactly the value
-// intended), and the statements an export runs.
+// What the share exporters' tests share: the hostile-value walk (each guarded
+// column set in turn to "pre" X "post" for every hostile X, a trailing
+// backslash as "pre\"; each export either refuses the value, status 4 with the
+// row named in the log and no file below the root changed, or writes it so
+// that the check given reads back exactly that value), and an export's statements.
 #pragma once
 
 #include "tests/support/test_support.h"
