@@ -138,7 +138,7 @@ TEST_F(VolumeTest, AttributesAreSetWithTheToolsBelowTheRootAndReadFromFlagsAndQu
     // have none of these attributes; unknown names and missing paths fail.
     mkdirs(at("/media/usb1"));
     const char *const kRead[][3] = {
-        {"/data/docs", "used", "5242880"},     {"/data/docs", "refquota", "104857600"},
+        {"/data/docs", "used", "5242880"},         {"/data/docs", "refquota", "104857600"},
         {"/data/docs", "usedbysnapshots", "2048"}, {"/data/docs", "compression", "off"},
         {"/data/docs", "bitrotprotection", "on"},  {"/media/usb1", "used", "rc 4"},
         {"/data/docs", "colour", "rc 4"},          {"/data/missing", "used", "rc 9"}};

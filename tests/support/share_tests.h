@@ -27,13 +27,13 @@ struct HostileColumn {
 // The labels of the hostile texts and the characters put between "pre" and
 // "post" ("lead-" stands before the value in the NFS walk).
 inline const std::vector<std::pair<std::string, std::string>> kHostile = {
-    {"clean", ""},   {"nl", "\n"},      {"cr", "\r"},     {"nul", std::string(1, '\0')},
-    {"sp", " "},     {"tab", "\t"},     {"[", "["},       {"]", "]"},
-    {";", ";"},      {"#", "#"},        {"%", "%"},       {"dq", "\""},
-    {"sq", "'"},     {",", ","},        {"=", "="},       {":", ":"},
-    {"*", "*"},      {"(", "("},        {")", ")"},       {"bs", "\\"},
-    {"$()", "$(id)"}, {"``", "`id`"},    {"/", "/"},       {"../", "../"},
-    {"/../", "/../"}, {"lead-", "-"},    {"punct", "!&+.<>?@^_{|}~"}};
+    {"clean", ""},    {"nl", "\n"},     {"cr", "\r"},    {"nul", std::string(1, '\0')},
+    {"sp", " "},      {"tab", "\t"},    {"[", "["},      {"]", "]"},
+    {";", ";"},       {"#", "#"},       {"%", "%"},      {"dq", "\""},
+    {"sq", "'"},      {",", ","},       {"=", "="},      {":", ":"},
+    {"*", "*"},       {"(", "("},       {")", ")"},      {"bs", "\\"},
+    {"$()", "$(id)"}, {"``", "`id`"},   {"/", "/"},      {"../", "../"},
+    {"/../", "/../"}, {"lead-", "-"},   {"punct", "!&+.<>?@^_{|}~"}};
 
 // `restore` runs after each value, once the column holds its old value again.
 inline void walk_hostile_values(const std::string &root, Db &sql,
