@@ -1,8 +1,8 @@
 // Shares over NFS beyond their case folders: hostile values read back by the
-// kernel server's own exportfs, and a share file that cannot be replaced.
+// kernel server's own exportfs.
 #define KSDB_MODULE "test_nfs"
 #include "core/ksdb_internal.h"
-#include "tests/support/test_support.h"
+#include "tests/support/share_tests.h"
 
 #include <set>
 
@@ -37,14 +37,6 @@ class NfsTest : public RootTest {
   protected:
     void SetUp() override { ASSERT_EQ(ksdb_create(h(), db()), 0); }
     int export_nfs() { return ksdb_export(h(), db(), KSDB_CAT_NFS_SHARE); }
-    // exportfs on the root's /etc/exports, the exported folders made first:
-    // its status (77: it cannot run here) and what it printed.
-    int exportfs(std::string *output) {
-        for (const std::string &line : lines(get("/etc/exports")))
-            mkdirs(at(line.substr(1, line.find('"', 1) - 1)));
-        ScopedEnv env("KSDB_EXPORTS_ROOT", root());
-        return run_checker("check-exports.sh", at("/etc/exports"), output);
-    }
 };
 
 }  // namespace
@@ -52,15 +44,7 @@ class NfsTest : public RootTest {
 // Guards: a hostile value written where exportfs reads other exports or clients, or the
 // import another host name; a refusal that changes a file or does not name the row.
 TEST_F(NfsTest, HostileValuesAreRefusedOrReadBackExactly) {
-    sql().exec(
-        "INSERT INTO service_nfs (enabled,user_home_directory,threads,nfsv4) VALUES(1,0,8,1);"
-        "INSERT INTO _volume (id,lv_name,blk_size) VALUES('vol1','vol1',1);"
-        "INSERT INTO share (id,zfs_name,volume_id,name,path,user_id,group_id,visible_snapdir) "
-        "VALUES(1,'vol1/docs','vol1','docs','/vol1/docs',0,0,'/vol1/docs/snap');"
-        "INSERT INTO nfs_share_option (share_id,nfs_access,nfs_sync) VALUES(1,'readonly',1);"
-        "INSERT INTO host (id,name) VALUES(1,'pc*');"
-        "INSERT INTO host_acl (share_id,host_id,proto,read,write,root) VALUES(1,1,'nfs',1,1,1)");
-    // "pc*" is a pattern: exportfs keeps it as written instead of looking it up.
+    sql().exec(read_file(KSDB_TEST_DATA_DIR "/C-nfs-hostile.sql"));
     enum { kHost, kVolumeId, kName, kVolume, kSnap };
     const std::string base[] = {"pc*", "vol1", "docs", "vol1", "/vol1/docs/snap"};
     const struct {
@@ -69,24 +53,18 @@ TEST_F(NfsTest, HostileValuesAreRefusedOrReadBackExactly) {
     } columns[] = {
         // Host names first: their import reads every share folder, and the
         // volume names below leave folders of their own.
-        {"UPDATE host SET name=%s", "host.name of '1'", "nl cr nul blank tab ( ) # dq $() lead-",
+        {"UPDATE host SET name=%s", "host.name of '1'", "nl cr nul sp tab ( ) # dq $() lead-",
          "pc*"},
         {"UPDATE share SET volume_id=%s; UPDATE _volume SET id=%s", "share.volume_id of 'docs'",
-         "nl cr nul dq bs / /../", "pre"},
-        {"UPDATE share SET name=%s", "share.name of '1'", "nl cr nul dq bs / /../", "pre"},
-        {"UPDATE _volume SET lv_name=%s", "_volume.lv_name of 'vol1'", "nl cr nul dq bs / /../",
+         "nl cr nul dq bs / ../ /../", "pre"},
+        {"UPDATE share SET name=%s", "share.name of '1'", "nl cr nul dq bs / ../ /../", "pre"},
+        {"UPDATE _volume SET lv_name=%s", "_volume.lv_name of 'vol1'", "nl cr nul dq bs / ../ /../",
          "pre"},
         {"UPDATE share SET visible_snapdir=%s", "share.visible_snapdir of 'docs'",
          "nl cr nul dq bs /../ lead-", "/vol1/docs/pre"},
     };
-    const std::pair<std::string, std::string> values[] = {
-        {"clean", ""},  {"nl", "\n"},     {"cr", "\r"},     {"nul", std::string(1, '\0')},
-        {"blank", " "}, {"tab", "\t"},    {"(", "("},       {")", ")"},
-        {"#", "#"},     {"dq", "\""},     {"sq", "'"},      {"bs", "\\"},
-        {"*", "*"},     {",", ","},       {"$()", "$(id)"}, {"``", "`id`"},
-        {"/", "/"},     {"/../", "/../"}, {"lead-", "-"}};
     for (int c = kHost; c <= kSnap; ++c) {
-        for (const auto &[label, x] : values) {
+        for (const auto &[label, x] : kHostile) {
             const std::string v =
                 label == "lead-" ? x + columns[c].prefix : columns[c].prefix + x + "post";
             std::string literal = "''";
@@ -110,8 +88,14 @@ TEST_F(NfsTest, HostileValuesAreRefusedOrReadBackExactly) {
                 for (const std::string &p :
                      {"/run/nfs4" + share, "/run/nfs4" + e[kSnap], share, e[kSnap]})
                     want.insert({p + "|*|ro", p + "|" + e[kHost] + "|rw"});
+                // exportfs on the root's /etc/exports, the exported folders
+                // made first (77: it cannot run here).
+                for (const std::string &line : lines(get("/etc/exports")))
+                    mkdirs(at(line.substr(1, line.find('"', 1) - 1)));
+                ScopedEnv env("KSDB_EXPORTS_ROOT", root());
                 std::string out;
-                if (const int checked = exportfs(&out); checked != 77) {
+                if (const int checked = run_checker("check-exports.sh", at("/etc/exports"), &out);
+                    checked != 77) {
                     EXPECT_EQ(checked, 0) << what << "\n" << out;
                     EXPECT_EQ(exportfs_read(out, root()), want) << what << "\n" << out;
                 }
@@ -130,20 +114,4 @@ TEST_F(NfsTest, HostileValuesAreRefusedOrReadBackExactly) {
             sql().exec(replace_all(columns[c].update, "%s", "'" + base[c] + "'"));
         }
     }
-}
-
-// Guards: /etc/exports replaced after a share's file could not be put in place.
-TEST_F(NfsTest, AShareFileThatCannotBeReplacedStopsTheExport) {
-    sql().exec(
-        "INSERT INTO _volume (id,lv_name,blk_size) VALUES('vol1','vol1',1);"
-        "INSERT INTO share (id,zfs_name,volume_id,name,path,user_id,group_id) VALUES"
-        " (1,'vol1/a','vol1','a','/vol1/a',0,0),(2,'vol1/b','vol1','b','/vol1/b',0,0);"
-        "INSERT INTO nfs_share_option (share_id,nfs_access,nfs_sync) "
-        "VALUES(1,'readonly',1),(2,'readonly',1)");
-    put("/etc/exports", "old\n");
-    mkdirs(at("/vol1/._share"));
-    ASSERT_EQ(symlink("missing", at("/vol1/._share/b").c_str()), 0);  // b's folder leads nowhere
-    EXPECT_EQ(export_nfs(), KSDB_E_FILE);
-    EXPECT_EQ(get("/etc/exports"), "old\n");
-    EXPECT_TRUE(contains(get("/vol1/._share/a/nfs.conf"), "\"/vol1/a\" *("));
 }

@@ -26,25 +26,6 @@ class ServiceTest : public RootTest {
         std::erase_if(out, [](const auto &f) { return f.first.rfind("tmp/", 0) == 0; });
         return out;
     }
-    // A valid row in every table the exporters read.
-    void valid_rows() {
-        sql().exec(
-            "INSERT INTO service_cifs (user_home_directory,security,workgroup,realm,orgunit,"
-            "restrict_ou,no_sync_ads,oplocks,map_to_guest,password_server,allow_trusted_domains,"
-            "domain_admin_user,hostname_lookups,idmap_backend) VALUES(0,'user','WORKGROUP',"
-            "'EXAMPLE.COM','Sales','Staff','0',1,'Never','dc1',0,'Administrator',0,'rid');"
-            "INSERT INTO _volume (id,lv_name,uuid,blk_size) VALUES('1','c','1234-abcd',4096);"
-            "INSERT INTO share (id,zfs_name,type,name,path,user_id,group_id) "
-            "VALUES(1,'c/lun1','zvol','lun1','/c/lun 1',0,0);"
-            "INSERT INTO smb_username_map (id,unix_uname,smb_uname,type) VALUES(1,'alice','ALICE',"
-            "'UNAME');"
-            "INSERT INTO service_nfs (enabled,threads,nfsv4,domain) VALUES(1,8,1,'example.com');"
-            "INSERT INTO service_ftp (enabled,enable_masquerade,masquerade) VALUES(1,1,'192.0.2.10');"
-            "INSERT INTO service_replicate (enabled,owner) VALUES(1,'alice@example.com');"
-            "INSERT INTO service_misc VALUES('MOTTO','my files',NULL,NULL);"
-            "INSERT INTO service_snmp (enabled,allow_host,community,trap_destination,contact,"
-            "location) VALUES(1,'10.0.0.0/8','public','10.0.0.1','ops team','Server room 2')");
-    }
     // Exports samba's files and the shares, and checks a copy of smb.conf whose
     // include paths point below the root, with the include files the appliance
     // itself provides: the checker's status, its output in *out.
@@ -125,7 +106,7 @@ const std::vector<std::pair<const char *, const char *>> kHostile[] = {
 
 // Guards: a hostile value written, refused without its row or after a file was replaced.
 TEST_F(ServiceTest, HostileValuesInEveryGuardedColumnAreRefusedBeforeAnyFileIsWritten) {
-    valid_rows();
+    sql().exec(read_file(KSDB_TEST_DATA_DIR "/C-service-rows.sql"));
     for (int cat :
          {KSDB_CAT_DEFAULT_SERVICE, KSDB_CAT_CIFS_SERVICE, KSDB_CAT_NFS_SERVICE, KSDB_CAT_FTP_SERVICE,
           KSDB_CAT_REPLICATE_SERVICE, KSDB_CAT_SNMP_SERVICE, KSDB_CAT_ANTIVIRUS_SERVICE})
@@ -157,33 +138,17 @@ TEST_F(ServiceTest, HostileValuesInEveryGuardedColumnAreRefusedBeforeAnyFileIsWr
         EXPECT_EQ(ksdb_export(h(), db(), g.category), 0) << g.column;
         EXPECT_EQ(files(), written) << g.column;
     }
-    // sshd_config takes no stored text: a hostile switch reads as "no".
-    ASSERT_EQ(ksdb_export(h(), db(), KSDB_CAT_SSH_SERVICE), 0) << log();
-    const std::string sshd = get("/etc/ssh/sshd_config");
-    sql().exec("INSERT INTO service_ssh (password_authentication) VALUES('1\nPermitRootLogin no')");
-    ASSERT_EQ(ksdb_export(h(), db(), KSDB_CAT_SSH_SERVICE), 0) << log();
-    EXPECT_EQ(get("/etc/ssh/sshd_config"),
-              replace_all(sshd, "PasswordAuthentication yes", "PasswordAuthentication no"));
 }
 
-// Sources `file` with sh and gives the values of `names`.
+// Sources `file` with sh and gives the values of `names` (none holds a line break).
 std::vector<std::string> source(const std::string &file, const std::vector<std::string> &names) {
-    std::string cmd = "sh -c '. \"$0\" && printf \"%s\\0\"";
+    std::string cmd = "sh -c '. \"$0\" && printf \"%s\\n\"";
     for (const std::string &n : names) cmd += " \"$" + n + "\"";
-    std::vector<std::string> out(1);
-    FILE *p = popen((cmd + "' '" + file + "'").c_str(), "r");
-    for (int c; p && (c = fgetc(p)) != EOF;) {
-        if (c)
-            out.back() += static_cast<char>(c);
-        else
-            out.emplace_back();
-    }
-    if (p) pclose(p);
-    out.pop_back();
-    return out;
+    EXPECT_EQ(std::system((cmd + "' '" + file + "' >'" + file + ".sourced'").c_str()), 0);
+    return lines(read_file(file + ".sourced"));
 }
 
-// Guards: a sourced value the shell runs or changes, or the import misreads; NFS defaults.
+// Guards: a sourced value the shell runs or changes, or the import misreads.
 TEST_F(ServiceTest, SourcingTheSettingsFilesGivesTheStoredTextsAndRunsNothing) {
     const std::string marker = at("/injected");
     const std::vector<std::string> values = {
@@ -212,12 +177,6 @@ TEST_F(ServiceTest, SourcingTheSettingsFilesGivesTheStoredTextsAndRunsNothing) {
         EXPECT_EQ(sql().scalar("SELECT val FROM service_misc WHERE key='FREE_" + std::to_string(i) + "'"),
                   values[i]);
     EXPECT_EQ(sql().scalar("SELECT location FROM service_snmp"), values[1]);
-
-    sql().exec("DELETE FROM service_nfs; INSERT INTO service_nfs (threads,nfsv4) VALUES(8,0)");
-    ASSERT_EQ(ksdb_export(h(), db(), KSDB_CAT_NFS_SERVICE), 0);
-    EXPECT_EQ(source(at("/etc/default/nfs-kernel-server"),
-                     {"RPCNFSDCOUNT", "RPCNFSDARGS", "RPCMOUNTDOPTS", "NEED_SVCGSSD"}),
-              (std::vector<std::string>{"8", "--no-nfs-version 4", "--manage-gids --no-nfs-version 4", ""}));
 }
 
 // Guards: a reader that opens a FIFO (it would hang) or a folder.
@@ -298,21 +257,19 @@ TEST_F(ServiceTest, ProftpdAcceptsTheGeneratedFilesInEveryState) {
         return run_checker("check-proftpd.sh", at("/proftpd.check.conf"), out);
     };
     std::string out;
-    // Samba without its row, masquerading on without an address.
-    sql().exec("INSERT INTO service_ftp (enabled,enable_masquerade,masquerade) VALUES(1,1,'')");
-    EXPECT_EQ(check(&out), 0) << out;
-    // Every switch on, TLS included, in a domain.
-    sql().exec("INSERT INTO service_cifs (user_home_directory,security) VALUES(0,'ads');"
-               "UPDATE service_ftp SET auth_mode='anonymous',masquerade='192.0.2.10',upload_resume=1,"
-               "user_home_directory=1,ftps=1,server_transfer_log=1,max_upload_rate=100,"
-               "max_download_rate=512,force_ftps=1,use_reverse_dns=1");
-    EXPECT_EQ(check(&out), 0) << out;
+    // The databases of two case folders: Samba without its row and masquerading
+    // on without an address; every switch on, TLS included, in a domain.
+    for (const char *c : {"masquerade-without-address", "every-switch-on"}) {
+        sql().exec("DELETE FROM service_ftp; DELETE FROM service_cifs;" +
+                   read_file(std::string(KSDB_CASES_DIR) + "/ftp-service/" + c + "/db.sql"));
+        EXPECT_EQ(check(&out), 0) << c << "\n" << out;
+    }
     put("/proftpd.check.conf", get("/proftpd.check.conf") + "NoSuchDirective on\n");
     EXPECT_NE(run_checker("check-proftpd.sh", at("/proftpd.check.conf"), &out), 0) << out;
 }
 
-// Guards: username-map types matched loosely; the SSH switch's failure; DOS code pages.
-TEST_F(ServiceTest, LookUpsAndTheDosCodePage) {
+// Guards: username-map types matched loosely; the SSH switch's failure.
+TEST_F(ServiceTest, LookUps) {
     EXPECT_EQ(ksdb_valid_smb_username_map_type("UNAME") + ksdb_valid_smb_username_map_type("HASH"), 2);
     for (const char *bad : {"uname", "UNAME ", "", static_cast<const char *>(nullptr)})
         EXPECT_EQ(ksdb_valid_smb_username_map_type(bad), 0) << (bad ? bad : "NULL");
@@ -323,15 +280,6 @@ TEST_F(ServiceTest, LookUpsAndTheDosCodePage) {
     EXPECT_EQ(ksdb_is_service_ssh_enabled(h(), db()), -1);
     EXPECT_TRUE(
         contains(log(), "(error) ksdb_is_service_ssh_enabled: Error in query (SELECT `service_ssh`)\n"));
-
-    sql().exec("INSERT INTO service_cifs (user_home_directory,security) VALUES(0,'user')");
-    for (const auto &[lang, page] : std::vector<std::pair<std::string, std::string>>{
-             {"ko", "CP949"}, {"zh-tw", "CP950"}, {"zh-cn", "CP936"}, {"pl", "CP1250"}, {"ru", "CP1251"}}) {
-        sql().exec("DELETE FROM service_misc; INSERT INTO service_misc (key,val) VALUES('LANGUAGE','" + lang +
-                   "')");
-        ASSERT_EQ(ksdb_export(h(), db(), KSDB_CAT_CIFS_SERVICE), 0);
-        EXPECT_TRUE(contains(get("/etc/samba/smb.conf"), "\n dos charset = " + page + "\n")) << lang;
-    }
 }
 
 // Guards: a text SNMP object identifier written; the platform's identifier not used.

@@ -17,13 +17,10 @@ class SnapshotScanTest : public RootTest {
         tz_ = std::make_unique<ScopedEnv>("TZ", "UTC");
         tzset();
         sql().exec("INSERT INTO _volume (id,lv_name,blk_size) VALUES('data','data',1024)");
-        sql().exec("INSERT INTO share (id,zfs_name,volume_id,name,path,user_id,group_id) "
-                   "VALUES(1,'data/docs','data','docs','/data/docs',0,0)");
-        sql().exec("INSERT INTO share (id,zfs_name,volume_id,name,path,user_id,group_id) "
-                   "VALUES(2,'data/archive','data','archive','/data/archive',0,0)");
-        mkdirs(at("/data/._share/docs"));
-        mkdirs(at("/data/._share/archive"));
-        mkdirs(at("/data/archive"));
+        sql().exec("INSERT INTO share (id,zfs_name,volume_id,name,path,user_id,group_id) VALUES"
+                   "(1,'data/docs','data','docs','/data/docs',0,0),"
+                   "(2,'data/archive','data','archive','/data/archive',0,0)");
+        for (const char *d : {"/data/._share/docs", "/data/._share/archive", "/data/archive"}) mkdirs(at(d));
         manager_snapshot("docs", "1", "2024-01-02 03:04:05", "m_daily");
         manager_snapshot("docs", "2", "2024-01-03 03:04:05", ".in-progress");
         settings_snapshot("docs", "s_weekly", "2024-02-01 00:00:01");
@@ -61,8 +58,9 @@ class SnapshotScanTest : public RootTest {
 
 }  // namespace
 
-// Guards: a snapshot kind, type or creation time read wrongly; paths outside the root.
-TEST_F(SnapshotScanTest, RecordsBothKindsOfSnapshotWithTypeAndTime) {
+// Guards: a snapshot kind, type or creation time read wrongly; paths outside the root;
+// the latest snapshot's name, and the failures.
+TEST_F(SnapshotScanTest, RecordsBothKindsOfSnapshotWithTypeAndTimeAndFindsTheLatest) {
     // A share folder with settings and a snapshot that the database does not know.
     mkdirs(at("/data/orphan"));
     settings_snapshot("orphan", "m_x", nullptr);
@@ -77,10 +75,19 @@ TEST_F(SnapshotScanTest, RecordsBothKindsOfSnapshotWithTypeAndTime) {
     const FakeCall show = {"btrfs", "subvolume", "show", at("/data/._share/docs/.snapshot/s_weekly")};
     const auto calls = fake_calls("btrfs");
     EXPECT_NE(std::find(calls.begin(), calls.end(), show), calls.end());
+
+    char *name = nullptr;
+    ASSERT_EQ(ksdb_getLatestSnapshotName(h(), db(), "data/docs", &name), 0) << log();
+    EXPECT_STREQ(name, "s_weekly");
+    EXPECT_EQ(ksdb_getLatestSnapshotName(h(), db(), "data/none", &name), 1);
+    EXPECT_EQ(name, nullptr);
+    EXPECT_TRUE(contains(log(), "ksdb_getLatestSnapshotName: No dataset found in $snapshot."));
+    EXPECT_EQ(ksdb_getLatestSnapshotName(h(), db(), nullptr, &name), 4);
 }
 
-// Guards: a filter replacing other shares' snapshots.
-TEST_F(SnapshotScanTest, FiltersAndTheShareFilterReplacesThatShareOnly) {
+// Guards: a filter replacing other shares' snapshots; a snapshot without time recorded;
+// the caller's transaction ended.
+TEST_F(SnapshotScanTest, TheShareFilterReplacesThatShareOnlyAndATimelessSnapshotIsPassedOver) {
     sql().exec("INSERT INTO `$snapshot` (zfs_name,name,type,created_on) VALUES"
                "('data/archive','r_gone',3,1),('data/docs','m_old',2,1)");
     ASSERT_EQ(ksdb_snapshots_import_zfs(h(), db(), "other", nullptr), 0) << log();
@@ -91,30 +98,16 @@ TEST_F(SnapshotScanTest, FiltersAndTheShareFilterReplacesThatShareOnly) {
                                "data/docs|m_old|2|1",
                                "data/archive|r_from-nas2|3|1709816709",
                            }));
-}
 
-// Guards: a snapshot without time recorded; the caller's transaction ended.
-TEST_F(SnapshotScanTest, ASnapshotWithoutItsTimeEndsTheScanWithSuccess) {
+    // A snapshot without its time ends the scan with success, inside a
+    // transaction of the caller's, which the scan leaves open.
     manager_snapshot("archive", "7", "", "c_broken");
-    // Inside a transaction of the caller's, which the scan leaves open.
     sql().exec("BEGIN");
     EXPECT_EQ(ksdb_snapshots_import_zfs(h(), db(), nullptr, "archive"), 0) << log();
     EXPECT_EQ(sqlite3_get_autocommit(db()), 0);
     sql().exec("COMMIT");
     EXPECT_TRUE(contains(log(), "share_name[archive], snapshot_name[c_broken], time[0]"));
     EXPECT_EQ(sql().scalar("SELECT COUNT(*) FROM `$snapshot` WHERE name='c_broken'"), "0");
-}
-
-// Guards: the latest snapshot's name, and the failures.
-TEST_F(SnapshotScanTest, LatestNameOfAShare) {
-    ASSERT_EQ(ksdb_snapshots_import_zfs(h(), db(), nullptr, nullptr), 0);
-    char *name = nullptr;
-    ASSERT_EQ(ksdb_getLatestSnapshotName(h(), db(), "data/docs", &name), 0) << log();
-    EXPECT_STREQ(name, "s_weekly");
-    EXPECT_EQ(ksdb_getLatestSnapshotName(h(), db(), "data/none", &name), 1);
-    EXPECT_EQ(name, nullptr);
-    EXPECT_TRUE(contains(log(), "ksdb_getLatestSnapshotName: No dataset found in $snapshot."));
-    EXPECT_EQ(ksdb_getLatestSnapshotName(h(), db(), nullptr, &name), 4);
 }
 
 // Guards: the used bytes not from the platform's snapshot path.
