@@ -34,6 +34,9 @@ constexpr char kModulesConf[] = "/etc/quillfold/rsync/Shares.conf";
 constexpr char kSecretsFolder[] = "/etc/quillfold/rsync/secrets/";
 constexpr size_t kSecretsReadLimit = 65536;
 
+// A module name beyond what every share name obeys: the daemon reads a tab
+// in a section name as a blank, so the module would go by another name.
+const ValueRule kRsyncModule{"an rsync module name", "\t", 0};
 // A module's path: the daemon strips blanks at the ends of a value and
 // expands "%VAR%"; the module reader splits its lines at "=".
 const ValueRule kRsyncPath{"an rsync module path", "=%",
@@ -116,6 +119,7 @@ int build_module(ksdb_handle *h, sqlite3 *db, shares::AclIndex &hosts, const Sql
     const std::string comment = shares::exact_text(col(3), col(9)).value_or("");
     const std::string &name = m->name;
     if (int rc = shares::guard_share_name(h, name, {"share", "name", name})) return rc;
+    if (int rc = guard_value(h, name, kRsyncModule, {"share", "name", name})) return rc;
     if (int rc = guard_value(h, path, kRsyncPath, {"share", "path", name})) return rc;
     if (int rc = guard_value(h, comment, kRsyncComment, {"share", "comment", name})) return rc;
     m->usb = path.compare(0, 7, "/media/") == 0;

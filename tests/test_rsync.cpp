@@ -47,9 +47,7 @@ TEST_F(RsyncTest, HostileValuesAreRefusedOrReadBackAsExactlyOneValue) {
         return sql().rows(query);
     };
     const std::vector<HostileColumn> columns = {
-        // The daemon reads a tab in a module name as a blank: a fault of the
-        // export, which should refuse it; not walked until it does.
-        {"share", "name", "id=1", "'pre", "nl cr nul [ ] % / ../ /../ bs !tab", [&](const std::string &v) {
+        {"share", "name", "id=1", "'pre", "nl cr nul tab [ ] % / ../ /../ bs", [&](const std::string &v) {
              EXPECT_EQ(daemon_lists(), (Rows{v + "|Files", "docs|"}));
              EXPECT_EQ(get("/etc/quillfold/rsync/secrets/" + v), "alice:secret\n");
          }},
