@@ -7,18 +7,13 @@
 #include "core/ksdb_internal.h"
 #include "tests/support/test_support.h"
 
-#include <gtest/gtest.h>
-
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
-#include <cstdio>
-#include <cstdlib>
 #include <ctime>
-#include <string>
+#include <numeric>
 #include <thread>
-#include <vector>
 
 using namespace ksdb_test;
 
@@ -106,15 +101,13 @@ TEST(QueueConcurrency, ThreadsAndProcessesDeliverEachMessageOnce) {
         sqlite3 *db = open_consumer(path);
         ASSERT_NE(db, nullptr);
         ASSERT_EQ(ksdb_queue_create(h, db, 0), 0);
-        const int ts = static_cast<int>(std::time(nullptr)) - 60;
-        ASSERT_EQ(ksdb_sql_begin(h, db, nullptr, KSDB_TAG), 0);
-        for (int n = 0; n < kMessages; ++n)
-            ASSERT_EQ(ksdb_sql_exec_mprintf(
-                          h, db, nullptr, KSDB_TAG,
-                          "INSERT INTO queue (id,ts,src,dst,val,pri) VALUES(%d,%d,'p','c','m%d',%d)",
-                          n + 1, ts, n, priority_of(n)),
-                      0);
-        ASSERT_EQ(ksdb_sql_commit(h, db, nullptr, KSDB_TAG), 0);
+        // Message n: id n + 1, text "m<n>", priority priority_of(n), all due.
+        ASSERT_EQ(ksdb_sql_exec_mprintf(h, db, nullptr, KSDB_TAG,
+                                        "WITH RECURSIVE n(i) AS (SELECT 0 UNION ALL SELECT i+1 FROM n "
+                                        "WHERE i<%d) INSERT INTO queue (id,ts,src,dst,val,pri) "
+                                        "SELECT i+1,%d,'p','c','m'||i,(i*7)%%5 FROM n",
+                                        kMessages - 1, static_cast<int>(std::time(nullptr)) - 60),
+                  0);
         EXPECT_EQ(sqlite3_close(db), SQLITE_OK);
     }
 
@@ -166,7 +159,7 @@ TEST(QueueConcurrency, ThreadsAndProcessesDeliverEachMessageOnce) {
     }
     std::sort(all.begin(), all.end());
     std::vector<int> expected(kMessages);
-    for (int n = 0; n < kMessages; ++n) expected[n] = n;
+    std::iota(expected.begin(), expected.end(), 0);
     EXPECT_TRUE(all == expected) << all.size() << " pops of " << kMessages << " messages";
 
     int len = -1;
