@@ -2,7 +2,9 @@
 // delivered once, each consumer in delivery order.  Caller-side set-up: WAL (readers
 // never block the writer); extended result codes, so a pop whose snapshot another
 // process overtook gets SQLITE_BUSY_SNAPSHOT (517), returns 3 and is retried with a
-// fresh snapshot; synchronous=NORMAL to keep the run short.
+// fresh snapshot; synchronous=NORMAL to keep the run short.  The threads share one
+// handle and connection: their transactions serialise, their log and trace lines
+// never interleave.
 #define KSDB_MODULE "test_queue_concurrency"
 #include "core/ksdb_internal.h"
 #include "tests/support/test_support.h"
@@ -13,6 +15,7 @@
 #include <algorithm>
 #include <ctime>
 #include <numeric>
+#include <regex>
 #include <thread>
 
 using namespace ksdb_test;
@@ -43,6 +46,7 @@ sqlite3 *open_consumer(const std::string &path) {
 
 struct Drained {
     std::vector<int> popped;  // message numbers in the order popped
+    int calls = 0;            // pops run
     bool failed = false;      // a result other than 0 and 3, or too many 3s in a row
 };
 
@@ -52,6 +56,7 @@ void drain(ksdb_handle *h, sqlite3 *db, Drained &out) {
         char *val = nullptr;
         int ts = 0;
         int rc = ksdb_queue_pop(h, db, nullptr, nullptr, &val, &ts, nullptr, nullptr);
+        ++out.calls;
         if (rc == KSDB_E_DB) {
             ++failures_in_a_row;
             continue;
@@ -129,7 +134,8 @@ TEST(QueueConcurrency, ThreadsAndProcessesDeliverEachMessageOnce) {
     }
     close(start[0]);
 
-    Handle h({nullptr, 0, nullptr, root.c_str()});
+    CaptureFile log, trace;
+    Handle h({log.get(), 5, trace.get(), root.c_str()});
     sqlite3 *db = open_consumer(path);
     ASSERT_NE(db, nullptr);
     std::vector<Drained> drained(kThreads + kProcesses);
@@ -138,6 +144,26 @@ TEST(QueueConcurrency, ThreadsAndProcessesDeliverEachMessageOnce) {
         threads.emplace_back([&, t] { drain(h, db, drained[t]); });
     close(start[1]);  // go
     for (auto &t : threads) t.join();
+
+    // Every line is one whole record: every pop of the threads logs its end
+    // once, every statement is traced with its outcome.
+    const std::regex log_line(
+        R"(\[\d\d/\d\d/\d\d \d\d:\d\d:\d\d\] \d+:\d+ [\w.]+:\d+ \((debug|error)\) [^[]*)");
+    const std::regex trace_line(
+        R"(\[\d\d/\d\d/\d\d \d\d:\d\d:\d\d\]\(\d+:\d+\) [\w.]+:\d+(sql=[^[]*| ==> \d+:\d+ \([^[]*))");
+    int pops = 0, calls = 0, statements = 0;
+    for (const std::string &l : lines(log.text())) {
+        ASSERT_TRUE(std::regex_match(l, log_line)) << l;
+        pops += contains(l, " ksdb_queue_pop() ==> ");
+    }
+    for (int t = 0; t < kThreads; ++t) calls += drained[t].calls;
+    EXPECT_EQ(pops, calls);
+    const std::vector<std::string> traced = lines(trace.text());
+    for (const std::string &l : traced) {
+        ASSERT_TRUE(std::regex_match(l, trace_line)) << l;
+        statements += contains(l, "sql=");
+    }
+    EXPECT_EQ(statements * 2, static_cast<int>(traced.size()));
 
     for (int p = 0; p < kProcesses; ++p) {
         int status = -1;
