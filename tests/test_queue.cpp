@@ -48,30 +48,15 @@ class QueueTest : public ::testing::Test {
     Db db_{tmp_ / "queue.db"};
 };
 
-std::string sql_of(Db &db, const char *name) {
-    return db.scalar(std::string("SELECT sql FROM sqlite_master WHERE name='") + name + "'");
-}
-
-// Denies one kind of statement on one table, to make a chosen step fail.
-struct Deny {
-    int action;
-    const char *table;
-};
-int deny(void *arg, int action, const char *a, const char *, const char *, const char *) {
-    auto *d = static_cast<Deny *>(arg);
-    return action == d->action && a && std::string(a) == d->table ? SQLITE_DENY : SQLITE_OK;
-}
-
 }  // namespace
 
 TEST_F(QueueTest, CreateMakesBothTablesWordForWordAndEmptiesTheQueue) {
-    EXPECT_EQ(sql_of(db_, "queue"),
-              "CREATE TABLE `queue` ( `id` INTEGER NOT NULL, `ts` BIGINT NOT NULL DEFAULT 0, "
-              "`src` VARCHAR(63) NOT NULL DEFAULT '' COLLATE NOCASE, `dst` VARCHAR(63) NOT NULL "
-              "DEFAULT '' COLLATE NOCASE, `val` VARCHAR(65534) NOT NULL DEFAULT '' COLLATE "
-              "NOCASE, `pri` INT NOT NULL DEFAULT 0, PRIMARY KEY (`id`))");
-    EXPECT_EQ(sql_of(db_, "config"),
-              "CREATE TABLE `config` ( `maxlen` INT NOT NULL DEFAULT 65536, PRIMARY KEY (`maxlen`))");
+    EXPECT_EQ(db_.column("SELECT sql FROM sqlite_master WHERE type='table' ORDER BY name DESC"),
+              (Rows{"CREATE TABLE `queue` ( `id` INTEGER NOT NULL, `ts` BIGINT NOT NULL DEFAULT 0, "
+                    "`src` VARCHAR(63) NOT NULL DEFAULT '' COLLATE NOCASE, `dst` VARCHAR(63) NOT NULL "
+                    "DEFAULT '' COLLATE NOCASE, `val` VARCHAR(65534) NOT NULL DEFAULT '' COLLATE "
+                    "NOCASE, `pri` INT NOT NULL DEFAULT 0, PRIMARY KEY (`id`))",
+                    "CREATE TABLE `config` ( `maxlen` INT NOT NULL DEFAULT 65536, PRIMARY KEY (`maxlen`))"}));
     EXPECT_EQ(db_.rows("SELECT maxlen FROM config"), Rows{"65536"});
     EXPECT_TRUE(contains(log_.text(), "(error) DB (queue) schema version: new ==> 0\n"));
 
@@ -239,12 +224,17 @@ TEST_F(QueueTest, EveryOperationEndsWithItsExitLogAndMissingTablesGiveThree) {
 
 TEST_F(QueueTest, AFailedCreateOrCommitKeepsTheOldQueue) {
     push("s", "d", "kept", 0, now() - 1);
-    Deny no_config_insert{SQLITE_INSERT, "config"}, no_drop{SQLITE_DROP_TABLE, "config"};
-    sqlite3_set_authorizer(db(), deny, &no_config_insert);
+    // Denies one kind of statement on the config table, to make a chosen step fail.
+    int denied = SQLITE_INSERT;
+    auto deny = [](void *arg, int action, const char *a, const char *, const char *, const char *) {
+        const bool deny = action == *static_cast<int *>(arg) && a && std::string(a) == "config";
+        return deny ? SQLITE_DENY : SQLITE_OK;
+    };
+    sqlite3_set_authorizer(db(), deny, &denied);
     EXPECT_EQ(ksdb_queue_create(h(), db(), 0), 3);
     EXPECT_TRUE(contains(log_.text(), "(error) Query (REPLACE queue.config) fail.\n"));
     db_.exec("PRAGMA user_version=3");
-    sqlite3_set_authorizer(db(), deny, &no_drop);
+    denied = SQLITE_DROP_TABLE;
     EXPECT_EQ(ksdb_queue_create(h(), db(), 0), 3);
     sqlite3_set_authorizer(db(), nullptr, nullptr);
     EXPECT_EQ(db_.scalar("PRAGMA user_version"), "3");
@@ -260,8 +250,6 @@ TEST_F(QueueTest, AFailedCreateOrCommitKeepsTheOldQueue) {
 }
 
 TEST_F(QueueTest, AFailedBeginRollsBackPushButNotCreate) {
-    EXPECT_EQ(ksdb_queue_push(h(), db(), nullptr, "d", "v", 0, now()), 3) << "src is NOT NULL";
-    EXPECT_TRUE(clean());
     // The caller already holds a transaction of its own on the connection.
     db_.exec("BEGIN");
     db_.exec("INSERT INTO config VALUES(1)");
