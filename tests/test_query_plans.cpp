@@ -313,41 +313,26 @@ TEST_F(QueryPlanTest, EveryCategoryOfTheDemoApplianceBothWays) {
 // Guards: the check itself missing a per-row scan, search by kind or built index.
 TEST(QueryPlanCheck, FindsScansSearchesByKindAndBuiltIndexesInPerRowLoops) {
     Db db;
-    db.exec("CREATE TABLE share (id INTEGER PRIMARY KEY, name TEXT COLLATE NOCASE UNIQUE);"
-            "CREATE TABLE user_acl (share_id INT, user_id INT, proto TEXT COLLATE NOCASE, "
-            "read INT, PRIMARY KEY (proto, user_id, share_id));"
-            "CREATE TABLE member (user_id INT, group_id INT, PRIMARY KEY (user_id, group_id));"
-            "CREATE TABLE service_x (on_off INT)");
-    const std::string one = "SELECT user_id FROM user_acl A WHERE A.share_id=1 AND A.proto='afp'",
-                      two = "SELECT user_id FROM user_acl A WHERE A.share_id=2 AND A.proto='afp'";
-    const struct {
-        std::vector<std::string> sql;
-        std::vector<const char *> found;  // what the one finding says; none when empty
-        const char *index = nullptr;      // made before the run
-    } kRuns[] = {
-        // Once, a search by protocol alone is one pass over the table: fine.
-        {{one}, {}},
-        // Once per share it is a pass per share.
-        {{one, two}, {"runs 2 times", "by kind alone"}},
-        // An index by share turns it into a search for the share's rows.
-        {{one, two}, {}, "CREATE INDEX user_acl_share ON user_acl (share_id, proto, user_id)"},
-        // An inner loop's full scan or built index is found, the outer table's walk is not.
-        {{"SELECT S.name FROM share S LEFT JOIN member M ON M.group_id=S.id"}, {"builds an index of member"}},
-        {{"SELECT S.name,(SELECT COUNT(*) FROM member M WHERE M.group_id=S.id) FROM share S"},
-         {"reads every row of member"}},
-        {{"SELECT name FROM share"}, {}},
-        // A one-row settings table may be read whole on every row.
-        {{"SELECT on_off FROM service_x", "SELECT on_off FROM service_x"}, {}},
-    };
-    for (const auto &r : kRuns) {
-        SCOPED_TRACE(r.sql.back());
-        if (r.index) db.exec(r.index);
-        std::vector<Statement> s;
-        for (const std::string &q : r.sql) s.push_back({q, "step", 1, "site"});
-        const std::vector<std::string> f = check_call(db, s);
-        ASSERT_EQ(f.size(), r.found.empty() ? 0u : 1u) << joined(f);
-        for (const char *part : r.found) EXPECT_TRUE(contains(f[0], part)) << f[0];
+    std::vector<Statement> block;
+    std::vector<std::string> parts;
+    int checks = 0;
+    for (const std::string &line : lines(read_file(KSDB_TEST_DATA_DIR "/B-plan-check.txt"))) {
+        const size_t colon = line.find(": ");
+        const std::string key = line.substr(0, colon);
+        const std::string value = colon == std::string::npos ? "" : line.substr(colon + 2);
+        if (key == "setup") db.exec(value);
+        if (key == "sql") block.push_back({value, "step", 1, "site"});
+        if (key == "finding") parts.push_back(value);
+        if (key != "check") continue;
+        SCOPED_TRACE(block.back().sql);
+        const std::vector<std::string> f = check_call(db, block);
+        ++checks;
+        ASSERT_EQ(f.size(), parts.empty() ? 0u : 1u) << joined(f);
+        for (const std::string &part : parts) EXPECT_TRUE(contains(f[0], part)) << f[0];
+        block.clear();
+        parts.clear();
     }
+    EXPECT_EQ(checks, 7);
     // The literals are what makes two runs one shape.
     EXPECT_EQ(shape("SELECT 'it''s',12,x1 FROM `t 2` WHERE a=-3.5"), "SELECT ?,?,x1 FROM `t 2` WHERE a=-?");
 }

@@ -133,9 +133,7 @@ TEST_F(SqlTest, TypedGettersConvertCheckAndFailDifferentlyOnPurpose) {
 
 // Guards: unquoted values; the update run after a failed insert.
 TEST_F(SqlTest, MprintfQuotesAndInsertThenUpdateRunsTheUpdateOnlyAfterTheInsert) {
-    ASSERT_EQ(ksdb_sql_exec(h_, db_, nullptr, "m", 1,
-                            "CREATE TABLE `t w` (k INT PRIMARY KEY, v TEXT NOT NULL, w TEXT)"),
-              0);
+    db_.exec("CREATE TABLE `t w` (k INT PRIMARY KEY, v TEXT NOT NULL, w TEXT)");
     ASSERT_EQ(ksdb_sql_exec_mprintf(h_, db_, nullptr, "m", 1, "INSERT INTO `%w` VALUES(1,%Q,'kept')", "t w",
                                     "it's"),
               0);

@@ -29,11 +29,9 @@ constexpr int kProcesses = 2;
 // instead of hanging.
 constexpr int kMaxFailuresInARow = 20000;
 
-int priority_of(int n) { return (n * 7) % 5; }
-
-// The delivery order of message n: priority first, then id (all messages
-// share one time and ids follow n).
-std::pair<int, int> order_key(int n) { return {-priority_of(n), n}; }
+// The delivery order of message n: priority ((n * 7) % 5) first, then id
+// (all messages share one time and ids follow n).
+std::pair<int, int> order_key(int n) { return {-((n * 7) % 5), n}; }
 
 sqlite3 *open_consumer(const std::string &path) {
     sqlite3 *db = nullptr;
@@ -106,7 +104,7 @@ TEST(QueueConcurrency, ThreadsAndProcessesDeliverEachMessageOnce) {
         sqlite3 *db = open_consumer(path);
         ASSERT_NE(db, nullptr);
         ASSERT_EQ(ksdb_queue_create(h, db, 0), 0);
-        // Message n: id n + 1, text "m<n>", priority priority_of(n), all due.
+        // Message n: id n + 1, text "m<n>", all due.
         ASSERT_EQ(ksdb_sql_exec_mprintf(h, db, nullptr, KSDB_TAG,
                                         "WITH RECURSIVE n(i) AS (SELECT 0 UNION ALL SELECT i+1 FROM n "
                                         "WHERE i<%d) INSERT INTO queue (id,ts,src,dst,val,pri) "
