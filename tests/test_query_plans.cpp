@@ -9,8 +9,6 @@
 #include <cctype>
 #include <cstring>
 #include <filesystem>
-#include <functional>
-#include <map>
 #include <regex>
 #include <set>
 #include <sstream>
@@ -359,9 +357,9 @@ TEST_F(QueryPlanTest, ADroppedIndexIsFound) {
         auto call = [&] {
             return k.category < 0 ? ksdb_account_export(h(), db()) : ksdb_import(h(), db(), k.category);
         };
+        // The state and call are those of a case folder or the demo appliance,
+        // which the tests above find clean.
         stage(k.on, false);
-        EXPECT_EQ(checked(call), "");
-        stage(k.on, false);  // the same call again, on the same state but for the index
         sql().exec(std::string("DROP INDEX `") + k.index + "`");
         const std::string found = checked(call);
         EXPECT_TRUE(contains(found, k.table)) << found;

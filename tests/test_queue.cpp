@@ -222,7 +222,7 @@ TEST_F(QueueTest, EveryOperationEndsWithItsExitLogAndMissingTablesGiveThree) {
     EXPECT_TRUE(clean());
 }
 
-TEST_F(QueueTest, AFailedCreateOrCommitKeepsTheOldQueue) {
+TEST_F(QueueTest, AFailedCreateCommitOrBeginKeepsTheQueueAPushRollsBackAfterItsBegin) {
     push("s", "d", "kept", 0, now() - 1);
     // Denies one kind of statement on the config table, to make a chosen step fail.
     int denied = SQLITE_INSERT;
@@ -247,10 +247,8 @@ TEST_F(QueueTest, AFailedCreateOrCommitKeepsTheOldQueue) {
     sqlite3_commit_hook(db(), nullptr, nullptr);
     EXPECT_TRUE(clean());
     EXPECT_EQ(vals(), Rows{"kept"});
-}
 
-TEST_F(QueueTest, AFailedBeginRollsBackPushButNotCreate) {
-    // The caller already holds a transaction of its own on the connection.
+    // A failed BEGIN: the caller already holds a transaction of its own.
     db_.exec("BEGIN");
     db_.exec("INSERT INTO config VALUES(1)");
     EXPECT_EQ(ksdb_queue_create(h(), db(), 0), 3);

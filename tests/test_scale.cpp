@@ -10,7 +10,6 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <map>
 #include <set>
 
 using namespace ksdb_test;
