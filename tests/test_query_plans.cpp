@@ -365,28 +365,3 @@ TEST_F(QueryPlanTest, ADroppedIndexIsFound) {
         EXPECT_TRUE(contains(found, k.table)) << found;
     }
 }
-
-// Guards: the queue's four selections sorting the due messages instead of using the index.
-TEST_F(QueryPlanTest, QueueDeliveryFollowsItsIndexes) {
-    ASSERT_EQ(ksdb_queue_create(h(), db(), 0), 0);
-    for (int i = 0; i < 4; ++i) ASSERT_EQ(ksdb_queue_push(h(), db(), "daemon", "ui", "m", i % 2, 1), 0);
-    const std::vector<Statement> statements = captured(h(), db(), [&] {
-        const char *names[][2] = {{nullptr, nullptr}, {"daemon", nullptr}, {nullptr, "ui"}, {"daemon", "ui"}};
-        for (auto &n : names) {
-            char *val = nullptr;
-            int ts = 0;
-            ASSERT_EQ(ksdb_queue_pop(h(), db(), n[0], n[1], &val, &ts, nullptr, nullptr), 0);
-            ASSERT_NE(val, nullptr);
-        }
-    });
-    int deliveries = 0;
-    for (const Statement &s : statements) {
-        if (s.sql.find("ORDER BY pri DESC") == std::string::npos) continue;
-        std::string text;
-        for (const PlanRow &r : explain(db(), s.sql)) text += r.detail + "\n";
-        ++deliveries;
-        EXPECT_FALSE(contains(text, "TEMP B-TREE")) << s.sql << "\n" << text;
-        EXPECT_TRUE(contains(text, "USING INDEX queue_delivery")) << s.sql << "\n" << text;
-    }
-    EXPECT_EQ(deliveries, 4);
-}

@@ -3,6 +3,7 @@
 
 #include <ctime>
 #include <regex>
+#include <set>
 
 using namespace ksdb_test;
 
@@ -93,6 +94,8 @@ TEST_F(QueueTest, DeliveryWaitsForItsTimeThenGoesByPriorityTimeAndId) {
     EXPECT_EQ(vals(), Rows{"later"});
 }
 
+// Guards: a selection by the wrong names or a cut clause; the four selections
+// sorting the due messages instead of using an index.
 TEST_F(QueueTest, SelectionBySourceDestinationBothOrNeitherAndNamesTooLongAreRefused) {
     const int t = now() - 60;
     const std::string ts = "|" + std::to_string(t) + "|";
@@ -125,6 +128,21 @@ TEST_F(QueueTest, SelectionBySourceDestinationBothOrNeitherAndNamesTooLongAreRef
     EXPECT_TRUE(clean());
     push(fitting.c_str(), "x", "fits", 0, t);
     EXPECT_EQ(pop_val(fitting.c_str(), "x"), "fits");
+
+    // Each of the four selections reaches the due messages in their order
+    // through an index of its own, without sorting them.
+    std::set<std::string> indexes;
+    for (const std::string &sql : traced_statements(trace_.text())) {
+        if (!contains(sql, "ORDER BY pri DESC")) continue;
+        std::string plan;
+        for (const std::string &row : db_.rows("EXPLAIN QUERY PLAN " + sql)) plan += row + "\n";
+        std::smatch index;
+        EXPECT_FALSE(contains(plan, "TEMP B-TREE")) << sql << "\n" << plan;
+        EXPECT_TRUE(std::regex_search(plan, index, std::regex(R"(USING INDEX (\w+))"))) << sql;
+        indexes.insert(index[1]);
+    }
+    EXPECT_EQ(indexes, (std::set<std::string>{"queue_delivery", "queue_delivery_dst", "queue_delivery_due",
+                                              "queue_delivery_src"}));
 }
 
 TEST_F(QueueTest, ReadGivesTheIdAndLeavesTheMessageAndStringsComeFromTheResultPool) {
