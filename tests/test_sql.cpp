@@ -5,8 +5,6 @@
 #include "tests/core_support.h"
 
 #include <chrono>
-#include <regex>
-#include <thread>
 
 using namespace ksdb_test;
 
