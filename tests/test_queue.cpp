@@ -53,11 +53,7 @@ class QueueTest : public ::testing::Test {
 
 TEST_F(QueueTest, CreateMakesBothTablesWordForWordAndEmptiesTheQueue) {
     EXPECT_EQ(db_.column("SELECT sql FROM sqlite_master WHERE type='table' ORDER BY name DESC"),
-              (Rows{"CREATE TABLE `queue` ( `id` INTEGER NOT NULL, `ts` BIGINT NOT NULL DEFAULT 0, "
-                    "`src` VARCHAR(63) NOT NULL DEFAULT '' COLLATE NOCASE, `dst` VARCHAR(63) NOT NULL "
-                    "DEFAULT '' COLLATE NOCASE, `val` VARCHAR(65534) NOT NULL DEFAULT '' COLLATE "
-                    "NOCASE, `pri` INT NOT NULL DEFAULT 0, PRIMARY KEY (`id`))",
-                    "CREATE TABLE `config` ( `maxlen` INT NOT NULL DEFAULT 65536, PRIMARY KEY (`maxlen`))"}));
+              lines(read_file(KSDB_TEST_DATA_DIR "/B-queue-schema.sql")));
     EXPECT_EQ(db_.rows("SELECT maxlen FROM config"), Rows{"65536"});
     EXPECT_TRUE(contains(log_.text(), "(error) DB (queue) schema version: new ==> 0\n"));
 
