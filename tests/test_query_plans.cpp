@@ -250,7 +250,7 @@ class QueryPlanTest : public RootTest {
     }
 
     // A fresh root and database at the current schema, then the state of a
-    // case's law or (spec nullptr) the demo appliance.
+    // case's law or, without a case, the demo appliance.
     void stage(const CaseSpec *spec, bool for_export) {
         namespace fs = std::filesystem;
         db_.reset();
