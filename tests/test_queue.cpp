@@ -3,6 +3,7 @@
 
 #include <ctime>
 #include <regex>
+#include <set>
 
 using namespace ksdb_test;
 
@@ -48,30 +49,11 @@ class QueueTest : public ::testing::Test {
     Db db_{tmp_ / "queue.db"};
 };
 
-std::string sql_of(Db &db, const char *name) {
-    return db.scalar(std::string("SELECT sql FROM sqlite_master WHERE name='") + name + "'");
-}
-
-// Denies one kind of statement on one table, to make a chosen step fail.
-struct Deny {
-    int action;
-    const char *table;
-};
-int deny(void *arg, int action, const char *a, const char *, const char *, const char *) {
-    auto *d = static_cast<Deny *>(arg);
-    return action == d->action && a && std::string(a) == d->table ? SQLITE_DENY : SQLITE_OK;
-}
-
 }  // namespace
 
 TEST_F(QueueTest, CreateMakesBothTablesWordForWordAndEmptiesTheQueue) {
-    EXPECT_EQ(sql_of(db_, "queue"),
-              "CREATE TABLE `queue` ( `id` INTEGER NOT NULL, `ts` BIGINT NOT NULL DEFAULT 0, "
-              "`src` VARCHAR(63) NOT NULL DEFAULT '' COLLATE NOCASE, `dst` VARCHAR(63) NOT NULL "
-              "DEFAULT '' COLLATE NOCASE, `val` VARCHAR(65534) NOT NULL DEFAULT '' COLLATE "
-              "NOCASE, `pri` INT NOT NULL DEFAULT 0, PRIMARY KEY (`id`))");
-    EXPECT_EQ(sql_of(db_, "config"),
-              "CREATE TABLE `config` ( `maxlen` INT NOT NULL DEFAULT 65536, PRIMARY KEY (`maxlen`))");
+    EXPECT_EQ(db_.column("SELECT sql FROM sqlite_master WHERE type='table' ORDER BY name DESC"),
+              lines(read_file(KSDB_TEST_DATA_DIR "/B-queue-schema.sql")));
     EXPECT_EQ(db_.rows("SELECT maxlen FROM config"), Rows{"65536"});
     EXPECT_TRUE(contains(log_.text(), "(error) DB (queue) schema version: new ==> 0\n"));
 
@@ -108,6 +90,8 @@ TEST_F(QueueTest, DeliveryWaitsForItsTimeThenGoesByPriorityTimeAndId) {
     EXPECT_EQ(vals(), Rows{"later"});
 }
 
+// Guards: a selection by the wrong names or a cut clause; the four selections
+// sorting the due messages instead of using an index.
 TEST_F(QueueTest, SelectionBySourceDestinationBothOrNeitherAndNamesTooLongAreRefused) {
     const int t = now() - 60;
     const std::string ts = "|" + std::to_string(t) + "|";
@@ -140,6 +124,21 @@ TEST_F(QueueTest, SelectionBySourceDestinationBothOrNeitherAndNamesTooLongAreRef
     EXPECT_TRUE(clean());
     push(fitting.c_str(), "x", "fits", 0, t);
     EXPECT_EQ(pop_val(fitting.c_str(), "x"), "fits");
+
+    // Each of the four selections reaches the due messages in their order
+    // through an index of its own, without sorting them.
+    std::set<std::string> indexes;
+    for (const std::string &sql : traced_statements(trace_.text())) {
+        if (!contains(sql, "ORDER BY pri DESC")) continue;
+        std::string plan;
+        for (const std::string &row : db_.rows("EXPLAIN QUERY PLAN " + sql)) plan += row + "\n";
+        std::smatch index;
+        EXPECT_FALSE(contains(plan, "TEMP B-TREE")) << sql << "\n" << plan;
+        EXPECT_TRUE(std::regex_search(plan, index, std::regex(R"(USING INDEX (\w+))"))) << sql;
+        indexes.insert(index[1]);
+    }
+    EXPECT_EQ(indexes, (std::set<std::string>{"queue_delivery", "queue_delivery_dst", "queue_delivery_due",
+                                              "queue_delivery_src"}));
 }
 
 TEST_F(QueueTest, ReadGivesTheIdAndLeavesTheMessageAndStringsComeFromTheResultPool) {
@@ -237,14 +236,19 @@ TEST_F(QueueTest, EveryOperationEndsWithItsExitLogAndMissingTablesGiveThree) {
     EXPECT_TRUE(clean());
 }
 
-TEST_F(QueueTest, AFailedCreateOrCommitKeepsTheOldQueue) {
+TEST_F(QueueTest, AFailedCreateCommitOrBeginKeepsTheQueueAPushRollsBackAfterItsBegin) {
     push("s", "d", "kept", 0, now() - 1);
-    Deny no_config_insert{SQLITE_INSERT, "config"}, no_drop{SQLITE_DROP_TABLE, "config"};
-    sqlite3_set_authorizer(db(), deny, &no_config_insert);
+    // Denies one kind of statement on the config table, to make a chosen step fail.
+    int denied = SQLITE_INSERT;
+    auto deny = [](void *arg, int action, const char *a, const char *, const char *, const char *) {
+        const bool deny = action == *static_cast<int *>(arg) && a && std::string(a) == "config";
+        return deny ? SQLITE_DENY : SQLITE_OK;
+    };
+    sqlite3_set_authorizer(db(), deny, &denied);
     EXPECT_EQ(ksdb_queue_create(h(), db(), 0), 3);
     EXPECT_TRUE(contains(log_.text(), "(error) Query (REPLACE queue.config) fail.\n"));
     db_.exec("PRAGMA user_version=3");
-    sqlite3_set_authorizer(db(), deny, &no_drop);
+    denied = SQLITE_DROP_TABLE;
     EXPECT_EQ(ksdb_queue_create(h(), db(), 0), 3);
     sqlite3_set_authorizer(db(), nullptr, nullptr);
     EXPECT_EQ(db_.scalar("PRAGMA user_version"), "3");
@@ -257,12 +261,8 @@ TEST_F(QueueTest, AFailedCreateOrCommitKeepsTheOldQueue) {
     sqlite3_commit_hook(db(), nullptr, nullptr);
     EXPECT_TRUE(clean());
     EXPECT_EQ(vals(), Rows{"kept"});
-}
 
-TEST_F(QueueTest, AFailedBeginRollsBackPushButNotCreate) {
-    EXPECT_EQ(ksdb_queue_push(h(), db(), nullptr, "d", "v", 0, now()), 3) << "src is NOT NULL";
-    EXPECT_TRUE(clean());
-    // The caller already holds a transaction of its own on the connection.
+    // A failed BEGIN: the caller already holds a transaction of its own.
     db_.exec("BEGIN");
     db_.exec("INSERT INTO config VALUES(1)");
     EXPECT_EQ(ksdb_queue_create(h(), db(), 0), 3);

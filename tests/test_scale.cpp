@@ -10,7 +10,6 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <map>
 #include <set>
 
 using namespace ksdb_test;
@@ -19,30 +18,28 @@ namespace {
 
 using Paths = std::set<std::string>;
 
-// What each commit of the managed-file layer did, by live path.
-class Outcomes {
-  public:
-    explicit Outcomes(const std::string &root) : root_(root) {
-        ksdb_observer obs{};
-        obs.arg = this;
-        obs.file_done = [](void *arg, const char *target, int outcome, int status) {
-            auto *self = static_cast<Outcomes *>(arg);
-            self->of[std::string(target).substr(self->root_.size())] = status == 0 ? outcome : -1;
-        };
-        ksdb_set_observer(&obs);
-    }
-    ~Outcomes() { ksdb_set_observer(nullptr); }
-    Paths with(int outcome) const {
-        Paths out;
-        for (const auto &[path, o] : of)
-            if (o == outcome) out.insert(path);
-        return out;
-    }
-    std::map<std::string, int> of;
+// What each commit of the managed-file layer did during one export of the
+// CIFS shares, by live path (-1: failed).
+std::map<std::string, int> export_outcomes(ksdb_handle *h, sqlite3 *db, const std::string &root) {
+    std::pair<std::string, std::map<std::string, int>> seen{root, {}};
+    ksdb_observer obs{};
+    obs.arg = &seen;
+    obs.file_done = [](void *arg, const char *target, int outcome, int status) {
+        auto *s = static_cast<decltype(seen) *>(arg);
+        s->second[std::string(target).substr(s->first.size())] = status == 0 ? outcome : -1;
+    };
+    ksdb_set_observer(&obs);
+    EXPECT_EQ(ksdb_export(h, db, KSDB_CAT_CIFS_SHARE), 0);
+    ksdb_set_observer(nullptr);
+    return seen.second;
+}
 
-  private:
-    std::string root_;
-};
+Paths with(const std::map<std::string, int> &outcomes, int outcome) {
+    Paths out;
+    for (const auto &[path, o] : outcomes)
+        if (o == outcome) out.insert(path);
+    return out;
+}
 
 class ScaleTest : public RootTest {
   protected:
@@ -56,15 +53,11 @@ class ScaleTest : public RootTest {
 }  // namespace
 
 TEST_F(ScaleTest, AnExportAfterAChangeReplacesOnlyTheFilesThatChanged) {
-    size_t written = 0;
-    {
-        Outcomes first(root());
-        ASSERT_EQ(ksdb_export(h(), db(), KSDB_CAT_CIFS_SHARE), 0) << log();
-        // Ten shares with attributes, four files each; the two USB copies;
-        // both Shares.conf files and dfs.conf.
-        EXPECT_EQ(first.with(KSDB_FILE_NEW).size(), 45u);
-        written = first.of.size();
-    }
+    const auto first = export_outcomes(h(), db(), root());
+    // Ten shares with attributes, four files each; the two USB copies;
+    // both Shares.conf files and dfs.conf.
+    EXPECT_EQ(with(first, KSDB_FILE_NEW).size(), 45u) << log();
+    const size_t written = first.size();
     struct stat before {};
     ASSERT_EQ(stat(at("/vol2/._share/snap/samba.conf").c_str(), &before), 0);
 
@@ -90,11 +83,10 @@ TEST_F(ScaleTest, AnExportAfterAChangeReplacesOnlyTheFilesThatChanged) {
     for (const auto &c : kChanges) {
         SCOPED_TRACE(c.change);
         sql().exec(c.change);
-        Outcomes again(root());
-        ASSERT_EQ(ksdb_export(h(), db(), KSDB_CAT_CIFS_SHARE), 0) << log();
-        EXPECT_EQ(again.with(KSDB_FILE_CHANGED), c.replaced);
-        EXPECT_EQ(again.with(KSDB_FILE_UNCHANGED).size(), written - c.replaced.size());
-        EXPECT_EQ(again.of.size(), written);
+        const auto again = export_outcomes(h(), db(), root());
+        EXPECT_EQ(with(again, KSDB_FILE_CHANGED), c.replaced);
+        EXPECT_EQ(with(again, KSDB_FILE_UNCHANGED).size(), written - c.replaced.size());
+        EXPECT_EQ(again.size(), written);
     }
     // An untouched share's file is the very file the first export wrote.
     struct stat after {};

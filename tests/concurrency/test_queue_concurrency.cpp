@@ -2,23 +2,21 @@
 // delivered once, each consumer in delivery order.  Caller-side set-up: WAL (readers
 // never block the writer); extended result codes, so a pop whose snapshot another
 // process overtook gets SQLITE_BUSY_SNAPSHOT (517), returns 3 and is retried with a
-// fresh snapshot; synchronous=NORMAL to keep the run short.
+// fresh snapshot; synchronous=NORMAL to keep the run short.  The threads share one
+// handle and connection: their transactions serialise, their log and trace lines
+// never interleave.
 #define KSDB_MODULE "test_queue_concurrency"
 #include "core/ksdb_internal.h"
 #include "tests/support/test_support.h"
-
-#include <gtest/gtest.h>
 
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
-#include <cstdio>
-#include <cstdlib>
 #include <ctime>
-#include <string>
+#include <numeric>
+#include <regex>
 #include <thread>
-#include <vector>
 
 using namespace ksdb_test;
 
@@ -31,11 +29,9 @@ constexpr int kProcesses = 2;
 // instead of hanging.
 constexpr int kMaxFailuresInARow = 20000;
 
-int priority_of(int n) { return (n * 7) % 5; }
-
-// The delivery order of message n: priority first, then id (all messages
-// share one time and ids follow n).
-std::pair<int, int> order_key(int n) { return {-priority_of(n), n}; }
+// The delivery order of message n: priority ((n * 7) % 5) first, then id
+// (all messages share one time and ids follow n).
+std::pair<int, int> order_key(int n) { return {-((n * 7) % 5), n}; }
 
 sqlite3 *open_consumer(const std::string &path) {
     sqlite3 *db = nullptr;
@@ -48,6 +44,7 @@ sqlite3 *open_consumer(const std::string &path) {
 
 struct Drained {
     std::vector<int> popped;  // message numbers in the order popped
+    int calls = 0;            // pops run
     bool failed = false;      // a result other than 0 and 3, or too many 3s in a row
 };
 
@@ -57,6 +54,7 @@ void drain(ksdb_handle *h, sqlite3 *db, Drained &out) {
         char *val = nullptr;
         int ts = 0;
         int rc = ksdb_queue_pop(h, db, nullptr, nullptr, &val, &ts, nullptr, nullptr);
+        ++out.calls;
         if (rc == KSDB_E_DB) {
             ++failures_in_a_row;
             continue;
@@ -106,15 +104,13 @@ TEST(QueueConcurrency, ThreadsAndProcessesDeliverEachMessageOnce) {
         sqlite3 *db = open_consumer(path);
         ASSERT_NE(db, nullptr);
         ASSERT_EQ(ksdb_queue_create(h, db, 0), 0);
-        const int ts = static_cast<int>(std::time(nullptr)) - 60;
-        ASSERT_EQ(ksdb_sql_begin(h, db, nullptr, KSDB_TAG), 0);
-        for (int n = 0; n < kMessages; ++n)
-            ASSERT_EQ(ksdb_sql_exec_mprintf(
-                          h, db, nullptr, KSDB_TAG,
-                          "INSERT INTO queue (id,ts,src,dst,val,pri) VALUES(%d,%d,'p','c','m%d',%d)",
-                          n + 1, ts, n, priority_of(n)),
-                      0);
-        ASSERT_EQ(ksdb_sql_commit(h, db, nullptr, KSDB_TAG), 0);
+        // Message n: id n + 1, text "m<n>", all due.
+        ASSERT_EQ(ksdb_sql_exec_mprintf(h, db, nullptr, KSDB_TAG,
+                                        "WITH RECURSIVE n(i) AS (SELECT 0 UNION ALL SELECT i+1 FROM n "
+                                        "WHERE i<%d) INSERT INTO queue (id,ts,src,dst,val,pri) "
+                                        "SELECT i+1,%d,'p','c','m'||i,(i*7)%%5 FROM n",
+                                        kMessages - 1, static_cast<int>(std::time(nullptr)) - 60),
+                  0);
         EXPECT_EQ(sqlite3_close(db), SQLITE_OK);
     }
 
@@ -136,7 +132,8 @@ TEST(QueueConcurrency, ThreadsAndProcessesDeliverEachMessageOnce) {
     }
     close(start[0]);
 
-    Handle h({nullptr, 0, nullptr, root.c_str()});
+    CaptureFile log, trace;
+    Handle h({log.get(), 5, trace.get(), root.c_str()});
     sqlite3 *db = open_consumer(path);
     ASSERT_NE(db, nullptr);
     std::vector<Drained> drained(kThreads + kProcesses);
@@ -145,6 +142,26 @@ TEST(QueueConcurrency, ThreadsAndProcessesDeliverEachMessageOnce) {
         threads.emplace_back([&, t] { drain(h, db, drained[t]); });
     close(start[1]);  // go
     for (auto &t : threads) t.join();
+
+    // Every line is one whole record: every pop of the threads logs its end
+    // once, every statement is traced with its outcome.
+    const std::regex log_line(
+        R"(\[\d\d/\d\d/\d\d \d\d:\d\d:\d\d\] \d+:\d+ [\w.]+:\d+ \((debug|error)\) [^[]*)");
+    const std::regex trace_line(
+        R"(\[\d\d/\d\d/\d\d \d\d:\d\d:\d\d\]\(\d+:\d+\) [\w.]+:\d+(sql=[^[]*| ==> \d+:\d+ \([^[]*))");
+    int pops = 0, calls = 0, statements = 0;
+    for (const std::string &l : lines(log.text())) {
+        ASSERT_TRUE(std::regex_match(l, log_line)) << l;
+        pops += contains(l, " ksdb_queue_pop() ==> ");
+    }
+    for (int t = 0; t < kThreads; ++t) calls += drained[t].calls;
+    EXPECT_EQ(pops, calls);
+    const std::vector<std::string> traced = lines(trace.text());
+    for (const std::string &l : traced) {
+        ASSERT_TRUE(std::regex_match(l, trace_line)) << l;
+        statements += contains(l, "sql=");
+    }
+    EXPECT_EQ(statements * 2, static_cast<int>(traced.size()));
 
     for (int p = 0; p < kProcesses; ++p) {
         int status = -1;
@@ -166,7 +183,7 @@ TEST(QueueConcurrency, ThreadsAndProcessesDeliverEachMessageOnce) {
     }
     std::sort(all.begin(), all.end());
     std::vector<int> expected(kMessages);
-    for (int n = 0; n < kMessages; ++n) expected[n] = n;
+    std::iota(expected.begin(), expected.end(), 0);
     EXPECT_TRUE(all == expected) << all.size() << " pops of " << kMessages << " messages";
 
     int len = -1;
