@@ -42,7 +42,7 @@ class AfpTest : public RootTest {
 // Guards: a hostile value written where the section reader reads more or other than
 // it; a refusal that changes a file or does not name the row.
 TEST_F(AfpTest, HostileValuesAreRefusedOrReadBackAsExactlyOneValue) {
-    sql().exec(read_file(KSDB_TEST_DATA_DIR "/C-afp-hostile.sql"));
+    sql().exec(read_file(KSDB_TEST_DATA_DIR "/afp-hostile.sql"));
     const auto docs = [&] { return read_sections(at("/vol1/._share/docs/afp.conf")); };
     const auto stick_line = [&] { return get("/etc/quillfold/usb/access/custom/stick/netatalk"); };
     const std::vector<HostileColumn> columns = {

@@ -79,7 +79,7 @@ class CifsSambaTest : public RootTest {
 // Guards: a hostile value written where Samba reads more or other than it; a refusal
 // that changes a file or does not name the row.
 TEST_F(CifsSambaTest, HostileValuesAreRefusedOrReadBackAsExactlyOneValue) {
-    sql().exec(read_file(KSDB_TEST_DATA_DIR "/C-samba-hostile.sql"));
+    sql().exec(read_file(KSDB_TEST_DATA_DIR "/samba-hostile.sql"));
     const Params base = {{"path", "/vol1/docs"},
                          {"comment", "\"Docs\""},
                          {"admin users", entries("+admin Administrator")},

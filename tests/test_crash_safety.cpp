@@ -21,7 +21,7 @@ namespace {
 
 // One line per export: the case folder whose state is run, a blank, and SQL
 // flipping some of its values between two states.
-const std::vector<std::string> kCases = lines(read_file(KSDB_TEST_DATA_DIR "/A-kill-toggles"));
+const std::vector<std::string> kCases = lines(read_file(KSDB_TEST_DATA_DIR "/kill-toggles"));
 
 class CrashSafetyTest : public RootTest, public ::testing::WithParamInterface<std::string> {};
 

@@ -33,7 +33,7 @@ class DictionaryTest : public RootTest {
 
 // Guards: items of other hardware kept; an unnamed type treated as known.
 TEST_F(DictionaryTest, OnKnownHardwareOnlyItemsOfItsTypeAreKept) {
-    dictionary(KSDB_TEST_DATA_DIR "/D-dictionary-hardware.xml");
+    dictionary(KSDB_TEST_DATA_DIR "/dictionary-hardware.xml");
     h()->sys_info->hw_type = 2;
     ASSERT_EQ(ksdb_import(h(), db(), KSDB_CAT_DICTIONARY), 0) << log();
     EXPECT_EQ(messages(), (std::vector<std::string>{"bays|1|five bays", "fan|1|generic fan"}));

@@ -41,7 +41,7 @@ TEST_F(MiscTest, TemplatesReplaceFieldsAndStopAtTheFirstBadOne) {
     };
     std::vector<Case> cases = {{{long_ok}, 0, "<" + std::string(2047 - 9, 'x') + ">\n", ""},
                                {{"kept\n", too_long, "never\n"}, 5, "kept\n", "Buffer too small.\n"}};
-    for (const std::string &line : lines(read_file(KSDB_TEST_DATA_DIR "/A-templates"))) {
+    for (const std::string &line : lines(read_file(KSDB_TEST_DATA_DIR "/templates"))) {
         std::vector<std::string> f(1);
         for (char c : replace_all(line, "\\n", "\n"))
             if (c == '\t') f.emplace_back();

@@ -44,7 +44,7 @@ class NfsTest : public RootTest {
 // Guards: a hostile value written where exportfs reads other exports or clients, or the
 // import another host name; a refusal that changes a file or does not name the row.
 TEST_F(NfsTest, HostileValuesAreRefusedOrReadBackExactly) {
-    sql().exec(read_file(KSDB_TEST_DATA_DIR "/C-nfs-hostile.sql"));
+    sql().exec(read_file(KSDB_TEST_DATA_DIR "/nfs-hostile.sql"));
     enum { kHost, kVolumeId, kName, kVolume, kSnap };
     const std::string base[] = {"pc*", "vol1", "docs", "vol1", "/vol1/docs/snap"};
     const struct {

@@ -169,7 +169,7 @@ class PlatformDatasum : public ::testing::Test {
     TempDir tmp_;
     std::string fstab_ = tmp_ / "fstab";
     // Every form of line the editor meets; the last line has no newline.
-    const std::string original_ = read_file(KSDB_TEST_DATA_DIR "/A-fstab");
+    const std::string original_ = read_file(KSDB_TEST_DATA_DIR "/fstab");
     std::string expected_ = original_;
 };
 

@@ -314,7 +314,7 @@ TEST(QueryPlanCheck, FindsScansSearchesByKindAndBuiltIndexesInPerRowLoops) {
     std::vector<Statement> block;
     std::vector<std::string> parts;
     int checks = 0;
-    for (const std::string &line : lines(read_file(KSDB_TEST_DATA_DIR "/B-plan-check.txt"))) {
+    for (const std::string &line : lines(read_file(KSDB_TEST_DATA_DIR "/plan-check.txt"))) {
         const size_t colon = line.find(": ");
         const std::string key = line.substr(0, colon);
         const std::string value = colon == std::string::npos ? "" : line.substr(colon + 2);

@@ -53,7 +53,7 @@ class QueueTest : public ::testing::Test {
 
 TEST_F(QueueTest, CreateMakesBothTablesWordForWordAndEmptiesTheQueue) {
     EXPECT_EQ(db_.column("SELECT sql FROM sqlite_master WHERE type='table' ORDER BY name DESC"),
-              lines(read_file(KSDB_TEST_DATA_DIR "/B-queue-schema.sql")));
+              lines(read_file(KSDB_TEST_DATA_DIR "/queue-schema.sql")));
     EXPECT_EQ(db_.rows("SELECT maxlen FROM config"), Rows{"65536"});
     EXPECT_TRUE(contains(log_.text(), "(error) DB (queue) schema version: new ==> 0\n"));
 

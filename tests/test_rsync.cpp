@@ -39,7 +39,7 @@ class RsyncTest : public RootTest {
 // it; a refusal that changes or removes a file or does not name the row.
 TEST_F(RsyncTest, HostileValuesAreRefusedOrReadBackAsExactlyOneValue) {
     if (!have_program("rsync")) GTEST_SKIP() << "rsync is not installed (scripts/setup-deps)";
-    sql().exec(read_file(KSDB_TEST_DATA_DIR "/C-rsync-hostile.sql"));
+    sql().exec(read_file(KSDB_TEST_DATA_DIR "/rsync-hostile.sql"));
     put("/etc/quillfold/rsync/secrets/docs", "old:pw\n");  // must survive a refusal
     const auto reimported = [&](const char *query) {
         sql().exec("DELETE FROM rsync_user_password_acl; DELETE FROM host_acl");

@@ -106,7 +106,7 @@ const std::vector<std::pair<const char *, const char *>> kHostile[] = {
 
 // Guards: a hostile value written, refused without its row or after a file was replaced.
 TEST_F(ServiceTest, HostileValuesInEveryGuardedColumnAreRefusedBeforeAnyFileIsWritten) {
-    sql().exec(read_file(KSDB_TEST_DATA_DIR "/C-service-rows.sql"));
+    sql().exec(read_file(KSDB_TEST_DATA_DIR "/service-rows.sql"));
     for (int cat :
          {KSDB_CAT_DEFAULT_SERVICE, KSDB_CAT_CIFS_SERVICE, KSDB_CAT_NFS_SERVICE, KSDB_CAT_FTP_SERVICE,
           KSDB_CAT_REPLICATE_SERVICE, KSDB_CAT_SNMP_SERVICE, KSDB_CAT_ANTIVIRUS_SERVICE})

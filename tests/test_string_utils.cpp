@@ -170,7 +170,7 @@ Fields parse(const std::string &text) {
 
 // Guards: comments in values, ":" separators, blanks, the first bad line, the limits.
 TEST(StringIni, SectionsCommentsBadLinesAndLimits) {
-    EXPECT_EQ(parse(read_file(KSDB_TEST_DATA_DIR "/A-ini-forms.ini")),
+    EXPECT_EQ(parse(read_file(KSDB_TEST_DATA_DIR "/ini-forms.ini")),
               (Fields{"|top|1", "global|name|value", "global|key|colon value", "global|a:b|c",
                       "global|path|/x;y", "global|empty|", "global|semi|", " spaced |k|v", "0"}));
     EXPECT_EQ(parse("[s]\na=1\nreject=1\nkey value\n[unclosed\nc=3\n"),

@@ -55,9 +55,9 @@ class CliTest : public ::testing::Test {
         mkdirs(root_ + "/run/usb/samba");
     }
 
-    // A text of tests/data/D-cli-texts without its last line end.
+    // A text of tests/data/cli-texts without its last line end.
     std::string text(const std::string &name) {
-        const std::string all = read_file(KSDB_TEST_DATA_DIR "/D-cli-texts");
+        const std::string all = read_file(KSDB_TEST_DATA_DIR "/cli-texts");
         const size_t from = all.find("== " + name + "\n") + name.size() + 4;
         EXPECT_GT(from, name.size() + 3) << name;
         const size_t to = std::min(all.find("\n== ", from), all.size() - 1);
