@@ -149,9 +149,8 @@ TEST_F(DriverTest, TheFrameRollsBackInvalidCategoriesAndLogsItsExit) {
     EXPECT_EQ(run(ksdb_export_nolock, KSDB_CAT_HOTPLUG_USB, KSDB_E_INVAL), Names{});
     EXPECT_EQ(traced_statements(), (Names{"BEGIN", "ROLLBACK", "BEGIN", "ROLLBACK"}));
     EXPECT_TRUE(lock_free());
-    std::string log = log_.text();
-    EXPECT_TRUE(contains(log, "(error) ksdb_import() ==> 4 ("));
-    EXPECT_TRUE(contains(log, "(error) ksdb_export_nolock() ==> 4 ("));
+    EXPECT_TRUE(contains(log_.text(), "(error) ksdb_import() ==> 4 ("));
+    EXPECT_TRUE(contains(log_.text(), "(error) ksdb_export_nolock() ==> 4 ("));
 }
 
 // Guards: a plan going on or stopping against its rule (a failed step's rows are
@@ -229,9 +228,7 @@ TEST_F(DriverTest, AnExceptionFromAStepIsStatusFiveWithTheLockReleasedAndItsRows
     EXPECT_EQ(ksdb_import(h_, db_, KSDB_CAT_CIFS_SHARE), KSDB_E_FILE);
     EXPECT_TRUE(g_flag);
     EXPECT_FALSE(in_driver_transaction());
-    EXPECT_TRUE(lock_free());
-    EXPECT_TRUE(sqlite3_get_autocommit(db_));
-    EXPECT_EQ(db_.scalar("SELECT COUNT(*) FROM share"), "1");
+    EXPECT_TRUE(sqlite3_get_autocommit(db_));  // the row and the lock: checked after the chain
     EXPECT_TRUE(contains(log_.text(), "(error) ksdb_cifs_share_import(): boom\n"));
     EXPECT_EQ(last_error().substr(0, 4), "2 5 ");
     // In a chain it is a failing step like any other.

@@ -52,7 +52,8 @@ TEST(Log, JournalGetsOnlyCompleteNonEmptyLinesLevelZeroNothingAndWarnIsBuffered)
     // The records sent to the journal, as "message|priority|file|line|category".
     static std::vector<std::string> journal;
     const ksdb::JournalSink previous = ksdb::set_journal_sink([](const char *message, int priority,
-                                                                 const char *file, int line, const char *cat) {
+                                                                 const char *file, int line,
+                                                                 const char *cat) {
         journal.push_back(std::string(message) + "|" + std::to_string(priority) + "|" + file + "|" +
                           std::to_string(line) + "|" + cat);
     });

@@ -113,11 +113,10 @@ TEST_F(SqlTest, TypedGettersConvertCheckAndFailDifferentlyOnPurpose) {
     // A failed query leaves the numbers alone and nulls the text.
     EXPECT_EQ(typed(h_, db_, "SELECT * FROM missing"),
               (Rows{"1 111 7", "1 111 7", "1 111 7", "1 111 7", "1 <NULL>"}));
-    std::string log = log_.text();
-    EXPECT_TRUE(contains(log, "(error) ksdb_sql_get_int32_mprintf is called with SQL which has vector "
-                              "output. (ncol=1, nrow=2).\n"));
-    EXPECT_TRUE(contains(log, "ksdb_sql_get_scaler_mprintf is called with SQL which has vector output. "
-                              "(ncol=2, nrow=1).\n"));
+    EXPECT_TRUE(contains(log_.text(), "(error) ksdb_sql_get_int32_mprintf is called with SQL which has "
+                                      "vector output. (ncol=1, nrow=2).\n"));
+    EXPECT_TRUE(contains(log_.text(), "ksdb_sql_get_scaler_mprintf is called with SQL which has vector "
+                                      "output. (ncol=2, nrow=1).\n"));
 }
 
 // Guards: unquoted values; the update run after a failed insert.

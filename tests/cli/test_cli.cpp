@@ -101,30 +101,26 @@ TEST_F(CliTest, HelpCategoriesCreateLogTraceAndFailuresGiveOneLineAndTheLibraryS
     EXPECT_TRUE(contains(read_file(trace), "sql=PRAGMA user_version"));
     EXPECT_EQ(ksdb({"--db", db_, "--log-level", "1", "create"}).out, "schema version: 23 -> 23\n");
 
-    // The failures written in tests/data/cli-failures (the file says how).
-    struct Failure {
-        std::vector<std::string> args;
-        int status;
-        std::string err;
-    };
-    std::vector<Failure> failures;
+    // The failures written in tests/data/cli-failures (the file says how): heading, message.
+    std::vector<std::pair<std::string, std::string>> failures;
     const std::string data = read_file(KSDB_TEST_DATA_DIR "/cli-failures");
     for (const std::string &line : lines(replace_all(replace_all(data, "{db}", db_), "{dir}", dir_.path()))) {
-        if (line.rfind("== ", 0) == 0) {
-            const std::vector<std::string> fields = split(line.substr(3), '|');
-            failures.push_back({{fields.begin() + 1, fields.end()}, std::stoi(fields[0]), ""});
-        } else if (line[0] != '#') {
-            failures.back().err += line + "\n";
-        }
+        if (line.rfind("== ", 0) == 0)
+            failures.push_back({line.substr(3), ""});
+        else if (line[0] != '#')
+            failures.back().second += line + "\n";
     }
     ASSERT_EQ(failures.size(), 11u);
-    for (const auto &f : failures) {
-        Outcome o = ksdb(f.args);
-        EXPECT_EQ(o.status, f.status) << ::testing::PrintToString(f.args) << ": " << o.err;
-        if (f.err.rfind('~', 0) == 0) {
-            EXPECT_TRUE(contains(o.err, f.err.substr(1, f.err.size() - 2))) << o.err;
-        } else if (!f.err.empty()) {
-            EXPECT_EQ(o.err, f.err);
+    for (const auto &[heading, err] : failures) {
+        std::vector<std::string> args = split(heading, '|');
+        const int status = std::stoi(args[0]);
+        args.erase(args.begin());
+        Outcome o = ksdb(args);
+        EXPECT_EQ(o.status, status) << heading << ": " << o.err;
+        if (err.rfind('~', 0) == 0) {
+            EXPECT_TRUE(contains(o.err, err.substr(1, err.size() - 2))) << o.err;
+        } else if (!err.empty()) {
+            EXPECT_EQ(o.err, err);
         }
     }
 }
@@ -264,33 +260,29 @@ TEST_F(CliTest, TheQueueKeepsItsOwnDatabaseAndItsCommands) {
     EXPECT_EQ(ksdb({"--log-level", "0", "queue", "stat"}, "KSDB_QUEUE_DB='" + other + "' ").out, "1\n");
     EXPECT_EQ(quiet({"queue", "stat"}).out, "0\n");
 
-    auto q = [&](std::vector<std::string> args) {
-        args.insert(args.begin(), "queue");
-        return quiet(args);
-    };
-    EXPECT_EQ(q({"push", "--src", "ui", "--dst", "daemon", "--pri", "5", "hello"}).status, 0);
-    EXPECT_EQ(q({"push", "--src", "ui", "--dst", "daemon", "--at", "+3600", "later"}).status, 0);
-    EXPECT_EQ(q({"push", "--src", "cron", "--dst", "daemon", "--at", "2000-01-01 00:00:00", "o"}).status, 0);
-    EXPECT_EQ(q({"stat"}).out, "2\n");  // the message of the future is not counted yet
-    EXPECT_EQ(q({"stat", "--src", "ui"}).out, "1\n");
+    EXPECT_EQ(quiet({"queue", "push", "--src", "ui", "--dst", "daemon", "--pri", "5", "hello"}).status, 0);
+    EXPECT_EQ(quiet({"queue", "push", "--src", "ui", "--dst", "daemon", "--at", "+3600", "later"}).status, 0);
+    EXPECT_EQ(quiet({"queue", "push", "--src", "cron", "--at", "2000-01-01 00:00:00", "o"}).status, 0);
+    EXPECT_EQ(quiet({"queue", "stat"}).out, "2\n");  // the message of the future is not counted yet
+    EXPECT_EQ(quiet({"queue", "stat", "--src", "ui"}).out, "1\n");
 
-    Outcome read = q({"read", "--dst", "daemon"});
+    Outcome read = quiet({"queue", "read", "--dst", "daemon"});
     EXPECT_TRUE(std::regex_match(read.out, std::regex("id:  \\d+\nsrc: ui\ndst: daemon\nts:  \\d+\n"
                                                       "val: hello\n")))
         << read.out;
-    Outcome pop = q({"pop"});
+    Outcome pop = quiet({"queue", "pop"});
     EXPECT_TRUE(std::regex_match(pop.out, std::regex("src: ui\ndst: daemon\nts:  \\d+\nval: hello\n")))
         << pop.out;
-    EXPECT_EQ(q({"pop", "--src", "ui"}).out, "(no message)\n");
+    EXPECT_EQ(quiet({"queue", "pop", "--src", "ui"}).out, "(no message)\n");
 
-    Outcome old = q({"read"});
+    Outcome old = quiet({"queue", "read"});
     std::smatch m;
     ASSERT_TRUE(std::regex_search(old.out, m, std::regex("id:  (\\d+)"))) << old.out;
-    EXPECT_EQ(q({"remove", m[1]}).status, 0);
-    EXPECT_EQ(q({"stat"}).out, "0\n");
-    EXPECT_EQ(q({"clear"}).status, 0);
-    EXPECT_EQ(q({"push", "--at", "yesterday", "x"}).status, 4);
-    EXPECT_EQ(q({"frob"}).status, 4);
+    EXPECT_EQ(quiet({"queue", "remove", m[1]}).status, 0);
+    EXPECT_EQ(quiet({"queue", "stat"}).out, "0\n");
+    EXPECT_EQ(quiet({"queue", "clear"}).status, 0);
+    EXPECT_EQ(quiet({"queue", "push", "--at", "yesterday", "x"}).status, 4);
+    EXPECT_EQ(quiet({"queue", "frob"}).status, 4);
 }
 
 // Guards: the table and JSON forms of a result.
