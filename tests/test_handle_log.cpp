@@ -12,22 +12,6 @@ using namespace ksdb_test;
 
 namespace {
 
-// The records sent to the journal while the object lives, as
-// "message|priority|file|line|category".
-std::vector<std::string> g_journal;
-struct JournalCapture {
-    JournalCapture() {
-        g_journal.clear();
-        previous = ksdb::set_journal_sink([](const char *message, int priority, const char *file, int line,
-                                             const char *cat) {
-            g_journal.push_back(std::string(message) + "|" + std::to_string(priority) + "|" + file + "|" +
-                                std::to_string(line) + "|" + cat);
-        });
-    }
-    ~JournalCapture() { ksdb::set_journal_sink(previous); }
-    ksdb::JournalSink previous;
-};
-
 const std::string kStamp = R"(\[\d\d/\d\d/\d\d \d\d:\d\d:\d\d\])";
 std::string pid_text() { return std::to_string(getpid()); }
 
@@ -41,21 +25,19 @@ TEST(Log, StreamLinesCarryThePrefixAndPassTheLevelFilter) {
     ksdb_log(h, "ksdb_api", 7, KSDB_LOG_WARN, 1, "no newline in format");
     ksdb_log(h, "m", 1, KSDB_LOG_INFO, 0, "info line\n");
     ksdb_log(h, "m", 1, KSDB_LOG_FATAL, 0, "fatal line\n");
-    auto out = lines(log.text());
-    ASSERT_EQ(out.size(), 3u) << log.text();
-    EXPECT_TRUE(std::regex_match(out[0], std::regex("^" + kStamp + " " + pid_text() +
-                                                    R"(:\d+ ksdb_cifs:42 \(error\) share data failed$)")))
-        << out[0];
-    EXPECT_TRUE(std::regex_match(out[1], std::regex(".* ksdb_api:7 \\(warn\\) no newline in format$")));
-    EXPECT_TRUE(std::regex_match(out[2], std::regex(".* m:1 \\(fatal\\) fatal line$")));
-
-    // Levels 6 and 7 have no name; the trace needs info level and has its own prefix.
-    CaptureFile log7, trace3, trace4;
-    Handle h7({log7.get(), 7, trace3.get()}), h3({nullptr, 3, trace3.get()}), h4({nullptr, 4, trace4.get()});
+    // Levels 6 and 7 have no name.
+    Handle h7({log.get(), 7});
     ksdb_log(h7, "m", 1, 7, 0, "seven\n");
     ksdb_log(h7, "m", 1, 6, 0, "six\n");
-    EXPECT_TRUE(contains(log7.text(), "m:1 () seven\n"));
-    EXPECT_TRUE(contains(log7.text(), "m:1 () six\n"));
+    EXPECT_EQ(unstamped(log.text()), (Rows{"ksdb_cifs:42 (error) share data failed",
+                                           "ksdb_api:7 (warn) no newline in format", "m:1 (fatal) fatal line",
+                                           "m:1 () seven", "m:1 () six"}));
+    const std::regex prefix("^" + kStamp + " " + pid_text() + R"(:\d+ ksdb_cifs:42 \(error\) )");
+    EXPECT_TRUE(std::regex_search(log.text(), prefix)) << log.text();
+
+    // The trace needs info level and has its own prefix.
+    CaptureFile trace3, trace4;
+    Handle h3({nullptr, 3, trace3.get()}), h4({nullptr, 4, trace4.get()});
     ksdb_trace(h3, "ksdb_cifs", 5, "sql=%s\n", "SELECT 1");
     ksdb_trace(h4, "ksdb_cifs", 5, "sql=%s\n", "SELECT 1");
     EXPECT_EQ(trace3.text(), "");
@@ -67,7 +49,14 @@ TEST(Log, StreamLinesCarryThePrefixAndPassTheLevelFilter) {
 // Guards: partial or empty lines, priorities or categories sent to the journal;
 // output at level 0; lines flushed at the wrong levels.
 TEST(Log, JournalGetsOnlyCompleteNonEmptyLinesLevelZeroNothingAndWarnIsBuffered) {
-    JournalCapture journal;
+    // The records sent to the journal, as "message|priority|file|line|category".
+    static std::vector<std::string> journal;
+    const ksdb::JournalSink previous = ksdb::set_journal_sink([](const char *message, int priority,
+                                                                 const char *file, int line,
+                                                                 const char *cat) {
+        journal.push_back(std::string(message) + "|" + std::to_string(priority) + "|" + file + "|" +
+                          std::to_string(line) + "|" + cat);
+    });
     Handle h({nullptr, 5});  // without a log file lines go to the journal
     ksdb_log(h, "ksdb_cifs", 10, KSDB_LOG_WARN, 0, "first\nsecond");
     ksdb_log(h, "m", 1, KSDB_LOG_ERROR, 0, "\n\nword\n");
@@ -76,11 +65,11 @@ TEST(Log, JournalGetsOnlyCompleteNonEmptyLinesLevelZeroNothingAndWarnIsBuffered)
     ksdb_log(h, "m", 3, KSDB_LOG_INFO, 0, "b\n");
     ksdb_log(h, "m", 4, KSDB_LOG_DEBUG, 0, "c\n");
     ksdb_trace(h, "ksdb_queue", 3, " ==> %d:%d (%s)\n", 0, 0, "success");
-    EXPECT_EQ(g_journal, (std::vector<std::string>{"first|4|ksdb_cifs|10|ksdb.log", "word|3|m|1|ksdb.log",
-                                                   "a|0|m|2|ksdb.log", "b|6|m|3|ksdb.log", "c|7|m|4|ksdb.log",
-                                                   " ==> 0:0 (success)|7|ksdb_queue|3|ksdb.jnl"}));
+    EXPECT_EQ(journal, (std::vector<std::string>{"first|4|ksdb_cifs|10|ksdb.log", "word|3|m|1|ksdb.log",
+                                                 "a|0|m|2|ksdb.log", "b|6|m|3|ksdb.log", "c|7|m|4|ksdb.log",
+                                                 " ==> 0:0 (success)|7|ksdb_queue|3|ksdb.jnl"}));
 
-    g_journal.clear();
+    journal.clear();
     CaptureFile log, trace;
     Handle h0({log.get(), 0, trace.get()}), hj({nullptr, 0, nullptr});
     for (ksdb_handle *x : {h0.get(), hj.get()}) {
@@ -89,7 +78,8 @@ TEST(Log, JournalGetsOnlyCompleteNonEmptyLinesLevelZeroNothingAndWarnIsBuffered)
     }
     EXPECT_EQ(log.text(), "");
     EXPECT_EQ(trace.text(), "");
-    EXPECT_TRUE(g_journal.empty());
+    EXPECT_TRUE(journal.empty());
+    ksdb::set_journal_sink(previous);
     CaptureFile info, dbg;
     Handle hi({info.get(), 4}), hd({dbg.get(), 5});
     ksdb_log(hi, "m", 1, KSDB_LOG_WARN, 0, "buffered\n");
@@ -186,12 +176,12 @@ TEST(ExitLog, SuccessOnlyAtDebugFailureAtErrorAndInTheDomainLog) {
     EXPECT_EQ(text.substr(text.size() - 12), "\nnone at end") << text;
 }
 
-// Guards: the last error overwritten, shared between threads or not cleared.
+// Guards: the last error overwritten, shared between threads or not cleared; the
+// library's own 5 taken for SQLite's.
 TEST(LastError, AFailureWithoutAFinerRecordIsTheLibrarysOwn) {
     Handle h;
     Db db;
     ksdb_clear_error();
-    EXPECT_EQ(last_error(), "0 0 :0 ");
     // A statement that failed during the operation says more: it stays.
     ksdb::logged(h, "ksdb_nfs", 30, "ksdb_nfs_share_export", [&] {
         return ksdb_sql_exec(h, db, nullptr, "ksdb_nfs", 31, "SELECT * FROM nosuch") ? 3 : 0;
@@ -199,8 +189,9 @@ TEST(LastError, AFailureWithoutAFinerRecordIsTheLibrarysOwn) {
     EXPECT_EQ(last_error(), "1 1 ksdb_nfs:31 no such table: nosuch");
     // Success leaves the record; an outer failure does not overwrite an inner one.
     ksdb::logged(h, "m", 1, "ok", [] { return 0; });
-    ksdb::logged(h, "m", 2, "outer", [&] { return ksdb::logged(h, "m", 3, "inner", [] { return 2; }); });
-    EXPECT_EQ(last_error(), "2 2 m:3 inner() ==> 2");
+    // A status 5 of the library's own is not taken for SQLite's 5 (busy).
+    ksdb::logged(h, "m", 2, "outer", [&] { return ksdb::logged(h, "m", 3, "inner", [] { return 5; }); });
+    EXPECT_EQ(last_error(), "2 5 m:3 inner() ==> 5");
     std::thread([] { EXPECT_EQ(last_error(), "0 0 :0 ") << "the record is the thread's own"; }).join();
     ksdb_clear_error();
     EXPECT_EQ(last_error(), "0 0 :0 ");
@@ -212,8 +203,6 @@ TEST(RandAndTime, UnseededThreadsShareTheZeroStateAndElapsedTimeBorrows) {
     std::thread([&] { a = ksdb_rand(); }).join();
     std::thread([&] { b = ksdb_rand(); }).join();
     EXPECT_EQ(a, b);
-    EXPECT_GE(a, INT32_MIN);
-    EXPECT_LE(a, INT32_MAX);
     struct timeval start = {10, 900000}, end = {12, 100000};
     EXPECT_EQ(ksdb_elapsed_us(&end, &start), 1200000);
     EXPECT_EQ(ksdb_elapsed_us(&start, &end), -1200000);
