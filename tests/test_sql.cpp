@@ -121,23 +121,23 @@ TEST_F(SqlTest, TypedGettersConvertCheckAndFailDifferentlyOnPurpose) {
 
 // Guards: unquoted values; the update run after a failed insert.
 TEST_F(SqlTest, MprintfQuotesAndInsertThenUpdateRunsTheUpdateOnlyAfterTheInsert) {
-    db_.exec("CREATE TABLE `t w` (k INT PRIMARY KEY, v TEXT NOT NULL, w TEXT)");
-    ASSERT_EQ(ksdb_sql_exec_mprintf(h_, db_, nullptr, "m", 1, "INSERT INTO `%w` VALUES(1,%Q,'kept')", "t w",
-                                    "it's"),
+    db_.exec("CREATE TABLE `t\"w` (k INT PRIMARY KEY, v TEXT NOT NULL, w TEXT)");
+    ASSERT_EQ(ksdb_sql_exec_mprintf(h_, db_, nullptr, "m", 1, "INSERT INTO \"%w\" VALUES(1,%Q,'kept')",
+                                    "t\"w", "it's"),
               0);
-    EXPECT_EQ(db_.scalar("SELECT v FROM `t w`"), "it's");
+    EXPECT_EQ(db_.scalar("SELECT v FROM `t\"w`"), "it's");
 
     using ksdb::sql_printf;
     auto both = [&](const char *insert, const char *update) {
         return ksdb::sql_insert_then_update(h_, db_, KSDB_TAG, sql_printf("%s", insert),
                                             sql_printf("%s", update));
     };
-    EXPECT_EQ(both("INSERT OR IGNORE INTO `t w` (k,v) VALUES(1,'')", "UPDATE `t w` SET v='new' WHERE k=1"),
+    EXPECT_EQ(both("INSERT OR IGNORE INTO `t\"w` (k,v) VALUES(1,'')", "UPDATE `t\"w` SET v='new' WHERE k=1"),
               0);
-    EXPECT_EQ(both("INSERT INTO nosuch VALUES(1)", "UPDATE `t w` SET v='no'"), SQLITE_ERROR);
-    EXPECT_EQ(both("INSERT OR IGNORE INTO `t w` (k,v) VALUES(2,'x')", "UPDATE nosuch SET v='no'"),
+    EXPECT_EQ(both("INSERT INTO nosuch VALUES(1)", "UPDATE `t\"w` SET v='no'"), SQLITE_ERROR);
+    EXPECT_EQ(both("INSERT OR IGNORE INTO `t\"w` (k,v) VALUES(2,'x')", "UPDATE nosuch SET v='no'"),
               SQLITE_ERROR);
-    EXPECT_EQ(db_.rows("SELECT * FROM `t w` ORDER BY k"), (Rows{"1|new|kept", "2|x|<NULL>"}));
+    EXPECT_EQ(db_.rows("SELECT * FROM `t\"w` ORDER BY k"), (Rows{"1|new|kept", "2|x|<NULL>"}));
 }
 
 // Guards: the database lock released early or kept after the end.
