@@ -161,7 +161,8 @@ TEST_F(FileUtilsTest, ReadersTakeRegularFilesOnlyAndNeverBlock) {
 
 
 
-// Guards: a new, unchanged, owner-or-mode-only or changed target handled or reported wrongly.
+// Guards: a new, unchanged, mode-only, owner-only or changed target handled or reported
+// wrongly in a batch (an unchanged target rewritten; another mode or owner missed).
 TEST_F(FileUtilsTest, CommitComparesBeforeReplacing) {
     const std::string live = "/etc/exports", target = at(live), bak = target + ".bak";
     Seen seen;

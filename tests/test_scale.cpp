@@ -88,8 +88,8 @@ TEST_F(ScaleTest, AnExportAfterAChangeReplacesOnlyTheFilesThatChanged) {
     EXPECT_EQ(get("/vol1/._share/private/recycle.conf"), "30,0\n");
 }
 
-// Guards: a batch missing an unchanged target, flushing or sweeping before its end,
-// sweeping a locked writer's file, or not naming a folder gone by then.
+// Guards: a batch flushing or sweeping before its end, sweeping a locked writer's file,
+// or not naming a folder gone by then; a commit outside a batch not sweeping at once.
 TEST_F(ScaleTest, ABatchFlushesAndSweepsEachFolderOnceAtItsEnd) {
     auto commit = [&](const char *live, const char *text) {
         ksdb::ManagedFile f(h(), ksdb_file_spec{live, -1, -1, 0644});
