@@ -73,10 +73,11 @@ struct ScriptedLetters {
 
 class FileUtilsTest : public RootTest {
   protected:
+    // Commits one file the way an export does: in a set, so in a batch.
     int commit(const std::string &live, const std::string &content) {
-        ksdb::ManagedFile out(h(), live.c_str());
-        out.write(content);
-        return out.commit();
+        ksdb::ManagedFileSet set(h());
+        set.add(live.c_str()).write(content);
+        return set.commit();
     }
 };
 
@@ -160,7 +161,8 @@ TEST_F(FileUtilsTest, ReadersTakeRegularFilesOnlyAndNeverBlock) {
 
 
 
-// Guards: a new, unchanged, owner-or-mode-only or changed target handled or reported wrongly.
+// Guards: a new, unchanged, mode-only, owner-only or changed target handled or reported
+// wrongly in a batch (an unchanged target rewritten; another mode or owner missed).
 TEST_F(FileUtilsTest, CommitComparesBeforeReplacing) {
     const std::string live = "/etc/exports", target = at(live), bak = target + ".bak";
     Seen seen;
@@ -177,9 +179,11 @@ TEST_F(FileUtilsTest, CommitComparesBeforeReplacing) {
     ASSERT_EQ(commit(live, "one\n"), 0);
     EXPECT_EQ(identity(), untouched);
 
-    // Only owner and mode differ: they are fixed in place.
-    ASSERT_EQ(chown(target.c_str(), 1, 1), 0);
+    // Only the mode, then only the owner differs: fixed in place.
     ASSERT_EQ(chmod(target.c_str(), 0666), 0);
+    ASSERT_EQ(commit(live, "one\n"), 0);
+    EXPECT_EQ(identity(), untouched);
+    ASSERT_EQ(chown(target.c_str(), 1, 1), 0);
     ASSERT_EQ(commit(live, "one\n"), 0);
     EXPECT_EQ(identity(), untouched);
     EXPECT_FALSE(exists(bak));
@@ -194,18 +198,24 @@ TEST_F(FileUtilsTest, CommitComparesBeforeReplacing) {
     EXPECT_EQ(list_dir(at("/tmp")), Names{});
 
     EXPECT_EQ(seen.outcomes, (std::vector<int>{KSDB_FILE_NEW, KSDB_FILE_UNCHANGED, KSDB_FILE_FIXED,
-                                               KSDB_FILE_CHANGED}));
+                                               KSDB_FILE_FIXED, KSDB_FILE_CHANGED}));
     // The old member sees the new content before each commit, and the
     // status after.
     EXPECT_EQ(seen.file, (Names{"0 0 one\n", "1 0 <none>", "0 0 one\n", "1 0 one\n", "0 0 one\n",
-                                "1 0 one\n", "0 0 two\n", "1 0 <none>"}));
+                                "1 0 one\n", "0 0 one\n", "1 0 one\n", "0 0 two\n", "1 0 <none>"}));
 }
 
-// Guards: the writer following a link at the backup or a temporary name (a link at
-// the target is the scale test's).
+// Guards: the writer following a link at the target (even to the same content), the
+// backup or a temporary name.
 TEST_F(FileUtilsTest, LinksAreNeverFollowed) {
     const std::string victim = tmp_ / "victim";
     write_file(victim, "victim\n");
+    // At the target, even to the very content, owner and mode: replaced by a file.
+    ASSERT_EQ(chown(victim.c_str(), 98, 98), 0);
+    mkdirs(at("/etc"));
+    ASSERT_EQ(symlink(victim.c_str(), at("/etc/exports").c_str()), 0);
+    ASSERT_EQ(commit("/etc/exports", "victim\n"), 0);
+    EXPECT_TRUE(S_ISREG(stat_of(at("/etc/exports")).st_mode));
     put("/etc/exports", "one\n");
     // At the backup's name.
     ASSERT_EQ(symlink(victim.c_str(), at("/etc/exports.bak").c_str()), 0);
@@ -408,23 +418,16 @@ TEST(ShareEnumerator, SubvolumeNamesAreTakenWhole) {
 // (the tool cannot list subvolumes) giving no shares or wrong ones.
 TEST_F(FileUtilsTest, ShareEnumeratorFindsEveryShareOfEveryVolume) {
     ScopedCwd cwd(tmp_.path());
-    mkdirs(at("/vol1/._share/My Docs"));
-    mkdirs(at("/vol1/._share/hidden"));
-    mkdirs(at("/vol1/My Docs"));
-    mkdirs(at("/vol1/s2"));
-    mkdirs(at("/vol1/.hidden"));  // a dotted share folder with its configuration folder
-    mkdirs(at("/vol1/.nope"));    // a dotted folder without one
-    mkdirs(at("/q'v;touch MARK/._share"));
-    mkdirs(at("/q'v;touch MARK/$(touch MARK)"));
-    mkdirs(at("/vol3/data"));  // no ._share: not a share volume
-    put("/vol4/._share", "");  // not a folder
-    mkdirs(at("/vol4/data"));
-    // "._share" itself reads as the hidden name "_share", which has no
-    // settings folder, and "/data/.hidden" has none either.
-    mkdirs(at("/data/._share/docs"));
-    mkdirs(at("/data/docs"));
-    mkdirs(at("/data/My Public"));
-    mkdirs(at("/data/.hidden"));
+    // "/vol1/.hidden" is a dotted share folder with its configuration folder,
+    // "/vol1/.nope" and "/data/.hidden" have none; "._share" itself reads as
+    // the hidden name "_share", which has none either.  "/vol3" has no
+    // "._share", "/vol4" has a file of that name: not share volumes.
+    for (const char *dir : {"/vol1/._share/My Docs", "/vol1/._share/hidden", "/vol1/My Docs", "/vol1/s2",
+                            "/vol1/.hidden", "/vol1/.nope", "/q'v;touch MARK/._share",
+                            "/q'v;touch MARK/$(touch MARK)", "/vol3/data", "/vol4/data",
+                            "/data/._share/docs", "/data/docs", "/data/My Public", "/data/.hidden"})
+        mkdirs(at(dir));
+    put("/vol4/._share", "");
 
     const Found all{{"data", "My Public"}, {"data", "docs"}, {"q'v;touch MARK", "$(touch MARK)"},
                     {"vol1", "My Docs"},   {"vol1", "hidden"}, {"vol1", "s2"}};

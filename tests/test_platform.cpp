@@ -106,10 +106,8 @@ TEST_F(PlatformQgroup, FiguresAndPathsOfTheSubvolumeAndItsSnapshots) {
                i.compressratio + i.logbias + i.origin + i.sync;
     };
 
-    mkdirs(at("/vol1/share1/.snapshots/1/snapshot"));
     put("/vol1/share1/.snapshots/1/snapshot/.fake-qgroup", "100000 40000 none");
     mkdirs(at("/vol1/share1/.snapshots/2"));  // no snapshot folder inside: ignored
-    mkdirs(at("/vol1/._share/share1/.snapshot/m_daily"));
     put("/vol1/._share/share1/.snapshot/m_daily/.fake-qgroup", "200000 60000 none");
     ScopedEnv figures("KSDB_FAKE_QGROUP", "1048576 524288 10485760");
     // The snapshots' exclusive figures add up: 40000 + 60000.
@@ -150,45 +148,36 @@ TEST_F(PlatformQgroup, FiguresAndPathsOfTheSubvolumeAndItsSnapshots) {
     for (const char *bad : {"..", "../../share1", ""}) EXPECT_EQ(path_of(share, bad), "-22");
 }
 
-namespace {
-
-class PlatformDatasum : public ::testing::Test {
-  protected:
-    PlatformDatasum() {
-        write_file(fstab_, original_);
-        chmod(fstab_.c_str(), 0640);
-    }
-    // Toggles and expects `from` to have become `to` in the file.
-    void toggle(const char *pool, int enable, const std::string &from, const std::string &to) {
-        ASSERT_EQ(toggle_datasum(fstab_.c_str(), pool, enable), 0) << pool;
-        size_t at = expected_.find(from);
-        ASSERT_NE(at, std::string::npos) << from;
-        expected_.replace(at, from.size(), to);
-        EXPECT_EQ(read_file(fstab_), expected_) << pool;
-    }
-    TempDir tmp_;
-    std::string fstab_ = tmp_ / "fstab";
-    // Every form of line the editor meets; the last line has no newline.
-    const std::string original_ = read_file(KSDB_TEST_DATA_DIR "/fstab");
-    std::string expected_ = original_;
-};
-
-}  // namespace
 
 // Guards: an option list edited wrongly, the file's mode lost, a temporary file left; the
 // file replaced without a change; a link replaced by a file.
-TEST_F(PlatformDatasum, OptionListsAreEditedInPlaceAndALinkStaysALink) {
+TEST(PlatformDatasum, OptionListsAreEditedInPlaceAndALinkStaysALink) {
+    TempDir tmp;
+    const std::string fstab = tmp / "fstab";
+    // Every form of line the editor meets; the last line has no newline.
+    const std::string original = read_file(KSDB_TEST_DATA_DIR "/fstab");
+    std::string expected = original;
+    write_file(fstab, original);
+    chmod(fstab.c_str(), 0640);
+    // Toggles and expects `from` to have become `to` in the file.
+    auto toggle = [&](const char *pool, int enable, const std::string &from, const std::string &to) {
+        ASSERT_EQ(toggle_datasum(fstab.c_str(), pool, enable), 0) << pool;
+        size_t at = expected.find(from);
+        ASSERT_NE(at, std::string::npos) << from;
+        expected.replace(at, from.size(), to);
+        EXPECT_EQ(read_file(fstab), expected) << pool;
+    };
     struct stat st;
-    ASSERT_EQ(stat(fstab_.c_str(), &st), 0);
+    ASSERT_EQ(stat(fstab.c_str(), &st), 0);
     const ino_t first = st.st_ino;
-    EXPECT_EQ(toggle_datasum(fstab_.c_str(), "vol2", 0), 0);
-    EXPECT_EQ(toggle_datasum(fstab_.c_str(), "vol10", 1), 0);
-    for (const char *pool : {"vol9", "sdd1"}) EXPECT_EQ(toggle_datasum(fstab_.c_str(), pool, 0), -ENOENT);
-    for (const char *pool : {"vol1/x", ""}) EXPECT_EQ(toggle_datasum(fstab_.c_str(), pool, 0), -EINVAL);
-    EXPECT_EQ(toggle_datasum((tmp_ / "missing").c_str(), "vol1", 0), -ENOENT);
-    ASSERT_EQ(stat(fstab_.c_str(), &st), 0);
+    EXPECT_EQ(toggle_datasum(fstab.c_str(), "vol2", 0), 0);
+    EXPECT_EQ(toggle_datasum(fstab.c_str(), "vol10", 1), 0);
+    for (const char *pool : {"vol9", "sdd1"}) EXPECT_EQ(toggle_datasum(fstab.c_str(), pool, 0), -ENOENT);
+    for (const char *pool : {"vol1/x", ""}) EXPECT_EQ(toggle_datasum(fstab.c_str(), pool, 0), -EINVAL);
+    EXPECT_EQ(toggle_datasum((tmp / "missing").c_str(), "vol1", 0), -ENOENT);
+    ASSERT_EQ(stat(fstab.c_str(), &st), 0);
     EXPECT_EQ(st.st_ino, first) << "not replaced";
-    EXPECT_EQ(read_file(fstab_), original_);
+    EXPECT_EQ(read_file(fstab), original);
 
     toggle("vol1", 0, "\t/vol1\tbtrfs\tdefaults,noatime\t", "\t/vol1\tbtrfs\tdefaults,noatime,nodatasum\t");
     toggle("vol1", 1, "defaults,noatime,nodatasum", "defaults,noatime");
@@ -197,22 +186,24 @@ TEST_F(PlatformDatasum, OptionListsAreEditedInPlaceAndALinkStaysALink) {
     toggle("vol4", 0, "/dev/sdg1 /vol4 btrfs\n", "/dev/sdg1 /vol4 btrfs\tnodatasum\n");
     // Escaped blank in the mount point; the last line has no newline.
     toggle("my pool", 0, "/my\\040pool btrfs defaults 0 0", "/my\\040pool btrfs defaults,nodatasum 0 0");
-    ASSERT_EQ(stat(fstab_.c_str(), &st), 0);
+    ASSERT_EQ(stat(fstab.c_str(), &st), 0);
     EXPECT_EQ(st.st_mode & 07777, 0640u);
-    EXPECT_EQ(list_dir(tmp_.path()), Names{"fstab"});
+    EXPECT_EQ(list_dir(tmp.path()), Names{"fstab"});
 
-    mkdirs(tmp_ / "etc");
-    const std::string link = tmp_ / "etc/fstab";
+    mkdirs(tmp / "etc");
+    const std::string link = tmp / "etc/fstab";
     ASSERT_EQ(symlink("../fstab", link.c_str()), 0);
     ASSERT_EQ(toggle_datasum(link.c_str(), "vol1", 0), 0);
     ASSERT_EQ(lstat(link.c_str(), &st), 0);
     EXPECT_TRUE(S_ISLNK(st.st_mode));
-    EXPECT_TRUE(contains(read_file(fstab_), "defaults,noatime,nodatasum"));
+    EXPECT_TRUE(contains(read_file(fstab), "defaults,noatime,nodatasum"));
 }
 
 
-// Guards: the identifier overflowing its buffer; the default not restored.
-TEST(PlatformIdentity, SysObjectIdAndHardwareType) {
+// Guards: the identifier overflowing its buffer; the default not restored; a vendor member
+// ignored, a NULL member not falling back, the built-in set not restored (a vendor's type
+// names: the dictionary test).
+TEST(PlatformIdentity, SysObjectIdHardwareTypeAndVendorMembers) {
     auto oid = [](size_t size) {
         std::vector<char> buf(size);
         return getSysObjectID(buf.data(), size) ? std::string("refused") : std::string(buf.data());
@@ -230,25 +221,14 @@ TEST(PlatformIdentity, SysObjectIdAndHardwareType) {
     ASSERT_EQ(get_sys_info(&info), 0);
     EXPECT_EQ(info.hw_type, 0u);
     EXPECT_EQ(ksdb::systype_name(UINT32_MAX), nullptr);  // beyond the table
-}
 
-// Guards: a vendor member ignored or a NULL member not falling back; the built-in set not
-// restored (a vendor's type names: the dictionary test).
-TEST(PlatformSubstitution, VendorMembersReplaceAndNullMembersFallBack) {
     ksdb_platform_ops ops{};
-    ops.free_volume = [](ksdb_volume_list *list) {
-        ksdb_platform_builtin()->free_volume(list);
-        list->count = -1;  // tells the test the vendor's release ran
+    ops.getSysObjectID = [](char *buf, size_t size) {
+        return std::snprintf(buf, size, "vendor") < 0 ? -1 : 0;
     };
     ksdb_platform_set(&ops);
-    TempDir root;
-    mkdirs(root / "vol1/._share");
-    ksdb_volume_list list{};
-    ASSERT_EQ(volume_scan(root.path().c_str(), &list), 0) << "a member left NULL is the built-in one";
-    EXPECT_STREQ(list.volumes[0].name, "vol1");
-    free_volume(&list);
-    EXPECT_EQ(list.count, -1);
-
+    EXPECT_EQ(oid(64), "vendor");
+    ASSERT_EQ(get_sys_info(&info), 0) << "a member left NULL is the built-in one";
     ksdb_platform_set(nullptr);
-    EXPECT_EQ(ksdb_platform_current()->free_volume, ksdb_platform_builtin()->free_volume);
+    EXPECT_EQ(oid(64), generic);
 }

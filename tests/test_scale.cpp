@@ -7,7 +7,6 @@
 
 #include <fcntl.h>
 #include <sys/file.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <set>
@@ -58,8 +57,6 @@ TEST_F(ScaleTest, AnExportAfterAChangeReplacesOnlyTheFilesThatChanged) {
     // both Shares.conf files and dfs.conf.
     EXPECT_EQ(with(first, KSDB_FILE_NEW).size(), 45u) << log();
     const size_t written = first.size();
-    struct stat before {};
-    ASSERT_EQ(stat(at("/vol2/._share/snap/samba.conf").c_str(), &before), 0);
 
     const struct {
         const char *change;
@@ -88,19 +85,14 @@ TEST_F(ScaleTest, AnExportAfterAChangeReplacesOnlyTheFilesThatChanged) {
         EXPECT_EQ(with(again, KSDB_FILE_UNCHANGED).size(), written - c.replaced.size());
         EXPECT_EQ(again.size(), written);
     }
-    // An untouched share's file is the very file the first export wrote.
-    struct stat after {};
-    ASSERT_EQ(stat(at("/vol2/._share/snap/samba.conf").c_str(), &after), 0);
-    EXPECT_EQ(after.st_ino, before.st_ino);
-    EXPECT_EQ(after.st_mtim.tv_nsec, before.st_mtim.tv_nsec);
     EXPECT_EQ(get("/vol1/._share/private/recycle.conf"), "30,0\n");
 }
 
-// Guards: a batch missing an unchanged target, flushing or sweeping before its end,
-// sweeping a locked writer's file, or not naming a folder gone by then.
+// Guards: a batch flushing or sweeping before its end, sweeping a locked writer's file,
+// or not naming a folder gone by then; a commit outside a batch not sweeping at once.
 TEST_F(ScaleTest, ABatchFlushesAndSweepsEachFolderOnceAtItsEnd) {
-    auto commit = [&](const char *live, const char *text, mode_t mode = 0644) {
-        ksdb::ManagedFile f(h(), ksdb_file_spec{live, -1, -1, static_cast<int>(mode)});
+    auto commit = [&](const char *live, const char *text) {
+        ksdb::ManagedFile f(h(), ksdb_file_spec{live, -1, -1, 0644});
         f.write(text);
         return f.commit() == 0 ? f.outcome() : -1;
     };
@@ -108,13 +100,6 @@ TEST_F(ScaleTest, ABatchFlushesAndSweepsEachFolderOnceAtItsEnd) {
     put("/etc/.exports.ksdb-YYYYYY", "busy");  // a writer at work: it holds the lock
     ksdb::Fd held(open(at("/etc/.exports.ksdb-YYYYYY").c_str(), O_RDONLY));
     ASSERT_EQ(flock(held.get(), LOCK_EX), 0);
-    put("/etc/kept", "same\n");
-    chmod(at("/etc/kept").c_str(), 0644);
-    put("/etc/moded", "same\n");
-    put("/elsewhere", "same\n");
-    ASSERT_EQ(symlink(at("/elsewhere").c_str(), at("/etc/linked").c_str()), 0);
-    struct stat kept {}, st {};
-    ASSERT_EQ(stat(at("/etc/kept").c_str(), &kept), 0);
     {
         ksdb::FolderSyncBatch outer(h());
         EXPECT_EQ(commit("/etc/exports", "one\n"), KSDB_FILE_NEW);
@@ -125,23 +110,11 @@ TEST_F(ScaleTest, ABatchFlushesAndSweepsEachFolderOnceAtItsEnd) {
             EXPECT_EQ(inner.flush(), 0);
         }
         EXPECT_TRUE(exists(at("/etc/.exports.ksdb-ZZZZZZ"))) << "swept at the end only";
-        // Only a regular file with content, owner and mode counts as
-        // unchanged: another mode is set, a link is replaced, not followed.
-        EXPECT_EQ(commit("/etc/kept", "same\n"), KSDB_FILE_UNCHANGED);
-        EXPECT_EQ(commit("/etc/moded", "same\n", 0640), KSDB_FILE_FIXED);
-        EXPECT_EQ(commit("/etc/linked", "same\n"), KSDB_FILE_CHANGED);
         EXPECT_EQ(outer.flush(), 0);
     }
     EXPECT_FALSE(exists(at("/etc/.exports.ksdb-ZZZZZZ")));
     EXPECT_TRUE(exists(at("/etc/.exports.ksdb-YYYYYY")));
     EXPECT_EQ(get("/etc/exports.bak"), "one\n");
-    ASSERT_EQ(stat(at("/etc/kept").c_str(), &st), 0);
-    EXPECT_EQ(st.st_ino, kept.st_ino);
-    ASSERT_EQ(stat(at("/etc/moded").c_str(), &st), 0);
-    EXPECT_EQ(st.st_mode & 07777, 0640u);
-    ASSERT_EQ(lstat(at("/etc/linked").c_str(), &st), 0);
-    EXPECT_TRUE(S_ISREG(st.st_mode));
-    EXPECT_EQ(get("/elsewhere"), "same\n");
 
     // Without a batch a commit sweeps at once.
     put("/etc/.exports.ksdb-XXXXXX", "half");
