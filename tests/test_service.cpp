@@ -51,49 +51,27 @@ class ServiceTest : public RootTest {
     }
 };
 
-// Which hostile texts a place refuses: all of them, all but a blank (a
-// value may hold one), or only line breaks (the file escapes the rest).
-enum Refuses { kAll, kAllButBlank, kLineBreaks };
-
+// A column whose values go into a file, one line of tests/data/service-guarded-columns.
 struct GuardedColumn {
-    int category;
-    const char *table, *column, *row;  // the row as the refusal line names it ("" the value)
-    const char *good;
-    Refuses refuses;
+    int category = -1;
+    std::string table, column, row, good, refuses;
     bool daemon;  // a daemon's own file (the second list of hostile texts)
 };
 
-#define CIFS(column, good) \
-    { KSDB_CAT_CIFS_SERVICE, "service_cifs", column, "rowid 1", good, kAllButBlank, false }
-#define FTP(column, good) {KSDB_CAT_FTP_SERVICE, "service_ftp", column, "rowid 1", good, kAll, false}
-#define SNMP(column, good, r) {KSDB_CAT_SNMP_SERVICE, "service_snmp", column, "rowid 1", good, r, true}
-const GuardedColumn kGuarded[] = {
-    CIFS("allow_trusted_domains", "0"), CIFS("hostname_lookups", "0"), CIFS("map_to_guest", "Never"),
-    CIFS("oplocks", "1"), CIFS("orgunit", "Sales"), CIFS("restrict_ou", "Staff"), CIFS("no_sync_ads", "0"),
-    CIFS("idmap_backend", "rid"), CIFS("password_server", "dc1"), CIFS("realm", "EXAMPLE.COM"),
-    CIFS("security", "user"), CIFS("workgroup", "WORKGROUP"), CIFS("domain_admin_user", "Administrator"),
-    {KSDB_CAT_CIFS_SERVICE, "_volume", "lv_name", "id 1", "c", kAllButBlank, false},
-    {KSDB_CAT_CIFS_SERVICE, "smb_username_map", "unix_uname", "id 1", "alice", kAll, false},
-    {KSDB_CAT_CIFS_SERVICE, "smb_username_map", "smb_uname", "id 1", "ALICE", kAll, false},
-    {KSDB_CAT_CIFS_SERVICE, "smb_username_map", "type", "id 1", "UNAME", kAll, false},
-    {KSDB_CAT_NFS_SERVICE, "service_nfs", "domain", "rowid 1", "example.com", kAll, false},
-    FTP("port", "21"), FTP("passive_range_min", "32768"), FTP("passive_range_max", "65535"),
-    FTP("max_upload_rate", "0"), FTP("max_download_rate", "0"), FTP("masquerade", "192.0.2.10"),
-    {KSDB_CAT_DEFAULT_SERVICE, "service_misc", "key", "", "MOTTO", kAll, false},
-    {KSDB_CAT_DEFAULT_SERVICE, "service_misc", "val", "MOTTO", "my files", kLineBreaks, false},
-    {KSDB_CAT_DEFAULT_SERVICE, "service_snmp", "location", "SNMP_LOCATION", "Server room 2", kLineBreaks,
-     false},
-    {KSDB_CAT_REPLICATE_SERVICE, "service_replicate", "owner", "rowid 1", "alice@example.com", kLineBreaks,
-     false},
-    SNMP("allow_host", "10.0.0.0/8", kAll), SNMP("community", "public", kAll),
-    SNMP("trap_destination", "10.0.0.1", kAll), SNMP("contact", "ops team", kAllButBlank),
-    SNMP("location", "Server room 2", kAllButBlank),
-    {KSDB_CAT_ANTIVIRUS_SERVICE, "_volume", "lv_name", "id 1", "c", kAllButBlank, true},
-    {KSDB_CAT_ANTIVIRUS_SERVICE, "share", "path", "name lun1", "/c/lun 1", kAllButBlank, true},
-};
-#undef CIFS
-#undef FTP
-#undef SNMP
+std::vector<GuardedColumn> guarded_columns() {
+    std::vector<GuardedColumn> out;
+    for (const std::string &line : lines(read_file(KSDB_TEST_DATA_DIR "/service-guarded-columns"))) {
+        if (line.empty() || line[0] == '#') continue;
+        const std::vector<std::string> f = split(line, '|');
+        EXPECT_EQ(f.size(), 7u) << line;
+        out.push_back({-1, f.at(1), f.at(2), f.at(3), f.at(4), f.at(5), f.at(6) == "daemon"});
+        for (int c = 0; c < KSDB_CATEGORY_COUNT; ++c)
+            if (f[0] == ksdb_cat2str(c)) out.back().category = c;
+        EXPECT_GE(out.back().category, 0) << line;
+    }
+    EXPECT_FALSE(out.empty()) << "no guarded column read";
+    return out;
+}
 
 // Each hostile text, put before and after the good value: for the
 // settings, Samba, NFS and FTP files, and for the SNMP and clamd files.
@@ -112,24 +90,22 @@ TEST_F(ServiceTest, HostileValuesInEveryGuardedColumnAreRefusedBeforeAnyFileIsWr
           KSDB_CAT_REPLICATE_SERVICE, KSDB_CAT_SNMP_SERVICE, KSDB_CAT_ANTIVIRUS_SERVICE})
         ASSERT_EQ(ksdb_export(h(), db(), cat), 0) << ksdb_cat2str(cat) << log();
     const auto written = files();
-    for (const GuardedColumn &g : kGuarded) {
-        const std::string set = std::string("UPDATE ") + g.table + " SET " + g.column + "=";
+    for (const GuardedColumn &g : guarded_columns()) {
+        const std::string set = "UPDATE " + g.table + " SET " + g.column + "=";
         for (const auto &[before, after] : kHostile[g.daemon]) {
-            const std::string bad = before + std::string(g.good) + after;
+            const std::string bad = before + g.good + after;
             const bool line_break = bad.find_first_of("\r\n") != std::string::npos;
-            if ((g.refuses == kLineBreaks && !line_break) || (g.refuses == kAllButBlank && *after == ' '))
+            if ((g.refuses == "breaks" && !line_break) || (g.refuses == "all-but-blank" && *after == ' '))
                 continue;
             sql().exec(set + sql_quoted(bad) + " WHERE " + g.column + "=" + sql_quoted(g.good));
             // An integer column keeps "0\r" as the number 0: nothing hostile stored.
-            if (sql().scalar(std::string("SELECT typeof(") + g.column + ") FROM " + g.table) == "integer")
-                continue;
+            if (sql().scalar("SELECT typeof(" + g.column + ") FROM " + g.table) == "integer") continue;
             const size_t mark = log().size();
             EXPECT_EQ(ksdb_export(h(), db(), g.category), KSDB_E_INVAL) << g.column << ": " << bad;
             const std::string row =
-                *g.row ? g.row : replace_all(replace_all(bad, "\n", "\\x0a"), "\r", "\\x0d");
-            EXPECT_NE(
-                log().find(std::string("Refused ") + g.table + "." + g.column + " of '" + row + "'", mark),
-                std::string::npos)
+                !g.row.empty() ? g.row : replace_all(replace_all(bad, "\n", "\\x0a"), "\r", "\\x0d");
+            EXPECT_NE(log().find("Refused " + g.table + "." + g.column + " of '" + row + "'", mark),
+                      std::string::npos)
                 << bad << "\n"
                 << log().substr(mark);
             EXPECT_EQ(files(), written) << g.column << ": " << bad;
