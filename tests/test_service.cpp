@@ -51,25 +51,19 @@ class ServiceTest : public RootTest {
     }
 };
 
-// A column whose values go into a file, one line of tests/data/service-guarded-columns.
-struct GuardedColumn {
-    int category = -1;
-    std::string table, column, row, good, refuses;
-    bool daemon;  // a daemon's own file (the second list of hostile texts)
-};
+// A category by its name ("CIFS_SERVICE"), -1 when unknown.
+int category_named(const std::string &name) {
+    for (int c = 0; c < KSDB_CATEGORY_COUNT; ++c)
+        if (name == ksdb_cat2str(c)) return c;
+    return -1;
+}
 
-std::vector<GuardedColumn> guarded_columns() {
-    std::vector<GuardedColumn> out;
-    for (const std::string &line : lines(read_file(KSDB_TEST_DATA_DIR "/service-guarded-columns"))) {
-        if (line.empty() || line[0] == '#') continue;
-        const std::vector<std::string> f = split(line, '|');
-        EXPECT_EQ(f.size(), 7u) << line;
-        out.push_back({-1, f.at(1), f.at(2), f.at(3), f.at(4), f.at(5), f.at(6) == "daemon"});
-        for (int c = 0; c < KSDB_CATEGORY_COUNT; ++c)
-            if (f[0] == ksdb_cat2str(c)) out.back().category = c;
-        EXPECT_GE(out.back().category, 0) << line;
-    }
-    EXPECT_FALSE(out.empty()) << "no guarded column read";
+// The "|"-separated fields of each line of a data file but comments.
+std::vector<std::vector<std::string>> data_rows(const std::string &name) {
+    std::vector<std::vector<std::string>> out;
+    for (const std::string &line : lines(read_file(KSDB_TEST_DATA_DIR "/" + name)))
+        if (!line.empty() && line[0] != '#') out.push_back(split(line, '|'));
+    EXPECT_FALSE(out.empty()) << "nothing read from " << name;
     return out;
 }
 
@@ -90,29 +84,34 @@ TEST_F(ServiceTest, HostileValuesInEveryGuardedColumnAreRefusedBeforeAnyFileIsWr
           KSDB_CAT_REPLICATE_SERVICE, KSDB_CAT_SNMP_SERVICE, KSDB_CAT_ANTIVIRUS_SERVICE})
         ASSERT_EQ(ksdb_export(h(), db(), cat), 0) << ksdb_cat2str(cat) << log();
     const auto written = files();
-    for (const GuardedColumn &g : guarded_columns()) {
-        const std::string set = "UPDATE " + g.table + " SET " + g.column + "=";
-        for (const auto &[before, after] : kHostile[g.daemon]) {
-            const std::string bad = before + g.good + after;
+    // Each line of the data file: category|table|column|row|good value|refuses|hostile list.
+    for (const std::vector<std::string> &g : data_rows("service-guarded-columns")) {
+        ASSERT_EQ(g.size(), 7u) << g.at(0);
+        const int category = category_named(g[0]);
+        ASSERT_GE(category, 0) << g[0];
+        const std::string &table = g[1], &column = g[2], &row_name = g[3], &good = g[4], &refuses = g[5];
+        const std::string set = "UPDATE " + table + " SET " + column + "=";
+        for (const auto &[before, after] : kHostile[g[6] == "daemon"]) {
+            const std::string bad = before + good + after;
             const bool line_break = bad.find_first_of("\r\n") != std::string::npos;
-            if ((g.refuses == "breaks" && !line_break) || (g.refuses == "all-but-blank" && *after == ' '))
+            if ((refuses == "breaks" && !line_break) || (refuses == "all-but-blank" && *after == ' '))
                 continue;
-            sql().exec(set + sql_quoted(bad) + " WHERE " + g.column + "=" + sql_quoted(g.good));
+            sql().exec(set + sql_quoted(bad) + " WHERE " + column + "=" + sql_quoted(good));
             // An integer column keeps "0\r" as the number 0: nothing hostile stored.
-            if (sql().scalar("SELECT typeof(" + g.column + ") FROM " + g.table) == "integer") continue;
+            if (sql().scalar("SELECT typeof(" + column + ") FROM " + table) == "integer") continue;
             const size_t mark = log().size();
-            EXPECT_EQ(ksdb_export(h(), db(), g.category), KSDB_E_INVAL) << g.column << ": " << bad;
+            EXPECT_EQ(ksdb_export(h(), db(), category), KSDB_E_INVAL) << column << ": " << bad;
             const std::string row =
-                !g.row.empty() ? g.row : replace_all(replace_all(bad, "\n", "\\x0a"), "\r", "\\x0d");
-            EXPECT_NE(log().find("Refused " + g.table + "." + g.column + " of '" + row + "'", mark),
+                !row_name.empty() ? row_name : replace_all(replace_all(bad, "\n", "\\x0a"), "\r", "\\x0d");
+            EXPECT_NE(log().find("Refused " + table + "." + column + " of '" + row + "'", mark),
                       std::string::npos)
                 << bad << "\n"
                 << log().substr(mark);
-            EXPECT_EQ(files(), written) << g.column << ": " << bad;
-            sql().exec(set + sql_quoted(g.good) + " WHERE " + g.column + "=" + sql_quoted(bad));
+            EXPECT_EQ(files(), written) << column << ": " << bad;
+            sql().exec(set + sql_quoted(good) + " WHERE " + column + "=" + sql_quoted(bad));
         }
-        EXPECT_EQ(ksdb_export(h(), db(), g.category), 0) << g.column;
-        EXPECT_EQ(files(), written) << g.column;
+        EXPECT_EQ(ksdb_export(h(), db(), category), 0) << column;
+        EXPECT_EQ(files(), written) << column;
     }
 }
 
@@ -159,25 +158,17 @@ TEST_F(ServiceTest, SourcingTheSettingsFilesGivesTheStoredTextsAndRunsNothing) {
 TEST_F(ServiceTest, ReadersRefuseWhatIsNotARegularFileWithoutWaiting) {
     put("/etc/samba/smb.conf", "[global]\n");
     put("/etc/proftpd/proftpd.conf", "Port 21\n");
-    const std::pair<int, const char *> paths[] = {
-        {KSDB_CAT_DEFAULT_SERVICE, "/etc/default/services"},
-        {KSDB_CAT_CIFS_SERVICE, "/etc/quillfold/samba/usermap.conf"},
-        {KSDB_CAT_CIFS_SERVICE, "/etc/samba/smb.conf"},
-        {KSDB_CAT_FTP_SERVICE, "/etc/quillfold/proftpd/ftps.conf"},
-        {KSDB_CAT_FTP_SERVICE, "/etc/proftpd/proftpd.conf"},
-        {KSDB_CAT_FTP_SERVICE, "/etc/hostname"},
-        {KSDB_CAT_ALL_SERVICE, "/etc/forked-daapd.conf"},
-        {KSDB_CAT_REPLICATE_SERVICE, "/opt/replication/etc/registration.conf"},
-    };
     namespace fs = std::filesystem;
-    for (const auto &[cat, path] : paths) {
+    for (const std::vector<std::string> &f : data_rows("service-readers")) {
+        const int cat = category_named(f.at(0));
+        const std::string &path = f.at(1);
         const std::string real = at(path), kept = real + ".kept";
         if (exists(real)) fs::rename(real, kept);
         mkdirs(fs::path(real).parent_path());
         ASSERT_EQ(mkfifo(real.c_str(), 0600), 0) << path;
         const int expected = cat == KSDB_CAT_ALL_SERVICE ? KSDB_E_STEP : KSDB_E_FILE;
         EXPECT_EQ(ksdb_import(h(), db(), cat), expected) << path;
-        EXPECT_TRUE(contains(log(), std::string("(error) Cannot load ") + path + "\n"));
+        EXPECT_TRUE(contains(log(), "(error) Cannot load " + path + "\n"));
         fs::remove(real);
         fs::create_directory(real);
         EXPECT_EQ(ksdb_import(h(), db(), cat), expected) << path;
