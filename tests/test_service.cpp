@@ -275,20 +275,18 @@ TEST_F(ServiceTest, HostNameLookupsAreOnExactlyWhenAnEntryNamesAHost) {
                "INSERT INTO host (id,name) VALUES(1,'192.168.0.5'),(2,'10.0.0.0/8'),(3,'pc-1'),(4,'pc-2');"
                "INSERT INTO host_acl (share_id,host_id,proto,read,write) VALUES"
                "(1,1,'cifs',1,0),(1,2,'cifs',1,0),(1,3,'ftp',1,0),(1,4,'nfs',1,0)");
-    auto switches = [&] {
-        return sql().scalar(
-            "SELECT hostname_lookups||(SELECT use_reverse_dns FROM service_ftp) FROM service_cifs");
-    };
+    const std::string switches =
+        "SELECT hostname_lookups||(SELECT use_reverse_dns FROM service_ftp) FROM service_cifs";
     for (const char *proto : {"nfs", "CIFS", "afp", ""})
         EXPECT_EQ(ksdb_service_update_setting_by_share(h(), db(), proto), 0);
-    EXPECT_EQ(switches(), "77");
+    EXPECT_EQ(sql().scalar(switches), "77");
     EXPECT_EQ(ksdb_service_update_setting_by_share(h(), db(), "cifs"), 0);
     EXPECT_EQ(ksdb_service_update_setting_by_share(h(), db(), "ftp"), 0);
-    EXPECT_EQ(switches(), "01");
+    EXPECT_EQ(sql().scalar(switches), "01");
     sql().exec("INSERT INTO host (id,name) VALUES(5,'nas2.example.org');"
                "INSERT INTO host_acl (share_id,host_id,proto,read,write) VALUES(1,5,'cifs',1,0)");
     EXPECT_EQ(ksdb_service_update_setting_by_share(h(), db(), "cifs"), 0);
-    EXPECT_EQ(switches(), "11");
+    EXPECT_EQ(sql().scalar(switches), "11");
     EXPECT_TRUE(contains(log(), "Found host name nas2.example.org in host acl. protocol is cifs.\n"));
     EXPECT_TRUE(contains(log(), "_ksdb_service_update_setting_by_share_cifs: set hostname_lookups to 1\n"));
     sql().exec("DROP TABLE service_ftp");

@@ -22,9 +22,7 @@ namespace {
 constexpr int kMessages = 5000;
 constexpr int kThreads = 4;
 constexpr int kProcesses = 2;
-// A consumer that fails this many pops in a row gives up: the test fails
-// instead of hanging.
-constexpr int kMaxFailuresInARow = 20000;
+constexpr int kMaxFailuresInARow = 20000;  // then a consumer gives up: a failure, not a hang
 
 // The delivery order of message n: priority ((n * 7) % 5) first, then id
 // (all messages share one time and ids follow n).
