@@ -32,8 +32,7 @@ sqlite3 *open_consumer(const std::string &path) {
     sqlite3 *db = nullptr;
     if (sqlite3_open(path.c_str(), &db) != SQLITE_OK) return nullptr;
     sqlite3_extended_result_codes(db, 1);
-    sqlite3_exec(db, "PRAGMA journal_mode=WAL; PRAGMA synchronous=NORMAL", nullptr, nullptr,
-                 nullptr);
+    sqlite3_exec(db, "PRAGMA journal_mode=WAL; PRAGMA synchronous=NORMAL", nullptr, nullptr, nullptr);
     return db;
 }
 
@@ -50,14 +49,10 @@ void drain(ksdb_handle *h, sqlite3 *db, Drained &out) {
         int ts = 0;
         int rc = ksdb_queue_pop(h, db, nullptr, nullptr, &val, &ts, nullptr, nullptr);
         ++out.calls;
-        if (rc == KSDB_E_DB) {
-            ++failures_in_a_row;
-            continue;
-        }
-        if (rc != 0) break;
-        if (!val) return;  // every message is due, so no message means empty
-        out.popped.push_back(std::atoi(val + 1));
-        failures_in_a_row = 0;
+        if (rc == 0 && !val) return;  // every message is due, so no message means empty
+        if (rc != 0 && rc != KSDB_E_DB) break;
+        if (rc == 0) out.popped.push_back(std::atoi(val + 1));
+        failures_in_a_row = rc == 0 ? 0 : failures_in_a_row + 1;
     }
     out.failed = true;
 }
