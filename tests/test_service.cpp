@@ -130,8 +130,8 @@ TEST_F(ServiceTest, SourcingTheSettingsFilesGivesTheStoredTextsAndRunsNothing) {
         "Server room 2", "en;touch " + marker, "$(touch " + marker + ")", "`touch " + marker + "`",
         "it's \"quoted\"", "back\\slash\\", "~root:~/x", "a|b&c>d<e (f) {g}", "*?[x]!^ #h\t%p=",
     };
-    // Free keys, a mapped text column and a mapped integer column holding text.
-    std::vector<std::string> names;
+    // A mapped text column, a mapped integer column holding text, and free keys.
+    std::vector<std::string> names = {"SNMP_LOCATION", "SSHPORT"}, want = {values[1], values[2]};
     for (size_t i = 0; i < values.size(); ++i) {
         names.push_back("FREE_" + std::to_string(i));
         sql().exec("INSERT INTO service_misc (key,val) VALUES('" + names.back() + "'," +
@@ -140,17 +140,13 @@ TEST_F(ServiceTest, SourcingTheSettingsFilesGivesTheStoredTextsAndRunsNothing) {
     sql().exec("INSERT INTO service_snmp (location) VALUES(" + sql_quoted(values[1]) + ")");
     sql().exec("INSERT INTO service_ssh (port) VALUES(" + sql_quoted(values[2]) + ")");
     ASSERT_EQ(ksdb_export(h(), db(), KSDB_CAT_DEFAULT_SERVICE), 0) << log();
-    std::vector<std::string> want = values;
-    want.insert(want.end(), {values[1], values[2]});
-    names.insert(names.end(), {"SNMP_LOCATION", "SSHPORT"});
+    want.insert(want.end(), values.begin(), values.end());
     EXPECT_EQ(source(at("/etc/default/services"), names), want);
     EXPECT_FALSE(exists(marker));
 
     sql().exec("DELETE FROM service_misc; DELETE FROM service_snmp");
     ASSERT_EQ(ksdb_import(h(), db(), KSDB_CAT_DEFAULT_SERVICE), 0) << log();
-    for (size_t i = 0; i < values.size(); ++i)
-        EXPECT_EQ(sql().scalar("SELECT val FROM service_misc WHERE key='FREE_" + std::to_string(i) + "'"),
-                  values[i]);
+    EXPECT_EQ(sql().column("SELECT val FROM service_misc WHERE key LIKE 'FREE_%' ORDER BY key"), values);
     EXPECT_EQ(sql().scalar("SELECT location FROM service_snmp"), values[1]);
 }
 
