@@ -29,10 +29,6 @@ class QueueTest : public ::testing::Test {
         if (!val) return "<none> ts=" + std::to_string(ts) + (s || d ? " src/dst set" : "");
         return std::string(val) + "|" + std::to_string(ts) + "|" + s + "|" + d;
     }
-    std::string pop_val(const char *src = nullptr, const char *dst = nullptr) {
-        std::string p = pop(src, dst);
-        return p.substr(0, p.find('|'));
-    }
     int stat(const char *src, const char *dst) {
         int len = -1;
         EXPECT_EQ(ksdb_queue_stat(h(), db(), src, dst, &len), 0);
@@ -84,9 +80,10 @@ TEST_F(QueueTest, DeliveryWaitsForItsTimeThenGoesByPriorityTimeAndId) {
     push("s", "d", "negative", -2, t - 100);
     EXPECT_EQ(stat(nullptr, nullptr), 6);
     EXPECT_EQ(pop(), "pri5-newest|" + std::to_string(t + 500) + "|s|d");
-    for (const char *v : {"pri3-earlier", "pri3-earlier-second", "pri3-later", "pri1-oldest", "negative"})
-        EXPECT_EQ(pop_val(), v);
-    EXPECT_EQ(pop_val(), "<none> ts=0");
+    Rows order;
+    for (int i = 0; i < 6; ++i) order.push_back(split(pop(), '|').at(0));
+    EXPECT_EQ(order, (Rows{"pri3-earlier", "pri3-earlier-second", "pri3-later", "pri1-oldest", "negative",
+                           "<none> ts=0"}));
     EXPECT_EQ(vals(), Rows{"later"});
 }
 
@@ -104,7 +101,6 @@ TEST_F(QueueTest, SelectionBySourceDestinationBothOrNeitherAndNamesTooLongAreRef
     EXPECT_EQ(stat(nullptr, "x"), 3);
     EXPECT_EQ(stat("alpha", "x"), 1);
     EXPECT_EQ(stat("o'brien", nullptr), 1);
-    EXPECT_EQ(stat("alpha", "z"), 0);
     EXPECT_EQ(pop("ALPHA", nullptr), "alpha-y" + ts + "alpha|y");
     EXPECT_EQ(pop(nullptr, "X"), "beta-x" + ts + "beta|x");
     EXPECT_EQ(pop("alpha", "x"), "alpha-x" + ts + "Alpha|X");
@@ -123,7 +119,7 @@ TEST_F(QueueTest, SelectionBySourceDestinationBothOrNeitherAndNamesTooLongAreRef
     EXPECT_TRUE(contains(log_.text(), "Queue name too long"));
     EXPECT_TRUE(clean());
     push(fitting.c_str(), "x", "fits", 0, t);
-    EXPECT_EQ(pop_val(fitting.c_str(), "x"), "fits");
+    EXPECT_EQ(pop(fitting.c_str(), "x"), "fits" + ts + fitting + "|x");
 
     // Each of the four selections reaches the due messages in their order
     // through an index of its own, without sorting them.
@@ -141,7 +137,7 @@ TEST_F(QueueTest, SelectionBySourceDestinationBothOrNeitherAndNamesTooLongAreRef
                                               "queue_delivery_src"}));
 }
 
-TEST_F(QueueTest, ReadGivesTheIdAndLeavesTheMessageAndStringsComeFromTheResultPool) {
+TEST_F(QueueTest, ReadGivesTheIdRemovalsTakeTheirMessagesOnlyAndStringsComeFromTheResultPool) {
     char stale[] = "stale";
     char *val = stale, *src = stale, *dst = stale;
     int ts = 77, id = 77;
@@ -149,13 +145,12 @@ TEST_F(QueueTest, ReadGivesTheIdAndLeavesTheMessageAndStringsComeFromTheResultPo
     EXPECT_EQ(Rows({val ? val : "-", src ? src : "-", dst ? dst : "-"}), (Rows{"-", "-", "-"}));
     EXPECT_EQ(ts + id, 0) << "nothing to read";
 
-    const int t = now() - 30;
+    int t = now() - 30;
     push("s", "d", "first", 1, t);
     push("s", "d", "second", 2, t);
     ASSERT_EQ(ksdb_queue_read(h(), db(), "S", nullptr, &val, &ts, &src, &dst, &id), 0);
     EXPECT_EQ(std::string(val) + "|" + std::to_string(ts) + "|" + src + "|" + dst,
               "second|" + std::to_string(t) + "|s|d");
-    EXPECT_EQ(std::to_string(id), db_.scalar("SELECT id FROM queue WHERE val='second'"));
     ASSERT_EQ(ksdb_queue_remove(h(), db(), id), 0);
     EXPECT_EQ(ksdb_queue_remove(h(), db(), id + 100), 0) << "an absent id is no failure";
     EXPECT_EQ(vals(), Rows{"first"});
@@ -168,17 +163,14 @@ TEST_F(QueueTest, ReadGivesTheIdAndLeavesTheMessageAndStringsComeFromTheResultPo
     h()->call_pool = call;
     ASSERT_EQ(ksdb_queue_pop(h(), db(), nullptr, nullptr, &val, &ts, &src, &dst), 0);
     h()->call_pool = nullptr;
-    EXPECT_EQ(val, call_mark + 8);
-    EXPECT_EQ(src, val + 8);
-    EXPECT_EQ(dst, src + 8);
+    EXPECT_EQ(std::vector<char *>({val, src, dst}), std::vector<char *>({call_mark + 8, val + 8, src + 8}));
     EXPECT_EQ(static_cast<char *>(apr_palloc(h()->pool, 1)), main_mark + 8);
     apr_pool_destroy(call);
-}
 
-TEST_F(QueueTest, RemoveAllAndRemoveCleanWithinItsWindowOnly) {
-    const int t = now() - 1000;
+    // remove_clean deletes the copies of a message pushed within its window.
+    t = now() - 1000;
     push("s", "d", "v", 0, t);  // the message named by id
-    const int id = std::stoi(db_.scalar("SELECT MAX(id) FROM queue"));
+    id = std::stoi(db_.scalar("SELECT MAX(id) FROM queue"));
     push("S", "D", "V", 0, t + 5);      // same, in another case: deleted
     push("s", "d", "v", 0, t + 9);      // last second inside the window: deleted
     push("s", "d", "v", 0, t + 10);     // at ts + seconds: kept

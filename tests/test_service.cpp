@@ -51,49 +51,21 @@ class ServiceTest : public RootTest {
     }
 };
 
-// Which hostile texts a place refuses: all of them, all but a blank (a
-// value may hold one), or only line breaks (the file escapes the rest).
-enum Refuses { kAll, kAllButBlank, kLineBreaks };
+// A category by its name ("CIFS_SERVICE"), -1 when unknown.
+int category_named(const std::string &name) {
+    for (int c = 0; c < KSDB_CATEGORY_COUNT; ++c)
+        if (name == ksdb_cat2str(c)) return c;
+    return -1;
+}
 
-struct GuardedColumn {
-    int category;
-    const char *table, *column, *row;  // the row as the refusal line names it ("" the value)
-    const char *good;
-    Refuses refuses;
-    bool daemon;  // a daemon's own file (the second list of hostile texts)
-};
-
-#define CIFS(column, good) \
-    { KSDB_CAT_CIFS_SERVICE, "service_cifs", column, "rowid 1", good, kAllButBlank, false }
-#define FTP(column, good) {KSDB_CAT_FTP_SERVICE, "service_ftp", column, "rowid 1", good, kAll, false}
-#define SNMP(column, good, r) {KSDB_CAT_SNMP_SERVICE, "service_snmp", column, "rowid 1", good, r, true}
-const GuardedColumn kGuarded[] = {
-    CIFS("allow_trusted_domains", "0"), CIFS("hostname_lookups", "0"), CIFS("map_to_guest", "Never"),
-    CIFS("oplocks", "1"), CIFS("orgunit", "Sales"), CIFS("restrict_ou", "Staff"), CIFS("no_sync_ads", "0"),
-    CIFS("idmap_backend", "rid"), CIFS("password_server", "dc1"), CIFS("realm", "EXAMPLE.COM"),
-    CIFS("security", "user"), CIFS("workgroup", "WORKGROUP"), CIFS("domain_admin_user", "Administrator"),
-    {KSDB_CAT_CIFS_SERVICE, "_volume", "lv_name", "id 1", "c", kAllButBlank, false},
-    {KSDB_CAT_CIFS_SERVICE, "smb_username_map", "unix_uname", "id 1", "alice", kAll, false},
-    {KSDB_CAT_CIFS_SERVICE, "smb_username_map", "smb_uname", "id 1", "ALICE", kAll, false},
-    {KSDB_CAT_CIFS_SERVICE, "smb_username_map", "type", "id 1", "UNAME", kAll, false},
-    {KSDB_CAT_NFS_SERVICE, "service_nfs", "domain", "rowid 1", "example.com", kAll, false},
-    FTP("port", "21"), FTP("passive_range_min", "32768"), FTP("passive_range_max", "65535"),
-    FTP("max_upload_rate", "0"), FTP("max_download_rate", "0"), FTP("masquerade", "192.0.2.10"),
-    {KSDB_CAT_DEFAULT_SERVICE, "service_misc", "key", "", "MOTTO", kAll, false},
-    {KSDB_CAT_DEFAULT_SERVICE, "service_misc", "val", "MOTTO", "my files", kLineBreaks, false},
-    {KSDB_CAT_DEFAULT_SERVICE, "service_snmp", "location", "SNMP_LOCATION", "Server room 2", kLineBreaks,
-     false},
-    {KSDB_CAT_REPLICATE_SERVICE, "service_replicate", "owner", "rowid 1", "alice@example.com", kLineBreaks,
-     false},
-    SNMP("allow_host", "10.0.0.0/8", kAll), SNMP("community", "public", kAll),
-    SNMP("trap_destination", "10.0.0.1", kAll), SNMP("contact", "ops team", kAllButBlank),
-    SNMP("location", "Server room 2", kAllButBlank),
-    {KSDB_CAT_ANTIVIRUS_SERVICE, "_volume", "lv_name", "id 1", "c", kAllButBlank, true},
-    {KSDB_CAT_ANTIVIRUS_SERVICE, "share", "path", "name lun1", "/c/lun 1", kAllButBlank, true},
-};
-#undef CIFS
-#undef FTP
-#undef SNMP
+// The "|"-separated fields of each line of a data file but comments.
+std::vector<std::vector<std::string>> data_rows(const std::string &name) {
+    std::vector<std::vector<std::string>> out;
+    for (const std::string &line : lines(read_file(KSDB_TEST_DATA_DIR "/" + name)))
+        if (!line.empty() && line[0] != '#') out.push_back(split(line, '|'));
+    EXPECT_FALSE(out.empty()) << "nothing read from " << name;
+    return out;
+}
 
 // Each hostile text, put before and after the good value: for the
 // settings, Samba, NFS and FTP files, and for the SNMP and clamd files.
@@ -112,31 +84,34 @@ TEST_F(ServiceTest, HostileValuesInEveryGuardedColumnAreRefusedBeforeAnyFileIsWr
           KSDB_CAT_REPLICATE_SERVICE, KSDB_CAT_SNMP_SERVICE, KSDB_CAT_ANTIVIRUS_SERVICE})
         ASSERT_EQ(ksdb_export(h(), db(), cat), 0) << ksdb_cat2str(cat) << log();
     const auto written = files();
-    for (const GuardedColumn &g : kGuarded) {
-        const std::string set = std::string("UPDATE ") + g.table + " SET " + g.column + "=";
-        for (const auto &[before, after] : kHostile[g.daemon]) {
-            const std::string bad = before + std::string(g.good) + after;
+    // Each line of the data file: category|table|column|row|good value|refuses|hostile list.
+    for (const std::vector<std::string> &g : data_rows("service-guarded-columns")) {
+        ASSERT_EQ(g.size(), 7u) << g.at(0);
+        const int category = category_named(g[0]);
+        ASSERT_GE(category, 0) << g[0];
+        const std::string &table = g[1], &column = g[2], &row_name = g[3], &good = g[4], &refuses = g[5];
+        const std::string set = "UPDATE " + table + " SET " + column + "=";
+        for (const auto &[before, after] : kHostile[g[6] == "daemon"]) {
+            const std::string bad = before + good + after;
             const bool line_break = bad.find_first_of("\r\n") != std::string::npos;
-            if ((g.refuses == kLineBreaks && !line_break) || (g.refuses == kAllButBlank && *after == ' '))
+            if ((refuses == "breaks" && !line_break) || (refuses == "all-but-blank" && *after == ' '))
                 continue;
-            sql().exec(set + sql_quoted(bad) + " WHERE " + g.column + "=" + sql_quoted(g.good));
+            sql().exec(set + sql_quoted(bad) + " WHERE " + column + "=" + sql_quoted(good));
             // An integer column keeps "0\r" as the number 0: nothing hostile stored.
-            if (sql().scalar(std::string("SELECT typeof(") + g.column + ") FROM " + g.table) == "integer")
-                continue;
+            if (sql().scalar("SELECT typeof(" + column + ") FROM " + table) == "integer") continue;
             const size_t mark = log().size();
-            EXPECT_EQ(ksdb_export(h(), db(), g.category), KSDB_E_INVAL) << g.column << ": " << bad;
+            EXPECT_EQ(ksdb_export(h(), db(), category), KSDB_E_INVAL) << column << ": " << bad;
             const std::string row =
-                *g.row ? g.row : replace_all(replace_all(bad, "\n", "\\x0a"), "\r", "\\x0d");
-            EXPECT_NE(
-                log().find(std::string("Refused ") + g.table + "." + g.column + " of '" + row + "'", mark),
-                std::string::npos)
+                !row_name.empty() ? row_name : replace_all(replace_all(bad, "\n", "\\x0a"), "\r", "\\x0d");
+            EXPECT_NE(log().find("Refused " + table + "." + column + " of '" + row + "'", mark),
+                      std::string::npos)
                 << bad << "\n"
                 << log().substr(mark);
-            EXPECT_EQ(files(), written) << g.column << ": " << bad;
-            sql().exec(set + sql_quoted(g.good) + " WHERE " + g.column + "=" + sql_quoted(bad));
+            EXPECT_EQ(files(), written) << column << ": " << bad;
+            sql().exec(set + sql_quoted(good) + " WHERE " + column + "=" + sql_quoted(bad));
         }
-        EXPECT_EQ(ksdb_export(h(), db(), g.category), 0) << g.column;
-        EXPECT_EQ(files(), written) << g.column;
+        EXPECT_EQ(ksdb_export(h(), db(), category), 0) << column;
+        EXPECT_EQ(files(), written) << column;
     }
 }
 
@@ -155,8 +130,8 @@ TEST_F(ServiceTest, SourcingTheSettingsFilesGivesTheStoredTextsAndRunsNothing) {
         "Server room 2", "en;touch " + marker, "$(touch " + marker + ")", "`touch " + marker + "`",
         "it's \"quoted\"", "back\\slash\\", "~root:~/x", "a|b&c>d<e (f) {g}", "*?[x]!^ #h\t%p=",
     };
-    // Free keys, a mapped text column and a mapped integer column holding text.
-    std::vector<std::string> names;
+    // A mapped text column, a mapped integer column holding text, and free keys.
+    std::vector<std::string> names = {"SNMP_LOCATION", "SSHPORT"}, want = {values[1], values[2]};
     for (size_t i = 0; i < values.size(); ++i) {
         names.push_back("FREE_" + std::to_string(i));
         sql().exec("INSERT INTO service_misc (key,val) VALUES('" + names.back() + "'," +
@@ -165,17 +140,13 @@ TEST_F(ServiceTest, SourcingTheSettingsFilesGivesTheStoredTextsAndRunsNothing) {
     sql().exec("INSERT INTO service_snmp (location) VALUES(" + sql_quoted(values[1]) + ")");
     sql().exec("INSERT INTO service_ssh (port) VALUES(" + sql_quoted(values[2]) + ")");
     ASSERT_EQ(ksdb_export(h(), db(), KSDB_CAT_DEFAULT_SERVICE), 0) << log();
-    std::vector<std::string> want = values;
-    want.insert(want.end(), {values[1], values[2]});
-    names.insert(names.end(), {"SNMP_LOCATION", "SSHPORT"});
+    want.insert(want.end(), values.begin(), values.end());
     EXPECT_EQ(source(at("/etc/default/services"), names), want);
     EXPECT_FALSE(exists(marker));
 
     sql().exec("DELETE FROM service_misc; DELETE FROM service_snmp");
     ASSERT_EQ(ksdb_import(h(), db(), KSDB_CAT_DEFAULT_SERVICE), 0) << log();
-    for (size_t i = 0; i < values.size(); ++i)
-        EXPECT_EQ(sql().scalar("SELECT val FROM service_misc WHERE key='FREE_" + std::to_string(i) + "'"),
-                  values[i]);
+    EXPECT_EQ(sql().column("SELECT val FROM service_misc WHERE key LIKE 'FREE_%' ORDER BY key"), values);
     EXPECT_EQ(sql().scalar("SELECT location FROM service_snmp"), values[1]);
 }
 
@@ -183,25 +154,17 @@ TEST_F(ServiceTest, SourcingTheSettingsFilesGivesTheStoredTextsAndRunsNothing) {
 TEST_F(ServiceTest, ReadersRefuseWhatIsNotARegularFileWithoutWaiting) {
     put("/etc/samba/smb.conf", "[global]\n");
     put("/etc/proftpd/proftpd.conf", "Port 21\n");
-    const std::pair<int, const char *> paths[] = {
-        {KSDB_CAT_DEFAULT_SERVICE, "/etc/default/services"},
-        {KSDB_CAT_CIFS_SERVICE, "/etc/quillfold/samba/usermap.conf"},
-        {KSDB_CAT_CIFS_SERVICE, "/etc/samba/smb.conf"},
-        {KSDB_CAT_FTP_SERVICE, "/etc/quillfold/proftpd/ftps.conf"},
-        {KSDB_CAT_FTP_SERVICE, "/etc/proftpd/proftpd.conf"},
-        {KSDB_CAT_FTP_SERVICE, "/etc/hostname"},
-        {KSDB_CAT_ALL_SERVICE, "/etc/forked-daapd.conf"},
-        {KSDB_CAT_REPLICATE_SERVICE, "/opt/replication/etc/registration.conf"},
-    };
     namespace fs = std::filesystem;
-    for (const auto &[cat, path] : paths) {
+    for (const std::vector<std::string> &f : data_rows("service-readers")) {
+        const int cat = category_named(f.at(0));
+        const std::string &path = f.at(1);
         const std::string real = at(path), kept = real + ".kept";
         if (exists(real)) fs::rename(real, kept);
         mkdirs(fs::path(real).parent_path());
         ASSERT_EQ(mkfifo(real.c_str(), 0600), 0) << path;
         const int expected = cat == KSDB_CAT_ALL_SERVICE ? KSDB_E_STEP : KSDB_E_FILE;
         EXPECT_EQ(ksdb_import(h(), db(), cat), expected) << path;
-        EXPECT_TRUE(contains(log(), std::string("(error) Cannot load ") + path + "\n"));
+        EXPECT_TRUE(contains(log(), "(error) Cannot load " + path + "\n"));
         fs::remove(real);
         fs::create_directory(real);
         EXPECT_EQ(ksdb_import(h(), db(), cat), expected) << path;
@@ -249,20 +212,18 @@ TEST_F(ServiceTest, ProftpdAcceptsTheGeneratedFilesInEveryState) {
                      "' -out '" + pem + ".crt' >/dev/null 2>&1 && cat '" + pem + ".crt' >>'" + pem + "'")
                         .c_str()),
         0);
-    auto check = [&](std::string *out) {
+    std::string out;
+    // The databases of two case folders: Samba without its row and masquerading
+    // on without an address; every switch on, TLS included, in a domain.  The
+    // checker reads copies whose include paths point below the root.
+    for (const char *c : {"masquerade-without-address", "every-switch-on"}) {
+        sql().exec("DELETE FROM service_ftp; DELETE FROM service_cifs;" +
+                   read_file(std::string(KSDB_CASES_DIR) + "/ftp-service/" + c + "/db.sql"));
         EXPECT_EQ(ksdb_export(h(), db(), KSDB_CAT_FTP_SERVICE), 0) << log();
         put(dir + "ftps.conf", replace_all(get(dir + "ftps.conf"), " /etc/", " " + root() + "/etc/"));
         put("/proftpd.check.conf",
             replace_all(get("/etc/proftpd/proftpd.conf"), "Include /etc/", "Include " + root() + "/etc/"));
-        return run_checker("check-proftpd.sh", at("/proftpd.check.conf"), out);
-    };
-    std::string out;
-    // The databases of two case folders: Samba without its row and masquerading
-    // on without an address; every switch on, TLS included, in a domain.
-    for (const char *c : {"masquerade-without-address", "every-switch-on"}) {
-        sql().exec("DELETE FROM service_ftp; DELETE FROM service_cifs;" +
-                   read_file(std::string(KSDB_CASES_DIR) + "/ftp-service/" + c + "/db.sql"));
-        EXPECT_EQ(check(&out), 0) << c << "\n" << out;
+        EXPECT_EQ(run_checker("check-proftpd.sh", at("/proftpd.check.conf"), &out), 0) << c << "\n" << out;
     }
     put("/proftpd.check.conf", get("/proftpd.check.conf") + "NoSuchDirective on\n");
     EXPECT_NE(run_checker("check-proftpd.sh", at("/proftpd.check.conf"), &out), 0) << out;
@@ -270,7 +231,6 @@ TEST_F(ServiceTest, ProftpdAcceptsTheGeneratedFilesInEveryState) {
 
 // Guards: username-map types matched loosely; the SSH switch's failure.
 TEST_F(ServiceTest, LookUps) {
-    EXPECT_EQ(ksdb_valid_smb_username_map_type("UNAME") + ksdb_valid_smb_username_map_type("HASH"), 2);
     for (const char *bad : {"uname", "UNAME ", "", static_cast<const char *>(nullptr)})
         EXPECT_EQ(ksdb_valid_smb_username_map_type(bad), 0) << (bad ? bad : "NULL");
     EXPECT_EQ(ksdb_is_service_ssh_enabled(h(), db()), 0);  // no row
@@ -311,20 +271,18 @@ TEST_F(ServiceTest, HostNameLookupsAreOnExactlyWhenAnEntryNamesAHost) {
                "INSERT INTO host (id,name) VALUES(1,'192.168.0.5'),(2,'10.0.0.0/8'),(3,'pc-1'),(4,'pc-2');"
                "INSERT INTO host_acl (share_id,host_id,proto,read,write) VALUES"
                "(1,1,'cifs',1,0),(1,2,'cifs',1,0),(1,3,'ftp',1,0),(1,4,'nfs',1,0)");
-    auto switches = [&] {
-        return sql().scalar(
-            "SELECT hostname_lookups||(SELECT use_reverse_dns FROM service_ftp) FROM service_cifs");
-    };
+    const std::string switches =
+        "SELECT hostname_lookups||(SELECT use_reverse_dns FROM service_ftp) FROM service_cifs";
     for (const char *proto : {"nfs", "CIFS", "afp", ""})
         EXPECT_EQ(ksdb_service_update_setting_by_share(h(), db(), proto), 0);
-    EXPECT_EQ(switches(), "77");
+    EXPECT_EQ(sql().scalar(switches), "77");
     EXPECT_EQ(ksdb_service_update_setting_by_share(h(), db(), "cifs"), 0);
     EXPECT_EQ(ksdb_service_update_setting_by_share(h(), db(), "ftp"), 0);
-    EXPECT_EQ(switches(), "01");
+    EXPECT_EQ(sql().scalar(switches), "01");
     sql().exec("INSERT INTO host (id,name) VALUES(5,'nas2.example.org');"
                "INSERT INTO host_acl (share_id,host_id,proto,read,write) VALUES(1,5,'cifs',1,0)");
     EXPECT_EQ(ksdb_service_update_setting_by_share(h(), db(), "cifs"), 0);
-    EXPECT_EQ(switches(), "11");
+    EXPECT_EQ(sql().scalar(switches), "11");
     EXPECT_TRUE(contains(log(), "Found host name nas2.example.org in host acl. protocol is cifs.\n"));
     EXPECT_TRUE(contains(log(), "_ksdb_service_update_setting_by_share_cifs: set hostname_lookups to 1\n"));
     sql().exec("DROP TABLE service_ftp");
