@@ -33,35 +33,35 @@ TEST(StringCursor, SkipsCLocaleSpacesAndToCharacters) {
     EXPECT_STREQ(b.data(), "key : value=x");
 }
 
+// What a splitter makes of a copy of `text` with 0, 2 or 3 outputs: its count, then
+// each output ("-" for one left untouched).
+std::string outputs(int (*fn)(char **, const char *, ...), const char *text, const char *delim, int room) {
+    auto b = buf(text);
+    char *p = b.data();
+    char *f[3] = {kUntouched, kUntouched, kUntouched};
+    const int n = room == 0   ? fn(&p, delim, NULL)
+                  : room == 2 ? fn(&p, delim, &f[0], &f[1], NULL)
+                              : fn(&p, delim, &f[0], &f[1], &f[2], NULL);
+    std::string out = std::to_string(n);
+    for (int i = 0; i < room; ++i) out += "|" + std::string(f[i] == kUntouched ? "-" : f[i]);
+    return out;
+}
+
 // Guards: empty fields from splitchr or lost by split; the rest not in the last output.
 TEST(StringSplit, SplitchrSkipsRunsSplitKeepsEmptyFields) {
-    char *f1 = kUntouched, *f2 = kUntouched, *f3 = kUntouched;
-    std::vector<char> b;
-    char *p = nullptr;
-    auto text = [&](const char *s) { b = buf(s), p = b.data(); };
-    text("  a  b");
-    EXPECT_EQ(splitchr(&p, " ", &f1, &f2, &f3, NULL), 2);
-    EXPECT_EQ(std::string(f1) + "|" + f2, "a|b");
-    EXPECT_EQ(f3, kUntouched);
-    text("cmd \targ1  arg2 ");
-    EXPECT_EQ(splitchr(&p, " \t", &f1, &f2, NULL), 2);
-    EXPECT_STREQ(f2, "arg1  arg2 ");
-    text("a!!!!b");
-    EXPECT_EQ(split(&p, "!!", &f1, &f2, &f3, NULL), 3);
-    EXPECT_EQ(std::string(f1) + "|" + f2 + "|" + f3, "a||b");
-    text("OPTS=-a=1 -b=2");
-    EXPECT_EQ(split(&p, "=", &f1, &f2, NULL), 2);
-    EXPECT_STREQ(f2, "-a=1 -b=2");
-    text("novalue");
-    f2 = kUntouched;
-    EXPECT_EQ(split(&p, "!!", &f1, &f2, NULL), 1);
-    EXPECT_EQ(f2, kUntouched);
-    EXPECT_EQ(split(&p, "=", NULL), 0);
-    b = buf("user!!secret!!x");
+    EXPECT_EQ(outputs(splitchr, "  a  b", " ", 3), "2|a|b|-");
+    EXPECT_EQ(outputs(splitchr, "cmd \targ1  arg2 ", " \t", 2), "2|cmd|arg1  arg2 ");
+    EXPECT_EQ(outputs(split, "a!!!!b", "!!", 3), "3|a||b");
+    EXPECT_EQ(outputs(split, "OPTS=-a=1 -b=2", "=", 2), "2|OPTS|-a=1 -b=2");
+    EXPECT_EQ(outputs(split, "novalue", "!!", 2), "1|novalue|-");
+    EXPECT_EQ(outputs(split, "a=b", "=", 0), "0");
+    char *f1 = nullptr, *f2 = nullptr;
+    auto b = buf("user!!secret!!x");
     EXPECT_EQ(splitstr(b.data(), "!!", &f1, &f2, NULL), 2);
     EXPECT_STREQ(f2, "secret!!x");
     Handle h;
-    text("x!!y!!!z!!");
+    b = buf("x!!y!!!z!!");
+    char *p = b.data();
     char **a = split_to_array(h, &p, "!!");
     ASSERT_NE(a, nullptr);
     EXPECT_EQ(std::string(a[0]) + "|" + a[1] + "|" + a[2] + "|" + a[3], "x|y|!z|");
@@ -127,8 +127,9 @@ TEST(StringEscaping, ShellUrlAndXmlEdgesAndRoundTrips) {
     }
 }
 
-// Guards: tail matches of a shorter text; Samba paths keeping "\\" or "//".
-TEST(StringMisc, TailMatchOrNoneAndSambaPaths) {
+// Guards: tail matches of a shorter text; Samba paths keeping "\\" or "//"; the eighth
+// day bit named, day names read case-sensitively, day sets not read back.
+TEST(StringMisc, TailMatchOrNoneSambaPathsAndDaysOfTheWeek) {
     EXPECT_EQ(ksdb_tail_match("share.conf", ".conf"), 1);
     EXPECT_EQ(ksdb_tail_match("conf", ".conf"), 0);
     EXPECT_EQ(ksdb_tail_match("", ""), 1);
@@ -138,11 +139,6 @@ TEST(StringMisc, TailMatchOrNoneAndSambaPaths) {
     EXPECT_STREQ(ksdb_normalize_smb_path(h, "\\\\vol1\\share\\"), "/vol1/share");
     EXPECT_STREQ(ksdb_normalize_smb_path(h, "//vol1///a b//"), "/vol1/a b");
     EXPECT_STREQ(ksdb_normalize_smb_path(h, "///"), "/");
-}
-
-// Guards: the eighth bit named, names read case-sensitively, sets not read back.
-TEST(StringDow, NamesOfTheLowSevenBitsAndBack) {
-    Handle h;
     EXPECT_EQ(ksdb_i_to_dow(h.pool(), 0x80), nullptr);
     EXPECT_STREQ(ksdb_i_to_dow(h.pool(), 0x41), "sun,sat");
     EXPECT_STREQ(ksdb_i_to_dow(h.pool(), -1), "sun,mon,tue,wed,thu,fri,sat");
