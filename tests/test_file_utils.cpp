@@ -395,10 +395,15 @@ TEST_F(FileUtilsTest, ShareEnumeratorFindsEveryShareOfEveryVolume) {
 
     const Found all{{"data", "My Public"}, {"data", "docs"}, {"q'v;touch MARK", "$(touch MARK)"},
                     {"vol1", "My Docs"},   {"vol1", "hidden"}, {"vol1", "s2"}};
-    Found found;
-    ASSERT_EQ(ksdb_foreach_share_subvolume(h(), db(), collect, &found, 1), 0);
-    std::sort(found.begin(), found.end());
-    EXPECT_EQ(found, all);
+    // The shares found, sorted, when each call of collect() returns `rc`.
+    auto shares = [&](int stop, int rc, int expected) {
+        Found found;
+        g_collect_rc = rc;
+        EXPECT_EQ(ksdb_foreach_share_subvolume(h(), db(), collect, &found, stop), expected) << stop << rc;
+        std::sort(found.begin(), found.end());
+        return found;
+    };
+    EXPECT_EQ(shares(1, 0, 0), all);
     auto calls = fake_calls();
     std::sort(calls.begin(), calls.end());
     EXPECT_EQ(calls, (std::vector<FakeCall>{
@@ -407,20 +412,12 @@ TEST_F(FileUtilsTest, ShareEnumeratorFindsEveryShareOfEveryVolume) {
                          {"btrfs", "subvolume", "list", at("/vol1/._share/..")}}));
     EXPECT_FALSE(exists(tmp_ / "MARK"));
 
-    g_collect_rc = 7;
-    for (int stop : {1, 0}) {
-        found.clear();
-        EXPECT_EQ(ksdb_foreach_share_subvolume(h(), db(), collect, &found, stop), stop ? 7 : 0);
-        EXPECT_EQ(found.size(), stop ? 1u : 6u);
-    }
-    g_collect_rc = 0;
+    EXPECT_EQ(shares(1, 7, 7).size(), 1u);
+    EXPECT_EQ(shares(0, 7, 0), all);
 
     // Where the tool cannot list subvolumes (a plain tree), the folders are taken.
     ScopedEnv fail("KSDB_FAKE_FAIL", "btrfs");
-    found.clear();
-    ASSERT_EQ(ksdb_foreach_share_subvolume(h(), db(), collect, &found, 1), 0);
-    std::sort(found.begin(), found.end());
-    EXPECT_EQ(found, all);
+    EXPECT_EQ(shares(1, 0, 0), all);
 }
 
 // Guards: the one-line reader taking an indented line; the writer dropping owner and mode.
