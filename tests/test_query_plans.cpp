@@ -287,21 +287,17 @@ TEST_F(QueryPlanTest, EveryCaseFoldersExportAndImportOnTheLawsStates) {
 // Guards: a per-row statement of any category that grows with the square of the rows.
 TEST_F(QueryPlanTest, EveryCategoryOfTheDemoApplianceBothWays) {
     stage(nullptr, false);
-    std::string findings;
-    for (int c = 0; c < KSDB_CATEGORY_COUNT; ++c) {
-        for (bool exporting : {false, true}) {
-            const std::string f = checked([&] {
-                return exporting ? ksdb_export(h(), db(), c) : ksdb_import(h(), db(), c);
-            });
-            if (!f.empty())
-                findings += std::string(exporting ? "\nexport " : "\nimport ") + ksdb_cat2str(c) + f;
-        }
-    }
+    for (int c = 0; c < KSDB_CATEGORY_COUNT; ++c)
+        for (bool exporting : {false, true})
+            EXPECT_EQ(checked([&] {
+                          return exporting ? ksdb_export(h(), db(), c) : ksdb_import(h(), db(), c);
+                      }),
+                      "")
+                << (exporting ? "export " : "import ") << ksdb_cat2str(c);
     // The exports callers run outside the categories.
-    findings += checked([&] { return ksdb_account_export(h(), db()); });
-    findings +=
-        checked([&] { return ksdb_export_per_share(h(), db(), KSDB_CAT_SHARE_FS_ATTRIBUTE, "docs"); });
-    EXPECT_EQ(findings, "");
+    EXPECT_EQ(checked([&] { return ksdb_account_export(h(), db()); }), "");
+    EXPECT_EQ(checked([&] { return ksdb_export_per_share(h(), db(), KSDB_CAT_SHARE_FS_ATTRIBUTE, "docs"); }),
+              "");
     EXPECT_GT(calls_, 500u) << "the calls ran hardly any statement";
 }
 
