@@ -41,7 +41,8 @@ using namespace ksdb_test;
 namespace {
 
 // Runs `call` with the n-th allocation failing, for n = 0, 1, ... until a
-// run needs fewer allocations than that: no run may throw.
+// run needs fewer allocations than that: no run may throw, and the call
+// must have allocated at all (else nothing was tried).
 void fail_each_allocation(const char *name, const std::function<void()> &call) {
     for (long n = 0; n < 100000; ++n) {
         g_failed = false;
@@ -55,7 +56,10 @@ void fail_each_allocation(const char *name, const std::function<void()> &call) {
         g_countdown = -1;
         ASSERT_FALSE(threw) << name << ": an exception crossed the C interface when allocation "
                             << n << " failed";
-        if (!g_failed) return;
+        if (!g_failed) {
+            EXPECT_GT(n, 0) << name << " allocated nothing: its input is too small to test it";
+            return;
+        }
     }
 }
 
@@ -68,14 +72,17 @@ TEST(AllocationFailure, NoExceptionCrossesTheCInterface) {
     write_file(ini, "[s]\nk = v\n");
     Handle h({nullptr, 0, nullptr, root.c_str()});
     Db db;
-    db.exec("CREATE TABLE t(v TEXT); INSERT INTO t VALUES('value');");
-    const char *const pieces[] = {"a = {SQL{SELECT v FROM t}}\n", nullptr};
+    db.exec("CREATE TABLE t(v TEXT); INSERT INTO t VALUES('a value longer than sixteen bytes');");
+    const char *const pieces[] = {"a = {SQL{SELECT v FROM t}} and a longer tail\n", nullptr};
     const ksdb_file_spec spec{"/etc/exports", -1, -1, 0644};
 
-    fail_each_allocation("ksdb_shell_quote", [&] { ksdb_shell_quote(h, "it's"); });
-    fail_each_allocation("escape_for_shell", [&] { escape_for_shell(h, "a b"); });
-    fail_each_allocation("ksdb_escape_xml", [&] { ksdb_escape_xml(h.pool(), "<a>"); });
-    fail_each_allocation("ksdb_normalize_smb_path", [&] { ksdb_normalize_smb_path(h, "a//b/"); });
+    // Texts longer than a string keeps without allocating.
+    const char *text = "it's a text of <more> than \"sixteen\" bytes";
+    fail_each_allocation("ksdb_shell_quote", [&] { ksdb_shell_quote(h, text); });
+    fail_each_allocation("escape_for_shell", [&] { escape_for_shell(h, text); });
+    fail_each_allocation("ksdb_escape_xml", [&] { ksdb_escape_xml(h.pool(), text); });
+    fail_each_allocation("ksdb_normalize_smb_path",
+                         [&] { ksdb_normalize_smb_path(h, "a//longer/path//than/sixteen/bytes/"); });
     fail_each_allocation("ksdb_get_hostname", [&] { ksdb_get_hostname(h); });
     fail_each_allocation("ksdb_file_load", [&] { ksdb_file_load(h, "/etc/hostname", 0, nullptr); });
     auto ignore = [](void *, const char *, const char *, const char *) { return 1; };
@@ -85,9 +92,10 @@ TEST(AllocationFailure, NoExceptionCrossesTheCInterface) {
     int round = 0;
     fail_each_allocation("ksdb_file_update", [&] {
         char *tmp = nullptr;
-        g_countdown += 1000;  // making the temporary file is not the point
+        const long armed = g_countdown;  // making the temporary file is not the point
+        g_countdown = -1;
         FILE *f = ksdb_file_open_tempfile(h, &spec, &tmp);
-        g_countdown -= 1000;
+        g_countdown = armed;
         if (!f) return;
         std::fprintf(f, "round %d\n", ++round);
         std::fclose(f);
