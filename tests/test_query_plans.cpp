@@ -347,7 +347,14 @@ TEST_F(QueryPlanTest, ADroppedIndexIsFound) {
         const std::string found = checked([&] {
             return on ? ksdb_import(h(), db(), on->category) : ksdb_account_export(h(), db());
         });
-        EXPECT_TRUE(contains(found, f[1])) << found;
+        // The reason of a plan line names the table: "reads every row of $user".
+        bool named = false;
+        const std::string of = "of " + f[1];
+        for (size_t p = found.find(of); p != std::string::npos; p = found.find(of, p + 1)) {
+            const size_t end = p + of.size();
+            named = named || end == found.size() || found[end] == ' ' || found[end] == '\n';
+        }
+        EXPECT_TRUE(named) << found;
         ++dropped;
     }
     EXPECT_EQ(dropped, 5);
