@@ -1,4 +1,5 @@
 // The scan of existing snapshots (creation times through the recording fake) and the look-ups.
+#include "tests/support/case_runner.h"
 #include "tests/support/test_support.h"
 
 #include <algorithm>
@@ -8,6 +9,8 @@
 using namespace ksdb_test;
 
 namespace {
+
+const std::string kTrees = KSDB_TEST_DATA_DIR "/snapshot-scan";
 
 class SnapshotScanTest : public RootTest {
   protected:
@@ -20,33 +23,15 @@ class SnapshotScanTest : public RootTest {
         sql().exec("INSERT INTO share (id,zfs_name,volume_id,name,path,user_id,group_id) VALUES"
                    "(1,'data/docs','data','docs','/data/docs',0,0),"
                    "(2,'data/archive','data','archive','/data/archive',0,0)");
-        for (const char *d : {"/data/._share/docs", "/data/._share/archive", "/data/archive"}) mkdirs(at(d));
-        manager_snapshot("docs", "1", "2024-01-02 03:04:05", "m_daily");
-        manager_snapshot("docs", "2", "2024-01-03 03:04:05", ".in-progress");
-        settings_snapshot("docs", "s_weekly", "2024-02-01 00:00:01");
-        settings_snapshot("archive", "r_from-nas2", nullptr);
+        // Two snapshots of the snapshot manager (described by their info.xml) and
+        // snapshot subvolumes beside the shares' settings, one with the creation
+        // time the file-system tool shows, one with the tool's default; a share
+        // folder with settings and a snapshot that the database does not know.
+        copy_tree(kTrees + "/base", root());
     }
     void TearDown() override {
         tz_.reset();
         tzset();
-    }
-
-    // A snapshot of the snapshot manager, described by its info.xml.
-    void manager_snapshot(const std::string &share, const std::string &n, const std::string &date,
-                          const std::string &name) {
-        const std::string dir = at("/data/" + share + "/.snapshots/" + n);
-        mkdirs(dir + "/snapshot");
-        write_file(dir + "/info.xml", "<?xml version=\"1.0\"?>\n<snapshot>\n  <type>single</type>\n"
-                                      "  <num>" + n + "</num>\n  <date>" + date + "</date>\n"
-                                      "  <userdata>\n    <key>name</key>\n    <value>" + name +
-                                      "</value>\n  </userdata>\n</snapshot>\n");
-    }
-    // A snapshot subvolume beside the share's settings; `created` is what
-    // the file-system tool shows (its default when null).
-    void settings_snapshot(const std::string &share, const std::string &name, const char *created) {
-        const std::string dir = at("/data/._share/" + share + "/.snapshot/" + name);
-        mkdirs(dir);
-        if (created) write_file(dir + "/.fake-creation", created);
     }
 
     std::vector<std::string> snapshots() {
@@ -61,9 +46,6 @@ class SnapshotScanTest : public RootTest {
 // Guards: a snapshot kind, type or creation time read wrongly; paths outside the root;
 // the latest snapshot's name, and the failures.
 TEST_F(SnapshotScanTest, RecordsBothKindsOfSnapshotWithTypeAndTimeAndFindsTheLatest) {
-    // A share folder with settings and a snapshot that the database does not know.
-    mkdirs(at("/data/orphan"));
-    settings_snapshot("orphan", "m_x", nullptr);
     ASSERT_EQ(ksdb_snapshots_import_zfs(h(), db(), nullptr, nullptr), 0) << log();
     EXPECT_EQ(snapshots(), (std::vector<std::string>{
                                "data/docs|m_daily|2|1704164645",
@@ -101,7 +83,7 @@ TEST_F(SnapshotScanTest, TheShareFilterReplacesThatShareOnlyAndATimelessSnapshot
 
     // A snapshot without its time ends the scan with success, inside a
     // transaction of the caller's, which the scan leaves open.
-    manager_snapshot("archive", "7", "", "c_broken");
+    copy_tree(kTrees + "/timeless", root());
     sql().exec("BEGIN");
     EXPECT_EQ(ksdb_snapshots_import_zfs(h(), db(), nullptr, "archive"), 0) << log();
     EXPECT_EQ(sqlite3_get_autocommit(db()), 0);
