@@ -76,11 +76,8 @@ TEST_F(AccountTest, ImportAsksPasswdForEachLockAndWritesTheDefaultsBackWithAVolu
     for (const char *n : {"root", "admin", "alice", "bob", "guest", "guest"})  // "nobody" is stored as guest
         want.push_back({"passwd", "-S", n, "-R", root()});
     EXPECT_EQ(fake_calls("passwd"), want);
-    const std::string rest = "home_folder_capacity_limit!!0\ngroup_membership!!";
-    const std::string tail =
-        "private_time_machine!!0\nprivate_time_machine_space!!500\nsnapshot_protection!!0\n";
-    EXPECT_EQ(get("/etc/quillfold/account.conf"), "home_volume!!vol1\ndiskquota_warn!!80\ngroup!!users\n" +
-                                                      rest + "users\n" + tail + "next_uid!!100\n");
+    const std::string conf = KSDB_TEST_DATA_DIR "/account-defaults-written-back/";
+    EXPECT_EQ(get("/etc/quillfold/account.conf"), read_file(conf + "first-volume"));
     struct stat st {};
     ASSERT_EQ(stat(at("/etc/quillfold/account.conf").c_str(), &st), 0);
     EXPECT_EQ(st.st_mode & 07777, 0600u);
@@ -95,8 +92,7 @@ TEST_F(AccountTest, ImportAsksPasswdForEachLockAndWritesTheDefaultsBackWithAVolu
     EXPECT_TRUE(contains(
         log(),
         "Default volume (gone) is not exist,  But found 1 volume(s). Use vol2 (id=vol2) as home volume."));
-    EXPECT_EQ(get("/etc/quillfold/account.conf"), "home_volume!!vol2\ndiskquota_warn!!80\ngroup!!staff\n" +
-                                                      rest + "0\n" + tail + "next_uid!!1200\n");
+    EXPECT_EQ(get("/etc/quillfold/account.conf"), read_file(conf + "vanished-volume"));
     put("/etc/quillfold/account.conf", "home_volume!!gone\n");
     sql().exec("DELETE FROM _volume");
     ASSERT_EQ(ksdb_import(h(), db(), KSDB_CAT_ACCOUNT), 0) << log();
@@ -112,7 +108,8 @@ TEST_F(AccountTest, ImportAsksPasswdForEachLockAndWritesTheDefaultsBackWithAVolu
     EXPECT_FALSE(exists(at("/pwned")));
 }
 
-// Guards: home folders for reserved or unknown ids; a failing helper; the look-ups.
+// Guards: home folders for reserved or unknown ids; a failing helper; the look-ups;
+// a home folder on the home volume matched to a local user.
 TEST_F(AccountTest, HomeFoldersAndLookUps) {
     put_accounts();
     ASSERT_EQ(ksdb_import(h(), db(), KSDB_CAT_ACCOUNT), 0) << log();
@@ -145,15 +142,11 @@ TEST_F(AccountTest, HomeFoldersAndLookUps) {
     EXPECT_EQ(ksdb_account_get_homedir("root", home, sizeof home), 0);
     EXPECT_STREQ(home, "/root");
     EXPECT_EQ(ksdb_account_get_homedir("root", nullptr, 10), KSDB_E_INVAL);
-}
 
-// Guards: a home folder on the home volume matched to a local user.
-TEST_F(AccountTest, HomeFoldersOnTheHomeVolumeAreMatchedToDomainUsers) {
-    sql().exec(
-        "INSERT INTO _volume (id,lv_name,blk_size) VALUES('vol1','vol1',1024);"
-        "INSERT INTO account_default (home_volume_id) VALUES('vol1');"
-        "INSERT INTO `$user` (id,uname,is_privileged,rid) "
-        "VALUES(200001,'jdoe',0,1105),(1000,'alice',0,NULL)");
+    // A home folder on the home volume is matched to a domain user, never a local one.
+    sql().exec("INSERT INTO _volume (id,lv_name,blk_size) VALUES('vol1','vol1',1024);"
+               "DELETE FROM account_default; INSERT INTO account_default (home_volume_id) VALUES('vol1');"
+               "INSERT INTO `$user` (id,uname,is_privileged,rid) VALUES(200001,'jdoe',0,1105)");
     for (const char *d : {"/home/vol1/jdoe", "/home/vol1/alice"}) mkdirs(at(d));
     ASSERT_EQ(ksdb_import_users_with_existing_homes(h(), db()), 0) << log();
     EXPECT_TRUE(contains(log(), "The user of the home folder '/home/vol1/jdoe' is found"));
