@@ -34,8 +34,9 @@ TEST_F(ShareCommonTest, StrictListsKeepQuotedSeparatorsAndTakeNamesUpTo127) {
     EXPECT_EQ(shares::split_list("a\",\"b , \"c\"", ','), (Rows{"a", "b", "c"}));
 }
 
-// Guards: entries stored for unknown accounts or twice; host ids not reused.
-TEST_F(ShareCommonTest, AccountAndHostEntriesInEveryProtocolsForm) {
+// Guards: entries stored for unknown accounts or twice; host ids not reused; a failed
+// account entry logged without its statement; USB path lines misread.
+TEST_F(ShareCommonTest, AccountAndHostEntriesInEveryProtocolsFormAndUsbPathLines) {
     // Without domain marks the whole name counts (a backslash included);
     // an unknown account is skipped; without the update an entry is kept.
     auto put = [&](const char *entry, int read, int write, bool update) {
@@ -63,24 +64,22 @@ TEST_F(ShareCommonTest, AccountAndHostEntriesInEveryProtocolsForm) {
     EXPECT_EQ(shares::put_host_acl_root(h(), db(), 7, id, "nfs", 0, 0, "ins\n", "upd\n"),
               KSDB_E_DB);
     EXPECT_TRUE(contains(log(), "(error) ins\n"));
-}
 
-// Guards: a failed account entry logged without its statement; USB path lines misread.
-TEST_F(ShareCommonTest, LoggedAccountEntriesAndUsbPathLines) {
+    // A failed account entry is logged with its statement.
     const shares::AccountRef alice = shares::parse_account("alice", false);
-    auto put = [&](int read, int write, bool update) {
-        return shares::put_account_acl_logged(h(), db(), 7, "afp", alice, read, write, update, "ins\n",
-                                              "upd\n");
+    auto logged = [&](int read, int write, bool update) {
+        return shares::put_account_acl_logged(h(), db(), 7, "afp", alice, read, write, update,
+                                              "ins user\n", "upd user\n");
     };
-    EXPECT_EQ(put(1, 1, true), 0);
+    EXPECT_EQ(logged(1, 1, true), 0);
     sql().exec("CREATE TRIGGER no_update BEFORE UPDATE ON user_acl BEGIN SELECT RAISE(ABORT,'x'); END");
-    EXPECT_EQ(put(1, 0, false), 0);  // no update asked for
-    EXPECT_EQ(put(1, 0, true), KSDB_E_DB);
-    EXPECT_TRUE(contains(log(), "(error) upd\n"));
-    EXPECT_EQ(sql().rows("SELECT read,write FROM user_acl"), Rows{"1|1"});
+    EXPECT_EQ(logged(1, 0, false), 0);  // no update asked for
+    EXPECT_EQ(logged(1, 0, true), KSDB_E_DB);
+    EXPECT_TRUE(contains(log(), "(error) upd user\n"));
+    EXPECT_EQ(sql().rows("SELECT read,write FROM user_acl WHERE user_id=1000"), Rows{"1|1"});
     sql().exec("DROP TABLE user_acl");
-    EXPECT_EQ(put(1, 1, true), KSDB_E_DB);
-    EXPECT_TRUE(contains(log(), "(error) ins\n"));
+    EXPECT_EQ(logged(1, 1, true), KSDB_E_DB);
+    EXPECT_TRUE(contains(log(), "(error) ins user\n"));
 
     EXPECT_EQ(shares::usb_media_share("  path = /media/My Docs\r\n"), "My Docs");
     for (const char *line : {"  path = /vol1/data", "  path = /media/a/b", "  path = /media/..",

@@ -23,10 +23,9 @@ class SnapshotScanTest : public RootTest {
         sql().exec("INSERT INTO share (id,zfs_name,volume_id,name,path,user_id,group_id) VALUES"
                    "(1,'data/docs','data','docs','/data/docs',0,0),"
                    "(2,'data/archive','data','archive','/data/archive',0,0)");
-        // Two snapshots of the snapshot manager (described by their info.xml) and
-        // snapshot subvolumes beside the shares' settings, one with the creation
-        // time the file-system tool shows, one with the tool's default; a share
-        // folder with settings and a snapshot that the database does not know.
+        // Two snapshots of the snapshot manager (their info.xml), two beside the shares'
+        // settings (one with the file-system tool's default creation time), and a
+        // share folder with settings and a snapshot that the database does not know.
         copy_tree(kTrees + "/base", root());
     }
     void TearDown() override {
@@ -44,7 +43,8 @@ class SnapshotScanTest : public RootTest {
 }  // namespace
 
 // Guards: a snapshot kind, type or creation time read wrongly; paths outside the root;
-// the latest snapshot's name, and the failures.
+// the latest snapshot's name, and the failures; the used bytes not from the
+// platform's snapshot path.
 TEST_F(SnapshotScanTest, RecordsBothKindsOfSnapshotWithTypeAndTimeAndFindsTheLatest) {
     ASSERT_EQ(ksdb_snapshots_import_zfs(h(), db(), nullptr, nullptr), 0) << log();
     EXPECT_EQ(snapshots(), (std::vector<std::string>{
@@ -65,6 +65,15 @@ TEST_F(SnapshotScanTest, RecordsBothKindsOfSnapshotWithTypeAndTimeAndFindsTheLat
     EXPECT_EQ(name, nullptr);
     EXPECT_TRUE(contains(log(), "ksdb_getLatestSnapshotName: No dataset found in $snapshot."));
     EXPECT_EQ(ksdb_getLatestSnapshotName(h(), db(), nullptr, &name), 4);
+
+    // The used bytes of a snapshot (its .fake-qgroup) are those of its path on the platform.
+    uint64_t used = 0;
+    ASSERT_EQ(ksdb_getSnapshotUsedInBytes(h(), db(), "/data/docs", "1", &used), 0) << log();
+    EXPECT_EQ(used, 123456u);
+    EXPECT_TRUE(contains(log(), "share_path = /data/docs, snapshot_name = 1, snapshot_path = " +
+                                    at("/data/docs/.snapshots/1/snapshot")));
+    EXPECT_EQ(ksdb_getSnapshotUsedInBytes(h(), db(), "/data/docs", "missing", &used), 11);
+    EXPECT_EQ(ksdb_getSnapshotUsedInBytes(h(), db(), "/data/docs", nullptr, &used), 4);
 }
 
 // Guards: a filter replacing other shares' snapshots; a snapshot without time recorded;
@@ -90,17 +99,4 @@ TEST_F(SnapshotScanTest, TheShareFilterReplacesThatShareOnlyAndATimelessSnapshot
     sql().exec("COMMIT");
     EXPECT_TRUE(contains(log(), "share_name[archive], snapshot_name[c_broken], time[0]"));
     EXPECT_EQ(sql().scalar("SELECT COUNT(*) FROM `$snapshot` WHERE name='c_broken'"), "0");
-}
-
-// Guards: the used bytes not from the platform's snapshot path.
-TEST_F(SnapshotScanTest, UsedBytesOfASnapshotThroughThePlatformPath) {
-    write_file(at("/data/docs/.snapshots/1/snapshot/.fake-qgroup"), "123456 4096 none");
-    uint64_t used = 0;
-    ASSERT_EQ(ksdb_getSnapshotUsedInBytes(h(), db(), "/data/docs", "1", &used), 0) << log();
-    EXPECT_EQ(used, 123456u);
-    EXPECT_NE(log().find("share_path = /data/docs, snapshot_name = 1, snapshot_path = " +
-                         at("/data/docs/.snapshots/1/snapshot")),
-              std::string::npos);
-    EXPECT_EQ(ksdb_getSnapshotUsedInBytes(h(), db(), "/data/docs", "missing", &used), 11);
-    EXPECT_EQ(ksdb_getSnapshotUsedInBytes(h(), db(), "/data/docs", nullptr, &used), 4);
 }

@@ -39,8 +39,9 @@ class SshKeyTest : public RootTest {
 };
 
 // Guards: the command option read wrongly; a key written back wrongly (the case
-// folder ssh-key/replisync-key-lines holds the other lines of a key file).
-TEST_F(SshKeyTest, ParserReadsTheCommandOptionAndWritesTheKeyBack) {
+// folder ssh-key/replisync-key-lines holds the other lines of a key file); a
+// converted copy left behind; a bad foreign key accepted.
+TEST_F(SshKeyTest, ParserReadsTheCommandOptionWritesTheKeyBackAndConvertsForeignFormats) {
     auto keys = parse("command=\"/usr/bin/rsync --server\" ssh-ed25519 " + kEd + " alice@laptop\n"
                       "ssh-ed25519 " + kAdmin + "\n");
     ASSERT_EQ(keys.size(), 2u);
@@ -48,13 +49,11 @@ TEST_F(SshKeyTest, ParserReadsTheCommandOptionAndWritesTheKeyBack) {
     EXPECT_EQ(str(ksdb_ssh_public_key_to_string(h(), &keys[0])),
               "command=\"/usr/bin/rsync --server\" ssh-ed25519 " + kEd + " alice@laptop");
     EXPECT_EQ(str(ksdb_ssh_public_key_to_string(h(), &keys[1])), "ssh-ed25519 " + kAdmin);
-}
 
-// Guards: a converted copy left behind; a bad foreign key accepted.
-TEST_F(SshKeyTest, ForeignFormatsAreConvertedAndBadOnesRefused) {
-    auto keys = parse("---- BEGIN SSH2 PUBLIC KEY ----\n"
-                      "Comment: \"256-bit ED25519, converted from OpenSSH\"\n" +
-                      kAdmin + "\n---- END SSH2 PUBLIC KEY ----\n");
+    // Foreign formats are converted, bad ones refused.
+    keys = parse("---- BEGIN SSH2 PUBLIC KEY ----\n"
+                 "Comment: \"256-bit ED25519, converted from OpenSSH\"\n" +
+                 kAdmin + "\n---- END SSH2 PUBLIC KEY ----\n");
     ASSERT_EQ(keys.size(), 1u);
     EXPECT_EQ(str(keys[0].type) + " " + str(keys[0].key) + " " + str(keys[0].fingerprint),
               "ssh-ed25519 " + kAdmin + " " + kAdminPrint);
