@@ -65,8 +65,9 @@ TEST_F(AccountTest, SecretFilesAreNeverReadableByOthersAndDeleteMarkedRowsGo) {
 // Guards: the lock asked of the machine's accounts (no "-R"), of another name, split
 // by a shell; the defaults file not written back with the first real volume, a
 // vanished home volume kept, the file changed without a volume to take; its owner
-// and mode.
-TEST_F(AccountTest, ImportAsksPasswdForEachLockAndWritesTheDefaultsBackWithAVolumeThatExists) {
+// and mode; home folders for reserved or unknown ids; a failing helper; the
+// look-ups; a home folder on the home volume matched to a local user.
+TEST_F(AccountTest, ImportAsksPasswdForEachLockWritesTheDefaultsBackAndMakesHomeFolders) {
     put_accounts();
     sql().exec("INSERT INTO _volume (id,lv_name,blk_size) VALUES('media','media',0),('vol1','vol1',1024)");
     ScopedEnv locked("KSDB_FAKE_PASSWD_STATUS", "L");
@@ -98,21 +99,7 @@ TEST_F(AccountTest, ImportAsksPasswdForEachLockAndWritesTheDefaultsBackWithAVolu
     ASSERT_EQ(ksdb_import(h(), db(), KSDB_CAT_ACCOUNT), 0) << log();
     EXPECT_EQ(get("/etc/quillfold/account.conf"), "home_volume!!gone\n");
 
-    // A name the shell would split or run is handed to passwd as one word.
-    clear_fake_calls();
-    const std::string name = "x'$(touch " + root() + "/pwned);y z";
-    put("/etc/passwd", name + ":x:1000:100::/home/x:/bin/sh\n");
-    put("/etc/shadow", name + ":!:1:0:99999:7:::\n");
-    ASSERT_EQ(ksdb_import(h(), db(), KSDB_CAT_ACCOUNT), 0) << log();
-    EXPECT_EQ(fake_calls("passwd"), (std::vector<FakeCall>{{"passwd", "-S", name, "-R", root()}}));
-    EXPECT_FALSE(exists(at("/pwned")));
-}
-
-// Guards: home folders for reserved or unknown ids; a failing helper; the look-ups;
-// a home folder on the home volume matched to a local user.
-TEST_F(AccountTest, HomeFoldersAndLookUps) {
-    put_accounts();
-    ASSERT_EQ(ksdb_import(h(), db(), KSDB_CAT_ACCOUNT), 0) << log();
+    // Home folders and the look-ups.
     clear_fake_calls();
     EXPECT_EQ(ksdb_create_user_home(h(), db(), 1000), 0) << log();
     EXPECT_EQ(ksdb_create_user_home(h(), db(), 98), 0) << log();
@@ -129,11 +116,11 @@ TEST_F(AccountTest, HomeFoldersAndLookUps) {
     }
     EXPECT_EQ(ksdb_find_user_id(h(), db(), 1000), 1);
     EXPECT_EQ(ksdb_find_user_id(h(), db(), 1234), 0);
-    char *name = nullptr;
-    EXPECT_EQ(ksdb_get_user_name(h(), db(), 65534, &name), 0);
-    EXPECT_STREQ(name, "guest");
-    EXPECT_EQ(ksdb_get_user_name(h(), db(), 1234, &name), KSDB_E_INVAL);
-    EXPECT_EQ(name, nullptr);
+    char *uname = nullptr;
+    EXPECT_EQ(ksdb_get_user_name(h(), db(), 65534, &uname), 0);
+    EXPECT_STREQ(uname, "guest");
+    EXPECT_EQ(ksdb_get_user_name(h(), db(), 1234, &uname), KSDB_E_INVAL);
+    EXPECT_EQ(uname, nullptr);
     mkdirs(at("/home/alice"));
     EXPECT_EQ(ksdb_user_home_exist(h(), db(), 1000), 1);
     EXPECT_EQ(ksdb_user_home_exist(h(), db(), 1001), 0);
@@ -151,6 +138,15 @@ TEST_F(AccountTest, HomeFoldersAndLookUps) {
     ASSERT_EQ(ksdb_import_users_with_existing_homes(h(), db()), 0) << log();
     EXPECT_TRUE(contains(log(), "The user of the home folder '/home/vol1/jdoe' is found"));
     EXPECT_TRUE(contains(log(), "Cannot find user of the home folder '/home/vol1/alice'"));
+
+    // A name the shell would split or run is handed to passwd as one word.
+    clear_fake_calls();
+    const std::string name = "x'$(touch " + root() + "/pwned);y z";
+    put("/etc/passwd", name + ":x:1000:100::/home/x:/bin/sh\n");
+    put("/etc/shadow", name + ":!:1:0:99999:7:::\n");
+    ASSERT_EQ(ksdb_import(h(), db(), KSDB_CAT_ACCOUNT), 0) << log();
+    EXPECT_EQ(fake_calls("passwd"), (std::vector<FakeCall>{{"passwd", "-S", name, "-R", root()}}));
+    EXPECT_FALSE(exists(at("/pwned")));
 }
 
 }  // namespace

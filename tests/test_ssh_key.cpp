@@ -66,18 +66,10 @@ TEST_F(SshKeyTest, ParserReadsTheCommandOptionWritesTheKeyBackAndConvertsForeign
     EXPECT_TRUE(contains(log(), "Cannot open file /upload/missing"));
 }
 
-// Guards: a broken key store kept (the case folders ssh-key/broken-store-* hold
-// what each kind of breakage logs, and that no key is imported; all of them
-// end in the one rewrite checked here).
-TEST_F(SshKeyTest, ABrokenStoreIsReplacedByAnEmptyOne) {
-    put("/etc/quillfold/ssh_authorized_keys.conf", "{\"version\":1,\"ssh_authorized_keys\":{}}");
-    ASSERT_EQ(ksdb_import(h(), db(), KSDB_CAT_AUTHORIZED_SSH_PUBLIC_KEY), 0) << log();
-    EXPECT_EQ(get("/etc/quillfold/ssh_authorized_keys.conf"),
-              "{\n  \"version\":1,\n  \"ssh_authorized_keys\":[\n  ]\n}\n");
-}
-
-// Guards: keys written through a planted link.
-TEST_F(SshKeyTest, ALinkInPlaceOfTheSshFolderIsNeverFollowed) {
+// Guards: keys written through a planted link; a broken key store kept (the case
+// folders ssh-key/broken-store-* hold what each kind of breakage logs, and that no
+// key is imported; all of them end in the one rewrite checked here).
+TEST_F(SshKeyTest, ALinkInPlaceOfTheSshFolderIsNeverFollowedAndABrokenStoreIsReplaced) {
     mkdirs(at("/home/alice"));
     mkdirs(at("/home/admin"));
     mkdirs(at("/etc/victim"));
@@ -93,14 +85,17 @@ TEST_F(SshKeyTest, ALinkInPlaceOfTheSshFolderIsNeverFollowed) {
     EXPECT_TRUE(contains(log(), "Cannot chown directory to /home/alice/.ssh"));
     // The other users still get their keys.
     EXPECT_EQ(get("/home/admin/.ssh/ssh_authorized_keys"), "ssh-ed25519 " + kAdmin + " \n");
+
+    put("/etc/quillfold/ssh_authorized_keys.conf", "{\"version\":1,\"ssh_authorized_keys\":{}}");
+    ASSERT_EQ(ksdb_import(h(), db(), KSDB_CAT_AUTHORIZED_SSH_PUBLIC_KEY), 0) << log();
+    EXPECT_EQ(get("/etc/quillfold/ssh_authorized_keys.conf"),
+              "{\n  \"version\":1,\n  \"ssh_authorized_keys\":[\n  ]\n}\n");
 }
 
 // Guards: the key look-ups and the purpose check.
 TEST_F(SshKeyTest, LookUps) {
-    sql().exec("INSERT INTO ssh_public_key (id,user_id,serve_for,type,key,comment,fingerprint,"
-               "Title) VALUES(1,98,'all','ssh-ed25519','" + kAdmin + "','admin@desk','x','desk'),"
-               "(2,0,'all','ssh-ed25519','" + kAdmin + "','admin@desk','x','desk (root)'),"
-               "(3,1000,'rsync','ssh-ed25519','" + kEd + "',NULL,'x','laptop')");
+    // Admin's key, tied to root's copy, and alice's key for rsync (kAdmin, kEd).
+    sql().exec(read_file(KSDB_TEST_DATA_DIR "/ssh-key-look-ups.sql"));
     EXPECT_EQ(ksdb_find_ssh_public_key_key(h(), db(), "ssh_public_key", kEd.c_str()), 1);
     EXPECT_EQ(ksdb_find_ssh_public_key_key(h(), db(), "replisync_key", kEd.c_str()), 0);
     EXPECT_EQ(ksdb_find_ssh_public_key_key(h(), db(), "x`; DROP TABLE t; --", "k"), -1);
