@@ -21,8 +21,10 @@ class ShareCommonTest : public RootTest {
 
 }  // namespace
 
-// Guards: quoted separators split; a name of 127 characters refused.
-TEST_F(ShareCommonTest, StrictListsKeepQuotedSeparatorsAndTakeNamesUpTo127) {
+// Guards: quoted separators split; a name of 127 characters refused; entries stored
+// for unknown accounts or twice; host ids not reused; a failed account entry logged
+// without its statement; USB path lines misread.
+TEST_F(ShareCommonTest, ListsAccountAndHostEntriesInEveryProtocolsFormAndUsbPathLines) {
     std::vector<std::string> out;
     ASSERT_EQ(shares::split_list_strict(h(), "\"a, b\" ,c,, \"@d\"", ',', &out), 0);
     EXPECT_EQ(out, (Rows{"a, b", "c", "@d"}));
@@ -32,11 +34,7 @@ TEST_F(ShareCommonTest, StrictListsKeepQuotedSeparatorsAndTakeNamesUpTo127) {
     EXPECT_EQ(shares::split_list_strict(h(), std::string(127, 'x'), ',', &out), 0);
     // The loose reader drops a quote at either end of each entry on its own.
     EXPECT_EQ(shares::split_list("a\",\"b , \"c\"", ','), (Rows{"a", "b", "c"}));
-}
 
-// Guards: entries stored for unknown accounts or twice; host ids not reused; a failed
-// account entry logged without its statement; USB path lines misread.
-TEST_F(ShareCommonTest, AccountAndHostEntriesInEveryProtocolsFormAndUsbPathLines) {
     // Without domain marks the whole name counts (a backslash included);
     // an unknown account is skipped; without the update an entry is kept.
     auto put = [&](const char *entry, int read, int write, bool update) {

@@ -55,8 +55,7 @@ TEST_F(SnapshotScanTest, RecordsBothKindsOfSnapshotWithTypeAndTimeAndFindsTheLat
     EXPECT_TRUE(contains(log(), "Specified ShareName(orphan) is not exist."));
     // Creation times come from the file-system tool, given paths below the root.
     const FakeCall show = {"btrfs", "subvolume", "show", at("/data/._share/docs/.snapshot/s_weekly")};
-    const auto calls = fake_calls("btrfs");
-    EXPECT_NE(std::find(calls.begin(), calls.end(), show), calls.end());
+    EXPECT_EQ(std::ranges::count(fake_calls("btrfs"), show), 1);
 
     char *name = nullptr;
     ASSERT_EQ(ksdb_getLatestSnapshotName(h(), db(), "data/docs", &name), 0) << log();

@@ -70,9 +70,7 @@ TEST_F(SshKeyTest, ParserReadsTheCommandOptionWritesTheKeyBackAndConvertsForeign
 // folders ssh-key/broken-store-* hold what each kind of breakage logs, and that no
 // key is imported; all of them end in the one rewrite checked here).
 TEST_F(SshKeyTest, ALinkInPlaceOfTheSshFolderIsNeverFollowedAndABrokenStoreIsReplaced) {
-    mkdirs(at("/home/alice"));
-    mkdirs(at("/home/admin"));
-    mkdirs(at("/etc/victim"));
+    for (const char *d : {"/home/alice", "/home/admin", "/etc/victim"}) mkdirs(at(d));
     ASSERT_EQ(symlink(at("/etc/victim").c_str(), at("/home/alice/.ssh").c_str()), 0);
     sql().exec("INSERT INTO ssh_public_key (user_id,serve_for,type,key,fingerprint,Title) VALUES"
                "(1000,'all','ssh-ed25519','" + kEd + "','x','a'),"

@@ -54,8 +54,9 @@ class VolumeTest : public RootTest {
 
 }  // namespace
 
-// Guards: volume rows, health words or the media pseudo-volume.
-TEST_F(VolumeTest, ImportRecordsScannedVolumesAndTheMediaPseudoVolume) {
+// Guards: volume rows, health words or the media pseudo-volume; the maintenance
+// log's starts, ends and collisions.
+TEST_F(VolumeTest, ImportRecordsScannedVolumesAndTheMediaPseudoVolumeAndTheMaintenanceLog) {
     use_fake_scan();
     g_volumes = {volume("data", 1, 0, "sda3"), volume("ignored", 1, KSDB_VOLUME_IGNORED, "sdc"),
                  volume("backup", 3, 0, nullptr), volume("odd", 9, 0, "sdd")};
@@ -79,10 +80,8 @@ TEST_F(VolumeTest, ImportRecordsScannedVolumesAndTheMediaPseudoVolume) {
     ASSERT_EQ(ksdb_volume_import(h(), db()), 0);
     EXPECT_EQ(sql().column("SELECT id FROM _volume"), std::vector<std::string>{"media"});
     g_scan_result = 0;
-}
 
-// Guards: the maintenance log's starts, ends and collisions.
-TEST_F(VolumeTest, MaintenanceLogRecordsStartsAndEnds) {
+    // The maintenance log records starts and ends.
     ASSERT_EQ(ksdb_update_vol_maint_log(h(), db(), "scrub", "sda", 0, nullptr, nullptr), 0);
     ASSERT_EQ(ksdb_update_vol_maint_log(h(), db(), "scrub", "sda", 1, "ok", "no errors"), 0);
     // An end that was never started is kept with start time 0.
@@ -126,7 +125,6 @@ TEST_F(VolumeTest, AttributesAreSetWithTheToolsBelowTheRootAndReadFromFlagsAndQu
     EXPECT_EQ(get("/etc/fstab"),
               "UUID=1 /data btrfs defaults 0 0\nUUID=2 /other btrfs defaults 0 0\n");
 
-    mkdirs(at("/data/docs/.snapshots/s1/snapshot"));
     put("/data/docs/.fake-qgroup", "5242880 4096 104857600");
     put("/data/docs/.snapshots/s1/snapshot/.fake-qgroup", "1024 2048 none");
     auto attr = [&](const char *path, const char *name) -> std::string {
