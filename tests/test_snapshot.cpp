@@ -3,7 +3,6 @@
 #include "tests/support/test_support.h"
 
 #include <algorithm>
-#include <cstdlib>
 #include <ctime>
 
 using namespace ksdb_test;

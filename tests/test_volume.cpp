@@ -1,7 +1,5 @@
 // Volumes, the maintenance log and the share file-system attributes.
-#define KSDB_MODULE "test_volume"
 #include "core/ksdb_areas.h"
-#include "core/ksdb_internal.h"
 #include "tests/support/test_support.h"
 
 #include "ksdb_platform.h"
