@@ -65,8 +65,9 @@ TEST_F(AccountTest, SecretFilesAreNeverReadableByOthersAndDeleteMarkedRowsGo) {
 // Guards: the lock asked of the machine's accounts (no "-R"), of another name, split
 // by a shell; the defaults file not written back with the first real volume, a
 // vanished home volume kept, the file changed without a volume to take; its owner
-// and mode.
-TEST_F(AccountTest, ImportAsksPasswdForEachLockAndWritesTheDefaultsBackWithAVolumeThatExists) {
+// and mode; home folders for reserved or unknown ids; a failing helper; the
+// look-ups; a home folder on the home volume matched to a local user.
+TEST_F(AccountTest, ImportAsksPasswdForEachLockWritesTheDefaultsBackAndMakesHomeFolders) {
     put_accounts();
     sql().exec("INSERT INTO _volume (id,lv_name,blk_size) VALUES('media','media',0),('vol1','vol1',1024)");
     ScopedEnv locked("KSDB_FAKE_PASSWD_STATUS", "L");
@@ -76,11 +77,8 @@ TEST_F(AccountTest, ImportAsksPasswdForEachLockAndWritesTheDefaultsBackWithAVolu
     for (const char *n : {"root", "admin", "alice", "bob", "guest", "guest"})  // "nobody" is stored as guest
         want.push_back({"passwd", "-S", n, "-R", root()});
     EXPECT_EQ(fake_calls("passwd"), want);
-    const std::string rest = "home_folder_capacity_limit!!0\ngroup_membership!!";
-    const std::string tail =
-        "private_time_machine!!0\nprivate_time_machine_space!!500\nsnapshot_protection!!0\n";
-    EXPECT_EQ(get("/etc/quillfold/account.conf"), "home_volume!!vol1\ndiskquota_warn!!80\ngroup!!users\n" +
-                                                      rest + "users\n" + tail + "next_uid!!100\n");
+    const std::string conf = KSDB_TEST_DATA_DIR "/account-defaults-written-back/";
+    EXPECT_EQ(get("/etc/quillfold/account.conf"), read_file(conf + "first-volume"));
     struct stat st {};
     ASSERT_EQ(stat(at("/etc/quillfold/account.conf").c_str(), &st), 0);
     EXPECT_EQ(st.st_mode & 07777, 0600u);
@@ -95,27 +93,13 @@ TEST_F(AccountTest, ImportAsksPasswdForEachLockAndWritesTheDefaultsBackWithAVolu
     EXPECT_TRUE(contains(
         log(),
         "Default volume (gone) is not exist,  But found 1 volume(s). Use vol2 (id=vol2) as home volume."));
-    EXPECT_EQ(get("/etc/quillfold/account.conf"), "home_volume!!vol2\ndiskquota_warn!!80\ngroup!!staff\n" +
-                                                      rest + "0\n" + tail + "next_uid!!1200\n");
+    EXPECT_EQ(get("/etc/quillfold/account.conf"), read_file(conf + "vanished-volume"));
     put("/etc/quillfold/account.conf", "home_volume!!gone\n");
     sql().exec("DELETE FROM _volume");
     ASSERT_EQ(ksdb_import(h(), db(), KSDB_CAT_ACCOUNT), 0) << log();
     EXPECT_EQ(get("/etc/quillfold/account.conf"), "home_volume!!gone\n");
 
-    // A name the shell would split or run is handed to passwd as one word.
-    clear_fake_calls();
-    const std::string name = "x'$(touch " + root() + "/pwned);y z";
-    put("/etc/passwd", name + ":x:1000:100::/home/x:/bin/sh\n");
-    put("/etc/shadow", name + ":!:1:0:99999:7:::\n");
-    ASSERT_EQ(ksdb_import(h(), db(), KSDB_CAT_ACCOUNT), 0) << log();
-    EXPECT_EQ(fake_calls("passwd"), (std::vector<FakeCall>{{"passwd", "-S", name, "-R", root()}}));
-    EXPECT_FALSE(exists(at("/pwned")));
-}
-
-// Guards: home folders for reserved or unknown ids; a failing helper; the look-ups.
-TEST_F(AccountTest, HomeFoldersAndLookUps) {
-    put_accounts();
-    ASSERT_EQ(ksdb_import(h(), db(), KSDB_CAT_ACCOUNT), 0) << log();
+    // Home folders and the look-ups.
     clear_fake_calls();
     EXPECT_EQ(ksdb_create_user_home(h(), db(), 1000), 0) << log();
     EXPECT_EQ(ksdb_create_user_home(h(), db(), 98), 0) << log();
@@ -132,11 +116,11 @@ TEST_F(AccountTest, HomeFoldersAndLookUps) {
     }
     EXPECT_EQ(ksdb_find_user_id(h(), db(), 1000), 1);
     EXPECT_EQ(ksdb_find_user_id(h(), db(), 1234), 0);
-    char *name = nullptr;
-    EXPECT_EQ(ksdb_get_user_name(h(), db(), 65534, &name), 0);
-    EXPECT_STREQ(name, "guest");
-    EXPECT_EQ(ksdb_get_user_name(h(), db(), 1234, &name), KSDB_E_INVAL);
-    EXPECT_EQ(name, nullptr);
+    char *uname = nullptr;
+    EXPECT_EQ(ksdb_get_user_name(h(), db(), 65534, &uname), 0);
+    EXPECT_STREQ(uname, "guest");
+    EXPECT_EQ(ksdb_get_user_name(h(), db(), 1234, &uname), KSDB_E_INVAL);
+    EXPECT_EQ(uname, nullptr);
     mkdirs(at("/home/alice"));
     EXPECT_EQ(ksdb_user_home_exist(h(), db(), 1000), 1);
     EXPECT_EQ(ksdb_user_home_exist(h(), db(), 1001), 0);
@@ -145,19 +129,24 @@ TEST_F(AccountTest, HomeFoldersAndLookUps) {
     EXPECT_EQ(ksdb_account_get_homedir("root", home, sizeof home), 0);
     EXPECT_STREQ(home, "/root");
     EXPECT_EQ(ksdb_account_get_homedir("root", nullptr, 10), KSDB_E_INVAL);
-}
 
-// Guards: a home folder on the home volume matched to a local user.
-TEST_F(AccountTest, HomeFoldersOnTheHomeVolumeAreMatchedToDomainUsers) {
-    sql().exec(
-        "INSERT INTO _volume (id,lv_name,blk_size) VALUES('vol1','vol1',1024);"
-        "INSERT INTO account_default (home_volume_id) VALUES('vol1');"
-        "INSERT INTO `$user` (id,uname,is_privileged,rid) "
-        "VALUES(200001,'jdoe',0,1105),(1000,'alice',0,NULL)");
+    // A home folder on the home volume is matched to a domain user, never a local one.
+    sql().exec("INSERT INTO _volume (id,lv_name,blk_size) VALUES('vol1','vol1',1024);"
+               "DELETE FROM account_default; INSERT INTO account_default (home_volume_id) VALUES('vol1');"
+               "INSERT INTO `$user` (id,uname,is_privileged,rid) VALUES(200001,'jdoe',0,1105)");
     for (const char *d : {"/home/vol1/jdoe", "/home/vol1/alice"}) mkdirs(at(d));
     ASSERT_EQ(ksdb_import_users_with_existing_homes(h(), db()), 0) << log();
     EXPECT_TRUE(contains(log(), "The user of the home folder '/home/vol1/jdoe' is found"));
     EXPECT_TRUE(contains(log(), "Cannot find user of the home folder '/home/vol1/alice'"));
+
+    // A name the shell would split or run is handed to passwd as one word.
+    clear_fake_calls();
+    const std::string name = "x'$(touch " + root() + "/pwned);y z";
+    put("/etc/passwd", name + ":x:1000:100::/home/x:/bin/sh\n");
+    put("/etc/shadow", name + ":!:1:0:99999:7:::\n");
+    ASSERT_EQ(ksdb_import(h(), db(), KSDB_CAT_ACCOUNT), 0) << log();
+    EXPECT_EQ(fake_calls("passwd"), (std::vector<FakeCall>{{"passwd", "-S", name, "-R", root()}}));
+    EXPECT_FALSE(exists(at("/pwned")));
 }
 
 }  // namespace

@@ -64,7 +64,6 @@ TEST_F(FsAttributeTest, SingleShareExportTakesNullAsOffAndTouchesOnlyThatShare) 
     clear_fake_calls();
     EXPECT_EQ(ksdb_export_per_share(h(), db(), KSDB_CAT_SHARE_FS_ATTRIBUTE, "nope"), 0);
     EXPECT_EQ(ksdb_export_per_share(h(), db(), KSDB_CAT_SHARE_FS_ATTRIBUTE, nullptr), KSDB_E_INVAL);
-    EXPECT_EQ(ksdb_export_per_share(h(), db(), KSDB_CAT_CIFS_SHARE, "docs"), KSDB_E_INVAL);
     EXPECT_TRUE(fake_calls().empty());
 }
 
@@ -89,8 +88,9 @@ TEST_F(FsAttributeTest, AFailingToolGivesEightAndKeepsThatShareAsItWas) {
     EXPECT_EQ(sql().rows("SELECT * FROM zfs_attr ORDER BY share_id"), before);
 }
 
-// Guards: the quota-group texts; missing groups logged as failures.
-TEST_F(FsAttributeTest, ImportStoresTheQuotaGroupTextsAndLogsOnlyRealFailures) {
+// Guards: the quota-group texts; missing groups logged as failures; USB share figures
+// not from their file system.
+TEST_F(FsAttributeTest, ImportsStoreTheQuotaGroupTextsAndMeasureAUsbShareOnItsFileSystem) {
     ksdb_qgroup_info docs{};
     docs.max_referenced = 200 * 1048576ULL;
     std::strcpy(docs.logbias, "latency");
@@ -99,27 +99,25 @@ TEST_F(FsAttributeTest, ImportStoresTheQuotaGroupTextsAndLogsOnlyRealFailures) {
     share(1, "docs", "");
     share(2, "gone", "");
     share(3, "snap", "", "readonly");
+    share(4, "USB_disk1", "", "share", "media");
+    mkdirs(at("/media/USB_disk1"));
     ASSERT_EQ(ksdb_import(h(), db(), KSDB_CAT_SHARE_FS_ATTRIBUTE), 0) << log();
     EXPECT_EQ(sql().rows("SELECT share_id,mb_refquota,logbias,origin,sync FROM zfs_attr"),
               (std::vector<std::string>{"1|200|latency|<NULL>|always", "2|0|<NULL>|<NULL>|<NULL>",
-                                        "3|0|<NULL>|<NULL>|<NULL>"}));
+                                        "3|0|<NULL>|<NULL>|<NULL>", "4|0|<NULL>|<NULL>|<NULL>"}));
     EXPECT_TRUE(contains(log(), "Failed to get quota config for data/gone (Input/output error)\n"));
     EXPECT_FALSE(contains(log(), "Failed to get quota config for data/snap"));
-}
 
-// Guards: USB share figures not from their file system.
-TEST_F(FsAttributeTest, AUsbShareWithoutQuotaGroupIsMeasuredOnItsFileSystem) {
-    mkdirs(at("/media/USB_disk1"));
-    share(1, "USB_disk1", "", "share", "media");
+    // A USB share without a quota group is measured on its file system.
     ASSERT_EQ(ksdb_import(h(), db(), KSDB_CAT_SHARE_STATS), 0) << log();
     struct statvfs sv;
     ASSERT_EQ(statvfs(at("/media/USB_disk1").c_str(), &sv), 0);
     const double avail = static_cast<double>(sv.f_bavail) * sv.f_bsize;
     const double used = static_cast<double>(sv.f_blocks) * sv.f_frsize - avail;
     // Free space moves while the test runs: within 64 MiB.
-    EXPECT_NEAR(std::stod(sql().scalar("SELECT available FROM _zfs_stat")), avail, 64 << 20);
-    EXPECT_NEAR(std::stod(sql().scalar("SELECT used FROM _zfs_stat")), used, 64 << 20);
-    EXPECT_EQ(sql().scalar("SELECT usedbydataset=used FROM _zfs_stat"), "1");
+    EXPECT_NEAR(std::stod(sql().scalar("SELECT available FROM _zfs_stat WHERE share_id=4")), avail, 64 << 20);
+    EXPECT_NEAR(std::stod(sql().scalar("SELECT used FROM _zfs_stat WHERE share_id=4")), used, 64 << 20);
+    EXPECT_EQ(sql().scalar("SELECT usedbydataset=used FROM _zfs_stat WHERE share_id=4"), "1");
 }
 
 }  // namespace

@@ -1,13 +1,15 @@
 // The scan of existing snapshots (creation times through the recording fake) and the look-ups.
+#include "tests/support/case_runner.h"
 #include "tests/support/test_support.h"
 
 #include <algorithm>
-#include <cstdlib>
 #include <ctime>
 
 using namespace ksdb_test;
 
 namespace {
+
+const std::string kTrees = KSDB_TEST_DATA_DIR "/snapshot-scan";
 
 class SnapshotScanTest : public RootTest {
   protected:
@@ -20,33 +22,14 @@ class SnapshotScanTest : public RootTest {
         sql().exec("INSERT INTO share (id,zfs_name,volume_id,name,path,user_id,group_id) VALUES"
                    "(1,'data/docs','data','docs','/data/docs',0,0),"
                    "(2,'data/archive','data','archive','/data/archive',0,0)");
-        for (const char *d : {"/data/._share/docs", "/data/._share/archive", "/data/archive"}) mkdirs(at(d));
-        manager_snapshot("docs", "1", "2024-01-02 03:04:05", "m_daily");
-        manager_snapshot("docs", "2", "2024-01-03 03:04:05", ".in-progress");
-        settings_snapshot("docs", "s_weekly", "2024-02-01 00:00:01");
-        settings_snapshot("archive", "r_from-nas2", nullptr);
+        // Two snapshots of the snapshot manager (their info.xml), two beside the shares'
+        // settings (one with the file-system tool's default creation time), and a
+        // share folder with settings and a snapshot that the database does not know.
+        copy_tree(kTrees + "/base", root());
     }
     void TearDown() override {
         tz_.reset();
         tzset();
-    }
-
-    // A snapshot of the snapshot manager, described by its info.xml.
-    void manager_snapshot(const std::string &share, const std::string &n, const std::string &date,
-                          const std::string &name) {
-        const std::string dir = at("/data/" + share + "/.snapshots/" + n);
-        mkdirs(dir + "/snapshot");
-        write_file(dir + "/info.xml", "<?xml version=\"1.0\"?>\n<snapshot>\n  <type>single</type>\n"
-                                      "  <num>" + n + "</num>\n  <date>" + date + "</date>\n"
-                                      "  <userdata>\n    <key>name</key>\n    <value>" + name +
-                                      "</value>\n  </userdata>\n</snapshot>\n");
-    }
-    // A snapshot subvolume beside the share's settings; `created` is what
-    // the file-system tool shows (its default when null).
-    void settings_snapshot(const std::string &share, const std::string &name, const char *created) {
-        const std::string dir = at("/data/._share/" + share + "/.snapshot/" + name);
-        mkdirs(dir);
-        if (created) write_file(dir + "/.fake-creation", created);
     }
 
     std::vector<std::string> snapshots() {
@@ -59,11 +42,9 @@ class SnapshotScanTest : public RootTest {
 }  // namespace
 
 // Guards: a snapshot kind, type or creation time read wrongly; paths outside the root;
-// the latest snapshot's name, and the failures.
+// the latest snapshot's name, and the failures; the used bytes not from the
+// platform's snapshot path.
 TEST_F(SnapshotScanTest, RecordsBothKindsOfSnapshotWithTypeAndTimeAndFindsTheLatest) {
-    // A share folder with settings and a snapshot that the database does not know.
-    mkdirs(at("/data/orphan"));
-    settings_snapshot("orphan", "m_x", nullptr);
     ASSERT_EQ(ksdb_snapshots_import_zfs(h(), db(), nullptr, nullptr), 0) << log();
     EXPECT_EQ(snapshots(), (std::vector<std::string>{
                                "data/docs|m_daily|2|1704164645",
@@ -73,8 +54,7 @@ TEST_F(SnapshotScanTest, RecordsBothKindsOfSnapshotWithTypeAndTimeAndFindsTheLat
     EXPECT_TRUE(contains(log(), "Specified ShareName(orphan) is not exist."));
     // Creation times come from the file-system tool, given paths below the root.
     const FakeCall show = {"btrfs", "subvolume", "show", at("/data/._share/docs/.snapshot/s_weekly")};
-    const auto calls = fake_calls("btrfs");
-    EXPECT_NE(std::find(calls.begin(), calls.end(), show), calls.end());
+    EXPECT_EQ(std::ranges::count(fake_calls("btrfs"), show), 1);
 
     char *name = nullptr;
     ASSERT_EQ(ksdb_getLatestSnapshotName(h(), db(), "data/docs", &name), 0) << log();
@@ -83,6 +63,15 @@ TEST_F(SnapshotScanTest, RecordsBothKindsOfSnapshotWithTypeAndTimeAndFindsTheLat
     EXPECT_EQ(name, nullptr);
     EXPECT_TRUE(contains(log(), "ksdb_getLatestSnapshotName: No dataset found in $snapshot."));
     EXPECT_EQ(ksdb_getLatestSnapshotName(h(), db(), nullptr, &name), 4);
+
+    // The used bytes of a snapshot (its .fake-qgroup) are those of its path on the platform.
+    uint64_t used = 0;
+    ASSERT_EQ(ksdb_getSnapshotUsedInBytes(h(), db(), "/data/docs", "1", &used), 0) << log();
+    EXPECT_EQ(used, 123456u);
+    EXPECT_TRUE(contains(log(), "share_path = /data/docs, snapshot_name = 1, snapshot_path = " +
+                                    at("/data/docs/.snapshots/1/snapshot")));
+    EXPECT_EQ(ksdb_getSnapshotUsedInBytes(h(), db(), "/data/docs", "missing", &used), 11);
+    EXPECT_EQ(ksdb_getSnapshotUsedInBytes(h(), db(), "/data/docs", nullptr, &used), 4);
 }
 
 // Guards: a filter replacing other shares' snapshots; a snapshot without time recorded;
@@ -101,24 +90,11 @@ TEST_F(SnapshotScanTest, TheShareFilterReplacesThatShareOnlyAndATimelessSnapshot
 
     // A snapshot without its time ends the scan with success, inside a
     // transaction of the caller's, which the scan leaves open.
-    manager_snapshot("archive", "7", "", "c_broken");
+    copy_tree(kTrees + "/timeless", root());
     sql().exec("BEGIN");
     EXPECT_EQ(ksdb_snapshots_import_zfs(h(), db(), nullptr, "archive"), 0) << log();
     EXPECT_EQ(sqlite3_get_autocommit(db()), 0);
     sql().exec("COMMIT");
     EXPECT_TRUE(contains(log(), "share_name[archive], snapshot_name[c_broken], time[0]"));
     EXPECT_EQ(sql().scalar("SELECT COUNT(*) FROM `$snapshot` WHERE name='c_broken'"), "0");
-}
-
-// Guards: the used bytes not from the platform's snapshot path.
-TEST_F(SnapshotScanTest, UsedBytesOfASnapshotThroughThePlatformPath) {
-    write_file(at("/data/docs/.snapshots/1/snapshot/.fake-qgroup"), "123456 4096 none");
-    uint64_t used = 0;
-    ASSERT_EQ(ksdb_getSnapshotUsedInBytes(h(), db(), "/data/docs", "1", &used), 0) << log();
-    EXPECT_EQ(used, 123456u);
-    EXPECT_NE(log().find("share_path = /data/docs, snapshot_name = 1, snapshot_path = " +
-                         at("/data/docs/.snapshots/1/snapshot")),
-              std::string::npos);
-    EXPECT_EQ(ksdb_getSnapshotUsedInBytes(h(), db(), "/data/docs", "missing", &used), 11);
-    EXPECT_EQ(ksdb_getSnapshotUsedInBytes(h(), db(), "/data/docs", nullptr, &used), 4);
 }
