@@ -130,6 +130,8 @@ int import_keys(ksdb_handle *h, sqlite3 *db) {
     if (read_conf(h, &entries) != 0) {
         KSDB_ERR(h, "Failed to import rsync authorized key configuration! Try to create a default "
                     "rsync authorized key configuration.\n");
+        // The store becomes empty: the good keys read before the fault go too.
+        entries.clear();
         SqlTable none;
         std::optional<std::string> empty = conf_text(none);
         if (!empty || write_conf(h, *empty) != 0) {
