@@ -66,14 +66,6 @@ TEST_F(JobFilesTest, BackupButtonScriptStandsOnlyForAMoment) {
     EXPECT_EQ(seen, "#!/bin/sh\n/quillfold/bin/qfbackup -b\n");
 }
 
-// Guards: a failure of the backup export reported as anything but 1 (the case folder
-// backup/no-button-table holds another cause).
-TEST_F(JobFilesTest, BackupExportReportsAnyFailureAsOne) {
-    sql().exec("INSERT INTO backup (id,name) VALUES(1,'x')");
-    put("/etc/cron.d", "a file where the cron folder should be");
-    EXPECT_EQ(ksdb_export(h(), db(), KSDB_CAT_BACKUP), 1);
-}
-
 namespace {
 
 // A volume scan of the test's own: "data" is marked to be skipped, "pool"
