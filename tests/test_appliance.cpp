@@ -1,11 +1,10 @@
-// Product data, network interfaces and avahi files beyond their case folders.
+// Product data and network interfaces beyond their case folders.
 #define KSDB_MODULE "test_appliance"
 #include "tests/support/test_support.h"
 
 #include "ksdb_platform.h"
 
 #include <net/if.h>
-#include <sys/stat.h>
 
 #include <cstring>
 #include <string>
@@ -15,32 +14,11 @@ using namespace ksdb_test;
 
 namespace {
 
-std::string service_file(const char *name) {
-    return std::string("/etc/avahi/services/") + name + ".service";
-}
-
 class ApplianceTest : public RootTest {
   protected:
     void SetUp() override { ASSERT_EQ(ksdb_create(h(), db()), 0) << log(); }
     void TearDown() override { ksdb_platform_set(nullptr); }
 };
-
-// Guards: an export going on past a file that cannot be put in place (the case
-// folder avahi/import-no-settings-table holds the import without its table).
-TEST_F(ApplianceTest, AFileThatCannotBeReplacedStopsTheExport) {
-    sql().exec("INSERT INTO vital_product_data VALUES('Kestrava','N5550','KS1',0,0);"
-               "INSERT INTO network_if (name,mac) VALUES('eth0','00:22:3f:a9:9a:1e');"
-               "INSERT INTO _volume (id,lv_name,uuid,blk_size) VALUES('1','data','u-1',4096);"
-               "INSERT INTO service_avahi VALUES(1,1,1,1,0,1,1)");
-    for (const char *f : {"afp", "quillfold", "printer"})
-        put(service_file(f), std::string("old ") + f + "\n");
-    mkdirs(at(service_file("cifs")));
-    EXPECT_EQ(ksdb_avahi_service_export(h(), db()), KSDB_E_FILE);
-    EXPECT_TRUE(contains(log(), "Cannot move file to /etc/avahi/services/cifs.service\n")) << log();
-    EXPECT_TRUE(contains(get(service_file("afp")), "_afpovertcp._tcp"));
-    EXPECT_EQ(get(service_file("quillfold")), "old quillfold\n");
-    EXPECT_EQ(get(service_file("printer")), "old printer\n");
-}
 
 // Guards: product data not from the system record (an unterminated serial
 // read too far), no row without one (the case folder product-data/no-table

@@ -23,8 +23,9 @@ std::string run(std::vector<const char *> argv, size_t size, int expected_rc = 0
 
 }  // namespace
 
-// Guards: output cut wrongly, a child blocked on a full pipe, arguments given to a shell.
-TEST(PlatformExec, CapturesTruncatesDrainsReportsStatusAndPassesArgumentsUnchanged) {
+// Guards: output cut wrongly, a child blocked on a full pipe (arguments given to a
+// shell: the case folder fs-attribute/shell-characters-in-name).
+TEST(PlatformExec, CapturesTruncatesDrainsAndReportsStatus) {
     EXPECT_EQ(run({"printf", "%s-%s", "hello", "world"}, 64), "hello-world");
     EXPECT_EQ(run({"printf", "abcdefghij"}, 5), "abcd");
     // Far more than a pipe holds: the program still runs to its end.
@@ -36,13 +37,6 @@ TEST(PlatformExec, CapturesTruncatesDrainsReportsStatusAndPassesArgumentsUnchang
     EXPECT_EQ(run({"ksdb-no-such-program", "x"}, 16, -ENOENT), "");
     const char *empty[] = {nullptr};
     EXPECT_EQ(exec_cmd(empty, nullptr, 0), -EINVAL);
-    TempDir tmp;
-    ScopedCwd in(tmp.path());
-    // Names that would run something if they reached a shell unquoted.
-    for (const char *name : {"a;touch pwned1", "$(touch pwned2)", "`touch pwned3`", "it's \"quoted\"",
-                             "line\ntouch pwned4", "x|touch pwned5&"})
-        EXPECT_EQ(run({"printf", "[%s]", name}, 128), "[" + std::string(name) + "]");
-    EXPECT_EQ(list_dir(tmp.path()), Names{}) << "nothing injected";
 }
 
 // Guards: folders taken for volumes wrongly, figures or uuids, the volume limit.
