@@ -135,7 +135,6 @@ TEST_F(PlatformQgroup, FiguresAndPathsOfTheSubvolumeAndItsSnapshots) {
         else EXPECT_EQ(path, nullptr);
         return out;
     };
-    EXPECT_EQ(path_of(share, "1"), share + "/.snapshots/1/snapshot");
     EXPECT_EQ(path_of(share + "/", "m_daily"), at("/vol1/._share/share1/.snapshot/m_daily"));
     EXPECT_EQ(path_of(share, "both"), share + "/.snapshots/both/snapshot");
     for (const char *missing : {"2", "nothing"}) EXPECT_EQ(path_of(share, missing), "-2");
