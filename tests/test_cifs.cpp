@@ -29,20 +29,14 @@ class CifsTest : public RootTest {
 
 // Guards: an old DFS line given to the wrong share or a path climbing out.
 TEST_F(CifsTest, DfsImportFindsTheShareOfAnOlderLineThroughItsLinks) {
-    sql().exec(
-        "INSERT INTO share (id,zfs_name,volume_id,name,path,user_id,group_id) VALUES"
-        "(1,'vol1/archive','vol1','archive','/vol1/archive',0,0),"
-        "(2,'vol2/snap','vol2','snap','/vol2/snap',0,0)");
+    sql().exec(read_file(KSDB_TEST_DATA_DIR "/cifs-dfs-shares.sql"));
     // The first share holds a link of the same name to another target.
     mkdirs(at("/vol1/archive"));
     mkdirs(at("/vol2/snap"));
     ASSERT_EQ(symlink("msdfs:other\\pub", at("/vol1/archive/docs").c_str()), 0);
     ASSERT_EQ(symlink("msdfs:server1\\pub", at("/vol2/snap/docs").c_str()), 0);
     ASSERT_EQ(symlink("msdfs:server1\\pub", at("/vol2/snap/it's $(docs)").c_str()), 0);
-    put("/etc/quillfold/samba/dfs.conf",
-        "7!!docs!!server1!!pub\n7!!it's $(docs)!!server1!!pub\n7!!nowhere!!server1!!pub\n"
-        "7!!../../etc!!server1!!pub\n7!!bad\n9!!!links!!srv!!!!remote!!vol2!!snap\n"
-        "9!!gone!!srv!!remote!!vol9!!snap\n");
+    put("/etc/quillfold/samba/dfs.conf", read_file(KSDB_TEST_DATA_DIR "/cifs-dfs-links.conf"));
     ASSERT_EQ(ksdb_import(h(), db(), KSDB_CAT_CIFS_SHARE), 0);
     const char *links =
         "SELECT S.name,D.volume,D.share,D.folder,D.address,D.remote_share FROM cifs_dfs_option "

@@ -1,0 +1,1 @@
+INSERT INTO backup (id,name) VALUES(1,'x');

@@ -1,0 +1,1 @@
+DROP TABLE vital_product_data;
